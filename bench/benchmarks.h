@@ -1,0 +1,10 @@
+// The families of benchmarks; each registers itself with the library.
+#pragma once
+
+namespace bench {
+
+void RegisterHookBenchmarks();
+void RegisterLookupBenchmarks();
+void RegisterStepBenchmarks();
+
+}  // namespace bench

@@ -1,0 +1,149 @@
+// Frames before the packet hook of a started module with sources, tunnels, sessions and stations.
+#include <algorithm>
+#include <string>
+
+#include "capwap/packet_builder.h"
+#include "channel/service_channel.h"
+#include "dfx/debug_trace.h"
+#include "fuzz_target.h"
+#include "kes/channel.h"
+#include "kes/hook.h"
+#include "lb/tunnel_registration.h"
+#include "module/lifecycle.h"
+#include "module/registration.h"
+#include "packet/cwp_source.h"
+#include "standin/channels.h"
+#include "standin/mbuf_pool.h"
+#include "standin/packet_path.h"
+#include "standin/runtime.h"
+
+namespace {
+
+using fuzz::Require;
+
+standin::MbufPool pool(1);
+
+// Instances 1 and 2 serve tunnels and sessions, instance 3 stations; 4 has no channel.
+class StartedModule {
+  public:
+    StartedModule() {
+        mod_kes_lyrhost.moduleId = 42;
+        tov_mod_ctr_mod_kes_lyrhost();
+        Require(LyrKes_Init() == 0, "the module starts");
+        OpenInstance(1, LYR_PKT_TYPE_CAPWAP);
+        OpenInstance(2, LYR_PKT_TYPE_CAPWAP);
+        OpenInstance(3, LYR_PKT_TYPE_WAPI);
+        const uint16_t groups[8] = {0x2001, 0xDB8, 0, 0, 0, 0, 0, 1};
+        LyrKes_AddCwpSrc(true, CWP_SRC_ANY_IF, capwap::Ipv4("10.0.0.1"), groups, 0);
+        LyrKes_AddCwpSrc(false, CWP_SRC_ADDRESS, 0, groups, 0);
+        AddTunnels();
+        const LyrKesDistKaKey session = {{0x11, 0x22, 0x33, 0x44}};
+        LyrKes_DistAddKaTunnel(2, &session);
+        LyrKes_DistAddWapiTunnel(3, 1);
+    }
+    ~StartedModule() {
+        LyrKes_Exit();
+        standin::JoinCreatedThreads();
+    }
+    StartedModule(const StartedModule &) = delete;
+    StartedModule &operator=(const StartedModule &) = delete;
+
+    // The instance whose channel the packet is in, 0 for none.
+    size_t Find(const HostMbuf *packet) const {
+        size_t owner = 0;
+        for (size_t i = 0; i < channels_.size(); ++i) {
+            if (const HostMbuf *received = standin::ReceiveFromChannel(channels_[i])) {
+                Require(received == packet && owner == 0, "an instance gets what was sent to it");
+                owner = i + 1;
+            }
+        }
+        return owner;
+    }
+
+  private:
+    void OpenInstance(uint32_t number, uint32_t pktType) {
+        const std::string digits = std::to_string(number);
+        channels_.push_back(standin::OpenChannel(TOV_CHN_KES2LYR(pktType) + digits, 2));
+        TOV_ThreadInfoRegByName((TOV_THD_KES2LYR(pktType) + digits).c_str());
+    }
+
+    static void AddTunnels() {
+        for (const uint16_t dstPort : {capwap::kControlPort, capwap::kDataPort}) {
+            const LyrKesDistIpv4Key ipv4 = {.srcIp = capwap::Ipv4("10.0.10.1"),
+                                            .dstIp = capwap::Ipv4("10.0.0.1"),
+                                            .srcPort = 40000,
+                                            .dstPort = dstPort,
+                                            .vpnId = 0};
+            LyrKes_DistAddIPv4Tunnel(1, &ipv4);
+            const LyrKesDistIpv6Key ipv6 = {.srcIpv6 = {0x20010DB8, 0, 0, 0xA0001},
+                                            .dstIpv6 = {0x20010DB8, 0, 0, 1},
+                                            .srcPort = 40000,
+                                            .dstPort = dstPort,
+                                            .vpnId = 0};
+            LyrKes_DistAddIPv6Tunnel(dstPort == capwap::kControlPort ? 2 : 4, &ipv6);
+        }
+    }
+
+    std::vector<uint32_t> channels_;
+};
+
+// What became of a packet.
+struct Outcome {
+    uint64_t fate;
+    size_t owner;
+    bool operator==(const Outcome &) const = default;
+};
+
+// Only these reach an instance, and never for the causes that the module leaves alone.
+bool IsForInstances(const standin::HostMbufMeta &meta) {
+    const auto isPort = [](uint16_t port) { return port == 5246 || port == 5247; };
+    return meta.causeAction != 8 && meta.causeAction != 57 &&
+           (meta.etherType == 0x88B4 ||
+            (meta.ipProtocol == 17 && (isPort(meta.srcPort) || isPort(meta.dstPort))));
+}
+
+Outcome Run(std::span<const uint8_t> frame, uint8_t circumstances, bool marked) {
+    static const StartedModule module;
+    HostMbuf *packet = pool.Receive(
+        frame, {.vrf = static_cast<uint32_t>(circumstances >> 2 & 1), .diagnose = marked});
+    constexpr uint16_t kCauseActions[] = {0, 8, 57, 58};
+    standin::MetaOf(packet).causeAction = kCauseActions[circumstances & 3];
+    const bool forInstances = IsForInstances(standin::MetaOf(packet));
+    Outcome outcome;
+    outcome.fate = standin::RunHooks(HOST_HOOK_HOST_RX, packet);
+    outcome.owner = module.Find(packet);
+    Require(outcome.fate == HOST_HOOK_CONTINUE || outcome.fate == HOST_HOOK_TAKEN ||
+                outcome.fate == HOST_HOOK_DISCARD,
+            "the hook answers one of its fates");
+    Require((outcome.fate == HOST_HOOK_TAKEN) == (outcome.owner != 0),
+            "an instance has what was taken");
+    Require(outcome.fate == HOST_HOOK_CONTINUE || forInstances, "other packets are not taken");
+    Require(std::ranges::equal(standin::FrameAsReceived(packet), frame), "no frame is changed");
+    standin::MbufPool::Release(packet);
+    return outcome;
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    if (size == 0 || size > standin::MbufPool::kMaxFrame) {
+        return 0;
+    }
+    const std::span<const uint8_t> frame(data + 1, size - 1);
+    LyrKes_DebugTraceConfigClear();
+    const Outcome quiet = Run(frame, data[0], false);
+    LyrKesDebugTraceReq request = {};
+    request.debugLevel = 3;
+    for (const uint32_t type : {0u, 13u}) {
+        request.capwapMsgType = type;
+        LyrKes_DebugTraceConfigUpdate(&request);
+        Require(Run(frame, data[0], true) == quiet, "mark and trace change no fate");
+    }
+    return 0;
+}
+
+fuzz::Bytes fuzz::SeedInput(const Bytes &frame) {
+    Bytes input(1 + frame.size());
+    std::ranges::copy(frame, input.begin() + 1);
+    return input;
+}

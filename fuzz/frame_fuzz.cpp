@@ -1,0 +1,17 @@
+// Frames as they come off the wire, before the readers of CAPWAP headers.
+#include "fuzz_target.h"
+#include "reader_checks.h"
+#include "standin/mbuf_pool.h"
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    static standin::MbufPool pool(1);
+    if (HostMbuf *packet = pool.Receive({data, size}, {.diagnose = true})) {
+        fuzz::CheckReaders(packet);
+        standin::MbufPool::Release(packet);
+    }
+    return 0;
+}
+
+fuzz::Bytes fuzz::SeedInput(const Bytes &frame) {
+    return frame;
+}

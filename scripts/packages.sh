@@ -1,0 +1,31 @@
+# Sourced by the other scripts: what the project needs of the distribution, and how it gets there.
+
+build_packages=(g++ cmake ninja-build pkg-config libpcap-dev libcli11-dev nlohmann-json3-dev)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils tshark iproute2)
+lint_packages=(clang-format clang-tidy)
+
+# Installs what is missing of the packages named; asks for nothing when all are there.
+ensure_packages() {
+    local missing=() package
+    for package in "$@"; do
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q '^install ok installed$' ||
+            missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    local root=()
+    [ "$(id -u)" -eq 0 ] || root=(sudo)
+    echo "installing: ${missing[*]}"
+    "${root[@]}" apt-get update -qq
+    "${root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+}
+
+# Configures and builds a directory: build_tree DIR [CMAKE-OPTION...]
+build_tree() {
+    local dir=$1
+    shift
+    cmake -S . -B "$dir" -G Ninja "$@" >"$dir.configure.log" 2>&1 ||
+        { cat "$dir.configure.log" >&2; return 1; }
+    rm -f "$dir.configure.log"
+    cmake --build "$dir"
+}

@@ -1,0 +1,252 @@
+#include "engine.h"
+
+#include <chrono>
+#include <iostream>
+
+#include "explanation.h"
+#include "failure.h"
+#include "interruption.h"
+#include "module_caller.h"
+#include "standin/runtime.h"
+
+namespace kes_engine {
+namespace {
+
+constexpr uint32_t kPacketBuffers = 4096;
+// Some are always on their way back, however many wait to be queued.
+static_assert(kPacketBuffers > kMaxWorkers * ForwardingThread::kBatch);
+
+// How long an interruption may go unnoticed while no frame comes.
+constexpr std::chrono::milliseconds kListenSlice{50};
+
+// The module's own word on how many instances it serves: numbered from 0 to this, inclusive.
+constexpr const char *kInstanceCountObject = "g_lyrHostsvcNum";
+
+}  // namespace
+
+Engine::Engine(const Options &options, const OutputDirectory &out)
+    : options_(options), out_(out), pace_(options.rate), pool_(kPacketBuffers) {
+    result_.capture = options.Source();
+    result_.workers = options.workers;
+    result_.served = options.Serves();
+    if (const std::string wrong = module_.Load(options.module); !wrong.empty()) {
+        throw Failure("cannot load the module: " + wrong);
+    }
+    forwarding_.emplace(module_, options.workers, out);
+}
+
+Engine::~Engine() {
+    Stop();
+}
+
+void Engine::Start() {
+    if (const std::string wrong = module_.Start(); !wrong.empty()) {
+        throw Failure("cannot start the module: " + wrong);
+    }
+    const auto *last = static_cast<const uint32_t *>(module_.Symbol(kInstanceCountObject));
+    if (last == nullptr) {
+        throw Failure("module '" + options_.module + "' has no object " + kInstanceCountObject);
+    }
+    // No channel refuses a packet for lack of room: all buffers fit into any one of them.
+    instances_.emplace(uint64_t{*last} + 1, pool_.Capacity(), out_);
+    countersBefore_ = ReadCounters();
+}
+
+void Engine::Execute(const std::vector<control::Command> &commands) {
+    for (const control::Command &command : commands) {
+        const control::Outcome outcome = control::Execute(command, CallModule);
+        standin::WaitUntilCreatedThreadsIdle();
+        if (!outcome.Ok()) {
+            throw Failure(command.Where() + outcome.ToText());
+        }
+        std::cerr << outcome.ToText() << '\n';
+        ++result_.commands;
+    }
+}
+
+template <class Run>
+void Engine::Measure(Run run) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point start = Clock::now();
+    try {
+        run();
+    } catch (const Failure &failure) {
+        Note({failure.what()});
+    }
+    result_.fates = forwarding_->WaitUntilIdle();
+    result_.frames = frames_;
+    result_.received = received_;
+    result_.seconds += std::chrono::duration<double>(Clock::now() - start).count();
+    CompareCounters();
+}
+
+void Engine::CompareCounters() {
+    const std::optional<PacketCounters> counters = ReadCounters();
+    if (countersBefore_ && counters) {
+        result_.counters = Between(*countersBefore_, *counters);
+    }
+}
+
+void Engine::Replay(CaptureReader &capture) {
+    Measure([&] {
+        Progress progress;
+        ReplayOnce(capture, progress);
+        for (uint32_t round = 2; !Interrupted() && (options_.loops == 0 || round <= options_.loops);
+             ++round) {
+            CaptureReader again(options_.capture);
+            ReplayOnce(again, progress);
+        }
+    });
+}
+
+void Engine::ReplayOnce(CaptureReader &capture, Progress &progress) {
+    while (!Interrupted()) {
+        const std::optional<Frame> frame = capture.Next();
+        if (!frame) {
+            return;
+        }
+        if (pace_.MustWait()) {
+            forwarding_->Flush();
+            pace_.Wait();
+        }
+        Receive(*frame);
+        if (progress.Due(frames_)) {
+            progress.Show(frames_, options_.loops == 1 ? capture.Share() : std::nullopt);
+        }
+    }
+}
+
+void Engine::Explain(CaptureReader &capture) {
+    try {
+        const Explainer explainer(module_);
+        while (!Interrupted()) {
+            const std::optional<Frame> frame = capture.Next();
+            if (!frame) {
+                return;
+            }
+            Print(*frame, explainer.Explain(frame->bytes, ArrivalOf(*frame), 0));
+        }
+    } catch (const Failure &failure) {
+        Note({failure.what()});
+    }
+}
+
+void Engine::Print(const Frame &frame, const Explanation &explanation) const {
+    if (options_.jsonReport) {
+        nlohmann::ordered_json object = {{"frame", frame.number}};
+        object.update(explanation.ToJson());
+        std::cout << object.dump() << '\n';
+    } else {
+        std::cout << "frame " << frame.number << '\n' << explanation.ToText() << '\n';
+    }
+}
+
+standin::Arrival Engine::ArrivalOf(const Frame &frame) const {
+    return {.timeNs = frame.timeNs,
+            .wireLength = frame.wireLength,
+            .number = frame.number,
+            .rxPort = options_.rxPort,
+            .vrf = options_.vrf,
+            .diagnose = options_.diagnose};
+}
+
+void Engine::Listen(LiveReader &interface) {
+    uint64_t tooLong = 0;
+    Measure([&] {
+        while (!Interrupted()) {
+            const std::optional<Frame> frame = interface.Next();
+            if (frame && frame->bytes.size() > standin::MbufPool::kMaxFrame) {
+                ++tooLong;  // joined by the network card, say
+            } else if (frame) {
+                Receive(*frame);
+            } else {
+                forwarding_->Flush();
+                interface.Wait(kListenSlice);
+            }
+        }
+    });
+    const std::string where = "--listen " + options_.interface + ": ";
+    if (const uint64_t lost = interface.Lost(); lost > 0) {
+        Note({where + std::to_string(lost) + " frames came faster than they could be received"});
+    }
+    if (tooLong > 0) {
+        Note({where + std::to_string(tooLong) + " frames had more than the " +
+              std::to_string(standin::MbufPool::kMaxFrame) + " bytes that fit into a buffer"});
+    }
+}
+
+State Engine::StateNow() const {
+    return {.capture = options_.Source(),
+            .workers = options_.workers,
+            .received = received_,
+            .fates = forwarding_->FatesSoFar(),
+            .instances = instances_->Counts(),
+            .memory = standin::ModuleMemoryByTag(module_.Id())};
+}
+
+void Engine::ExecuteAfter(const std::vector<control::Command> &commands) {
+    standin::WaitUntilCreatedThreadsIdle();
+    try {
+        Execute(commands);
+    } catch (const Failure &failure) {
+        Note({failure.what()});
+    }
+}
+
+void Engine::Receive(const Frame &frame) {
+    HostMbuf *packet = pool_.Receive(frame.bytes, ArrivalOf(frame));
+    if (packet == nullptr) {
+        throw Failure("'" + options_.capture + "': frame " + std::to_string(frame.number) +
+                      " has " + std::to_string(frame.bytes.size()) + " bytes; at most " +
+                      std::to_string(standin::MbufPool::kMaxFrame) + " fit into a buffer");
+    }
+    standin::HostMbufMeta &meta = standin::MetaOf(packet);
+    options_.frameRules.Apply(meta);
+    ++frames_;
+    received_ += meta.transmitted ? 0 : 1;
+    forwarding_->Forward(packet);
+}
+
+Result Engine::Finish() {
+    standin::WaitUntilCreatedThreadsIdle();
+    if (!result_.counters) {
+        CompareCounters();
+    }
+    result_.dropWatch = ReadDropWatch(module_);
+    Stop();
+    result_.instances = instances_->Reports();
+    result_.alarms = standin::SentAlarms();
+    Note(forwarding_->CloseCaptures());
+    Note(instances_->CloseCaptures());
+    result_.leftovers = module_.Unload();
+    return result_;
+}
+
+std::optional<PacketCounters> Engine::ReadCounters() {
+    try {
+        return ReadPacketCounters();
+    } catch (const Failure &failure) {
+        Note({failure.what()});
+        return std::nullopt;
+    }
+}
+
+void Engine::Stop() {
+    module_.Stop();
+    if (forwarding_) {
+        forwarding_->Stop();
+    }
+    if (instances_) {
+        instances_->Stop();
+    }
+}
+
+void Engine::Note(const std::vector<std::string> &failures) {
+    for (const std::string &failure : failures) {
+        if (!failure.empty()) {
+            result_.failures.push_back(failure);
+        }
+    }
+}
+
+}  // namespace kes_engine

@@ -1,0 +1,191 @@
+#include "forwarding.h"
+
+#include <cstring>
+
+#include "standin/mbuf_pool.h"
+#include "standin/packet_path.h"
+
+namespace kes_engine {
+namespace {
+
+constexpr size_t kQueueLength = 1024;
+
+uint64_t Mix(uint64_t value) {
+    value = (value ^ value >> 32) * 0x9E3779B97F4A7C15;
+    return value ^ value >> 29;
+}
+
+uint64_t HashOf(const uint32_t (&address)[4]) {
+    const auto pair = [&](int i) { return uint64_t{address[i]} << 32 | address[i + 1]; };
+    return Mix(pair(0) + Mix(pair(2)));
+}
+
+uint64_t HashOf(const uint8_t (&mac)[6]) {
+    uint64_t value = 0;
+    std::memcpy(&value, mac, sizeof mac);
+    return Mix(value);
+}
+
+// The same for both directions of a conversation.
+uint64_t FlowHash(const HostMbuf *packet) {
+    const standin::HostMbufMeta &meta = standin::MetaOf(packet);
+    switch (meta.protoType) {
+        case HOST_PROTO_IPV4:
+            return Mix(meta.srcIp) + Mix(meta.dstIp);
+        case HOST_PROTO_IPV6:
+            return HashOf(meta.srcIp6) + HashOf(meta.dstIp6);
+        default:
+            return HashOf(meta.srcMac) + HashOf(meta.dstMac);
+    }
+}
+
+}  // namespace
+
+Fates &Fates::operator+=(const Fates &other) {
+    returned += other.returned;
+    taken += other.taken;
+    undelivered += other.undelivered;
+    transmitted += other.transmitted;
+    returnedControl += other.returnedControl;
+    for (size_t row = 0; row < undeliveredByClass.size(); ++row) {
+        undeliveredByClass[row] += other.undeliveredByClass[row];
+    }
+    return *this;
+}
+
+ForwardingThread::ForwardingThread(ForwardingPath &path)
+    : path_(path), thread_(&ForwardingThread::Run, this) {
+    entered_.wait();
+}
+
+void ForwardingThread::Push(HostMbuf *packet) {
+    pending_.push_back(packet);
+    if (pending_.size() == kBatch) {
+        Flush();
+    }
+}
+
+void ForwardingThread::Flush() {
+    std::unique_lock lock(mutex_);
+    workDone_.wait(lock, [this] { return queue_.size() < kQueueLength; });
+    queue_.insert(queue_.end(), pending_.begin(), pending_.end());
+    pending_.clear();
+    workToDo_.notify_one();
+}
+
+Fates ForwardingThread::WaitUntilIdle() {
+    Flush();
+    std::unique_lock lock(mutex_);
+    workDone_.wait(lock, [this] { return queue_.empty() && !busy_; });
+    return fates_;
+}
+
+Fates ForwardingThread::FatesSoFar() {
+    const std::lock_guard lock(mutex_);
+    return published_;
+}
+
+void ForwardingThread::Stop() {
+    Flush();
+    {
+        const std::lock_guard lock(mutex_);
+        stopping_ = true;
+        workToDo_.notify_one();
+    }
+    if (thread_.joinable()) {
+        thread_.join();
+    }
+}
+
+void ForwardingThread::Run() {
+    path_.module.EnterLcore();
+    entered_.count_down();
+    std::vector<HostMbuf *> packets;
+    while (TakeQueued(packets)) {
+        for (HostMbuf *packet : packets) {
+            Forward(packet);
+        }
+        packets.clear();
+    }
+    path_.module.LeaveLcore();
+}
+
+bool ForwardingThread::TakeQueued(std::vector<HostMbuf *> &packets) {
+    std::unique_lock lock(mutex_);
+    busy_ = false;
+    published_ = fates_;
+    workDone_.notify_one();
+    workToDo_.wait(lock, [this] { return !queue_.empty() || stopping_; });
+    packets.swap(queue_);
+    busy_ = !packets.empty();
+    workDone_.notify_one();
+    return busy_;
+}
+
+void ForwardingThread::Forward(HostMbuf *packet) {
+    const bool transmitted = standin::MetaOf(packet).transmitted;
+    switch (transmitted ? standin::RunTransmitPath(packet) : standin::RunReceivePath(packet)) {
+        case standin::Fate::kTaken:
+            ++fates_.taken;
+            return;
+        case standin::Fate::kReturned:
+            ++(transmitted ? fates_.transmitted : fates_.returned);
+            fates_.returnedControl += !transmitted && IsControl(packet) ? 1 : 0;
+            (transmitted ? path_.transmitted : path_.returned).Write(packet);
+            break;
+        case standin::Fate::kUndelivered:
+            ++fates_.undelivered;
+            CountByClass(fates_.undeliveredByClass, packet);
+            path_.undelivered.Write(packet);
+            break;
+    }
+    standin::MbufPool::Release(packet);
+}
+
+ForwardingThreads::ForwardingThreads(const standin::Module &module, uint32_t count,
+                                     const OutputDirectory &out)
+    : path_{module, CaptureWriter(out.PathOf(kReturnedCapture)),
+            CaptureWriter(out.PathOf(kUndeliveredCapture)),
+            CaptureWriter(out.PathOf(kTransmittedCapture))} {
+    for (uint32_t i = 0; i < count; ++i) {
+        threads_.push_back(std::make_unique<ForwardingThread>(path_));
+    }
+}
+
+void ForwardingThreads::Forward(HostMbuf *packet) {
+    threads_[FlowHash(packet) % threads_.size()]->Push(packet);
+}
+
+Fates ForwardingThreads::WaitUntilIdle() {
+    Fates fates;
+    for (const auto &thread : threads_) {
+        fates += thread->WaitUntilIdle();
+    }
+    return fates;
+}
+
+void ForwardingThreads::Flush() {
+    for (const auto &thread : threads_) {
+        thread->Flush();
+    }
+}
+
+Fates ForwardingThreads::FatesSoFar() const {
+    Fates fates;
+    for (const auto &thread : threads_) {
+        fates += thread->FatesSoFar();
+    }
+    return fates;
+}
+
+void ForwardingThreads::Stop() {
+    for (const auto &thread : threads_) {
+        thread->Stop();
+    }
+}
+
+std::vector<std::string> ForwardingThreads::CloseCaptures() {
+    return {path_.returned.Close(), path_.undelivered.Close(), path_.transmitted.Close()};
+}
+
+}  // namespace kes_engine

@@ -1,0 +1,105 @@
+// The forwarding threads.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <latch>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "capture_writer.h"
+#include "output_directory.h"
+#include "packet_class.h"
+#include "standin/module_loader.h"
+
+namespace kes_engine {
+
+// Where packets went, as the forwarding threads saw it.
+struct Fates {
+    uint64_t returned = 0;
+    uint64_t taken = 0;
+    uint64_t undelivered = 0;
+    uint64_t transmitted = 0;  // all the way
+    ClassCounts undeliveredByClass = {};
+    uint32_t returnedControl = 0;  // of the returned, those on the control port
+
+    Fates &operator+=(const Fates &other);
+};
+
+// What forwarding threads share.
+struct ForwardingPath {
+    const standin::Module &module;
+    CaptureWriter returned;
+    CaptureWriter undelivered;
+    CaptureWriter transmitted;
+};
+
+// One thread with its queue. It is an lcore of the module from its construction until Stop().
+class ForwardingThread {
+  public:
+    explicit ForwardingThread(ForwardingPath &path);
+    ~ForwardingThread() {
+        Stop();
+    }
+
+    // At most this many packets wait to be queued together.
+    static constexpr size_t kBatch = 32;
+
+    // Gives the thread a packet; waits while its queue is full. The packet is queued with others,
+    // at the latest by Flush(). These three are called from one thread.
+    void Push(HostMbuf *packet);
+    void Flush();
+    // Waits until all that was pushed has met its fate; the fates so far.
+    Fates WaitUntilIdle();
+
+    // The fates up to the last time that the thread looked for work. Called from any thread.
+    Fates FatesSoFar();
+
+    // Finishes what is queued, and ends the thread.
+    void Stop();
+
+  private:
+    void Run();
+    bool TakeQueued(std::vector<HostMbuf *> &packets);
+    void Forward(HostMbuf *packet);
+
+    ForwardingPath &path_;
+    std::vector<HostMbuf *> pending_;  // of the pushing thread
+    std::mutex mutex_;
+    std::condition_variable workToDo_;
+    std::condition_variable workDone_;
+    std::vector<HostMbuf *> queue_;
+    bool busy_ = false;
+    bool stopping_ = false;
+    Fates fates_;      // the thread's own while it is busy
+    Fates published_;  // what the others may know of it
+    std::latch entered_{1};
+    std::thread thread_;
+};
+
+class ForwardingThreads {
+  public:
+    // Starts the threads. The module must be loaded, and must stay so until Stop().
+    ForwardingThreads(const standin::Module &module, uint32_t count, const OutputDirectory &out);
+
+    // Hands a packet to a thread, the same for all packets between two addresses, so that
+    // fragments and both directions of a conversation stay in order. Called from one thread.
+    void Forward(HostMbuf *packet);
+    // Lets no packet wait for others. Called from the same thread.
+    void Flush();
+    // Waits until every packet has met its fate; the fates so far.
+    Fates WaitUntilIdle();
+    // The fates so far, or a little less. Called from any thread.
+    Fates FatesSoFar() const;
+    void Stop();
+    // Completes the captures. Returns what went wrong with them.
+    std::vector<std::string> CloseCaptures();
+
+  private:
+    ForwardingPath path_;
+    std::vector<std::unique_ptr<ForwardingThread>> threads_;
+};
+
+}  // namespace kes_engine

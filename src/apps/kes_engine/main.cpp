@@ -1,0 +1,154 @@
+// kes_engine: replays a capture through the module, as the engine on a forwarding board would pass
+// it its packets, and reports where every packet went.
+#include <sys/resource.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+
+#include "capture_reader.h"
+#include "control/command.h"
+#include "control_service.h"
+#include "engine.h"
+#include "failure.h"
+#include "interruption.h"
+#include "line_log.h"
+#include "live_reader.h"
+#include "options.h"
+#include "output_directory.h"
+#include "report.h"
+#include "standin/runtime.h"
+
+namespace kes_engine {
+namespace {
+
+enum ExitStatus { kOk = 0, kFailed = 1, kUsage = 2 };
+
+void Complain(const std::string &what) {
+    std::cerr << "kes_engine: " << what << '\n';
+}
+
+std::vector<control::Command> ReadCommands(const std::vector<std::string> &files) {
+    std::vector<control::Command> commands;
+    for (const std::string &file : files) {
+        for (control::Command &command : control::ParseFile(file)) {
+            commands.push_back(std::move(command));
+        }
+    }
+    return commands;
+}
+
+void Configure(const Options &options) {
+    for (const auto &[name, value] : options.capabilities) {
+        standin::SetCapability(name, value);
+    }
+    for (const auto &[forwarding, control] : options.interfaceMap) {
+        standin::MapInterface(forwarding, control);
+    }
+}
+
+// Files that outgrow a limit are to fail, not to end the program, and there may be a capture for
+// each of many instances.
+void PrepareForFiles() {
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit files;
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0) {
+        files.rlim_cur = files.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &files);
+    }
+}
+
+ExitStatus Publish(const Result &result, const Options &options) {
+    if (!options.explain) {
+        std::cout << (options.jsonReport ? JsonReport(result) : TextReport(result)) << std::flush;
+    }
+    for (const std::string &failure : result.failures) {
+        Complain(failure);
+    }
+    for (const std::string &leftover : result.leftovers) {
+        Complain("left behind by the module: " + leftover);
+    }
+    if (!result.Conserved()) {
+        Complain("packets are not conserved: of " + std::to_string(result.frames) + " frames, " +
+                 std::to_string(result.received) + " received and " +
+                 std::to_string(result.fates.transmitted) + " transmitted; " +
+                 std::to_string(result.fates.taken) + " taken, " +
+                 std::to_string(result.ReceivedByInstances()) + " received by instances");
+    }
+    for (const std::string &contradiction : result.Contradictions()) {
+        Complain((result.CountsAreExact() ? "" : "note: ") + contradiction);
+    }
+    if (!std::cout) {
+        Complain("cannot write the report");
+        return kFailed;
+    }
+    return result.Ok() ? kOk : kFailed;
+}
+
+// All that can be known to be wrong is found before the module starts.
+ExitStatus Run(const Options &options) {
+    const std::vector<control::Command> commands = ReadCommands(options.commandFiles);
+    const std::vector<control::Command> later = ReadCommands(options.laterCommandFiles);
+    std::optional<CaptureReader> capture;
+    if (!options.capture.empty()) {
+        capture.emplace(options.capture);
+    }
+    std::optional<LiveReader> interface;
+    if (!options.interface.empty()) {
+        interface.emplace(options.interface);
+    }
+    OutputDirectory out(options.outDirectory, options.capture);
+    LineLog log(options.logFile);
+    PrepareForFiles();
+    Configure(options);
+    Engine engine(options, out);
+
+    ListenForInterruption();
+    log.Begin();
+    engine.Start();
+    std::optional<ControlService> service;
+    if (options.Serves()) {
+        service.emplace(options.controlPath, engine, log);
+        std::cerr << "serving clients on " << options.controlPath << '\n';
+    }
+    engine.Execute(commands);
+    out.Begin();
+    if (capture && options.explain) {
+        engine.Explain(*capture);
+    } else if (capture) {
+        engine.Replay(*capture);
+    }
+    if (interface) {
+        engine.Listen(*interface);
+    }
+    engine.ExecuteAfter(later);
+    if (options.stay) {
+        SleepUntilInterrupted();
+    }
+    service.reset();
+    Result result = engine.Finish();
+    if (const std::string failure = log.End(); !failure.empty()) {
+        result.failures.push_back(failure);
+    }
+    return Publish(result, options);
+}
+
+int Main(int argc, char **argv) {
+    try {
+        const std::optional<Options> options = ParseOptions(argc, argv);
+        return options ? Run(*options) : kOk;
+    } catch (const UsageError &error) {
+        Complain(error.what());
+        return kUsage;
+    } catch (const std::exception &error) {
+        Complain(error.what());
+        return kFailed;
+    }
+}
+
+}  // namespace
+}  // namespace kes_engine
+
+int main(int argc, char **argv) {
+    return kes_engine::Main(argc, argv);
+}

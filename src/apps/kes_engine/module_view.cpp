@@ -1,0 +1,143 @@
+#include "module_view.h"
+
+#include <atomic>
+#include <cstring>
+#include <string>
+
+#include "failure.h"
+
+namespace kes_engine {
+namespace {
+
+// The address of an object or operation.
+template <class Thing>
+Thing *Bind(const standin::Module &module, const std::string &name) {
+    void *found = module.Symbol(name.c_str());
+    if (found == nullptr) {
+        throw Failure("the module has no " + name);
+    }
+    return reinterpret_cast<Thing *>(found);
+}
+
+template <class Key>
+Table<Key> BindTable(const standin::Module &module, const std::string &family) {
+    const std::string object = "g_LyrKes_Dist" + family;
+    const std::string operation = "LyrKes_Dist" + family;
+    return {
+        .buckets = Bind<TableLink *>(module, object + "Tbl"),
+        .bucketCount = Bind<uint32_t>(module, object + "Cap"),
+        .locker = Bind<uint32_t>(module, object + "RwLocker"),
+        .bucketOf = Bind<uint32_t(const void *, uint32_t)>(module, operation + "_GetHashIndex"),
+        .compare = Bind<int32_t(const Key *, const Key *)>(module, operation + "_KeyCmp"),
+    };
+}
+
+class ReadLock {
+  public:
+    ReadLock(const ModuleView &module, uint32_t *locker) : module_(module), locker_(locker) {
+        module_.LyrKes_DistReadLock(locker_);
+    }
+    ~ReadLock() {
+        module_.LyrKes_DistReadUnlock(locker_);
+    }
+    ReadLock(const ReadLock &) = delete;
+    ReadLock &operator=(const ReadLock &) = delete;
+
+  private:
+    const ModuleView &module_;
+    uint32_t *locker_;
+};
+
+template <class Word>
+Word Load(Word &word) {
+    return std::atomic_ref(word).load(std::memory_order_acquire);
+}
+
+// The module writes records word by word.
+using SharedWord [[gnu::may_alias]] = uint32_t;
+
+Sources CopyOf(const MundSourceRecord *records) {
+    Sources copy;
+    const auto *from = reinterpret_cast<const SharedWord *>(records);
+    auto *to = reinterpret_cast<SharedWord *>(copy.data());
+    for (size_t i = 0; i < sizeof copy / sizeof(SharedWord); ++i) {
+        to[i] = __atomic_load_n(&from[i], __ATOMIC_ACQUIRE);
+    }
+    return copy;
+}
+
+template <class Key>
+void Walk(const Table<Key> &table, const TableLink *bucket, const Key &key, Chain &chain) {
+    for (const TableLink *link = bucket->next; link != bucket; link = link->next) {
+        if (link == nullptr) {
+            chain.broken = true;
+            return;
+        }
+        ++chain.entries;
+        const auto *entry = static_cast<const TableEntry<Key> *>(link);
+        if (chain.position == 0 && table.compare(&entry->key, &key) == 0) {
+            chain.position = chain.entries;
+            chain.instance = entry->instance;
+        }
+    }
+}
+
+}  // namespace
+
+ModuleView::ModuleView(const standin::Module &module)
+    :
+#define KES_ENGINE_BIND(name, type) name(Bind<type>(module, #name)),
+      KES_ENGINE_DRY_RUN_OPERATIONS(KES_ENGINE_BIND)
+#undef KES_ENGINE_BIND
+          ipv4Tunnels(BindTable<Ipv4TunnelKey>(module, "Ipv4")),
+      ipv6Tunnels(BindTable<Ipv6TunnelKey>(module, "Ipv6")),
+      sessions(BindTable<SessionKey>(module, "Ka")),
+      sources_(Bind<MundSourceRecord>(module, MUND_OBJECT_SOURCES)),
+      lastInstance_(Bind<uint32_t>(module, MUND_OBJECT_LAST_INSTANCE)) {
+}
+
+Sources ModuleView::ReadSources() const {
+    for (Sources before = CopyOf(sources_);;) {
+        const Sources after = CopyOf(sources_);
+        if (std::memcmp(&before, &after, sizeof before) == 0) {
+            return after;
+        }
+        before = after;
+    }
+}
+
+uint32_t ModuleView::LastInstance() const {
+    return Load(*lastInstance_);
+}
+
+std::optional<ReceiverSlot> ModuleView::ReceiverOf(uint32_t instance, uint32_t packetType) const {
+    uint32_t *channels = LyrKes_GetChnMapByPktType(packetType);
+    TovThreadInfo **threads = LyrKes_GetThdInfoByPktType(packetType);
+    if (channels == nullptr || threads == nullptr) {
+        return std::nullopt;
+    }
+    // Whoever sees a channel sees its thread.
+    const uint32_t channel = Load(channels[instance]);
+    return ReceiverSlot{channel, Load(threads[instance]) != nullptr};
+}
+
+template <class Key>
+Chain ModuleView::LookAt(const Table<Key> &table, const Key &key) const {
+    Chain chain = {.bucket = table.bucketOf(&key, sizeof key), .buckets = Load(*table.bucketCount)};
+    if (Load(*table.buckets) == nullptr) {
+        return chain;
+    }
+    const ReadLock lock(*this, table.locker);
+    // A table can go at any time before its locker is held.
+    if (const TableLink *buckets = Load(*table.buckets)) {
+        chain.exists = true;
+        Walk(table, &buckets[chain.bucket], key, chain);
+    }
+    return chain;
+}
+
+template Chain ModuleView::LookAt(const Table<Ipv4TunnelKey> &, const Ipv4TunnelKey &) const;
+template Chain ModuleView::LookAt(const Table<Ipv6TunnelKey> &, const Ipv6TunnelKey &) const;
+template Chain ModuleView::LookAt(const Table<SessionKey> &, const SessionKey &) const;
+
+}  // namespace kes_engine

@@ -1,0 +1,148 @@
+// What a dry run uses of the loaded module: operations and objects, by name, and the layouts of the
+// distribution tables as the module exports them.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <type_traits>
+
+#include "kes/mbuf.h"
+#include "kes/thread.h"
+#include "mund/messages.h"
+#include "mund/module_objects.h"
+#include "standin/module_loader.h"
+
+namespace kes_engine {
+
+// A link of a circular list; a bucket is the head of one.
+struct TableLink {
+    TableLink *prev;
+    TableLink *next;
+};
+static_assert(sizeof(TableLink) == 16);
+
+// Keys are hashed and compared as bytes. Host order; an IPv6 address is four words, the most
+// significant first.
+struct Ipv4TunnelKey {
+    uint32_t src;
+    uint32_t dst;
+    uint16_t srcPort;
+    uint16_t dstPort;
+    uint32_t vpn;
+};
+static_assert(offsetof(Ipv4TunnelKey, srcPort) == 8);
+static_assert(offsetof(Ipv4TunnelKey, vpn) == 12);
+static_assert(sizeof(Ipv4TunnelKey) == 16);
+
+struct Ipv6TunnelKey {
+    uint32_t src[4];
+    uint32_t dst[4];
+    uint16_t srcPort;
+    uint16_t dstPort;
+    uint32_t vpn;
+};
+static_assert(offsetof(Ipv6TunnelKey, dst) == 16);
+static_assert(offsetof(Ipv6TunnelKey, srcPort) == 32);
+static_assert(offsetof(Ipv6TunnelKey, vpn) == 36);
+static_assert(sizeof(Ipv6TunnelKey) == 40);
+
+struct SessionKey {
+    uint32_t id[4];
+};
+static_assert(sizeof(SessionKey) == 16);
+
+template <class Key>
+struct TableEntry : TableLink {
+    Key key;
+    uint32_t instance;
+    uint32_t confirmations;
+};
+static_assert(sizeof(TableEntry<Ipv4TunnelKey>) == 40);
+static_assert(sizeof(TableEntry<Ipv6TunnelKey>) == 64);
+static_assert(sizeof(TableEntry<SessionKey>) == 40);
+
+template <class Key>
+struct Table {
+    TableLink **buckets;  // null while the table does not exist
+    uint32_t *bucketCount;
+    uint32_t *locker;
+    uint32_t (*bucketOf)(const void *key, uint32_t length);
+    int32_t (*compare)(const Key *a, const Key *b);
+};
+
+// The chain that a key belongs to.
+struct Chain {
+    bool exists = false;  // the table; if not, nothing but the bucket is known
+    uint32_t bucket = 0;
+    uint32_t buckets = 0;
+    uint32_t entries = 0;   // as far as the chain goes
+    bool broken = false;    // the chain does not come back to its bucket
+    uint32_t position = 0;  // of the key's entry, from 1; 0: it has none
+    uint32_t instance = 0;  // that the entry names
+};
+
+using Sources = std::array<MundSourceRecord, LYR_KES_CWP_SRC_NUM>;
+
+// Where an instance's packets of one type go.
+struct ReceiverSlot {
+    uint32_t channel;  // MUND_NO_CHANNEL until it is resolved
+    bool threadKnown;
+};
+
+// X(name, type)
+#define KES_ENGINE_DRY_RUN_OPERATIONS(X)                                    \
+    X(LyrKes_IsLocalPkt, bool(const HostMbuf *))                            \
+    X(LyrKes_GetCapwapHeader,                                               \
+      uint32_t(const HostMbuf *, const uint8_t **, uint16_t *, uint16_t *)) \
+    X(LyrKes_CheckIsKaPkt, uint32_t(const HostMbuf *))                      \
+    X(LyrKes_CheckIsDtlsHandShakePkt, uint32_t(const HostMbuf *))           \
+    X(LyrKes_CheckIfFirstIpFrag, uint32_t(const HostMbuf *))                \
+    X(LyrHost_IsPktMatchCwpSrc, bool(const HostMbuf *))                     \
+    X(LyrKes_DistCwp_PktProc, uint32_t(HostMbuf *))                         \
+    X(LyrKes_DistKa_PktProc, uint32_t(HostMbuf *))                          \
+    X(LyrKes_GetKaSessionid, uint32_t(const HostMbuf *, uint32_t *))        \
+    X(LyrKes_DistReadLock, void(uint32_t *))                                \
+    X(LyrKes_DistReadUnlock, void(uint32_t *))                              \
+    X(LyrKes_DjbHashCal, uint32_t(const void *, uint32_t))                  \
+    X(LyrKes_GetStaSvcInfo, uint64_t())                                     \
+    X(LyrKes_GetPidByMac, uint32_t(const uint8_t *))                        \
+    X(LyrKes_GetChnMapByPktType, uint32_t *(uint32_t))                      \
+    X(LyrKes_GetThdInfoByPktType, TovThreadInfo **(uint32_t))               \
+    X(TOV_CHN_KES2LYR, const char *(uint32_t))                              \
+    X(TOV_THD_KES2LYR, const char *(uint32_t))
+
+// Callable from any thread while the module is started.
+class ModuleView {
+  public:
+    // Throws Failure, which names an operation or object that the module lacks.
+    explicit ModuleView(const standin::Module &module);
+
+#define KES_ENGINE_OPERATION(name, type) std::add_pointer_t<type> name;
+    KES_ENGINE_DRY_RUN_OPERATIONS(KES_ENGINE_OPERATION)
+#undef KES_ENGINE_OPERATION
+
+    Table<Ipv4TunnelKey> ipv4Tunnels;
+    Table<Ipv6TunnelKey> ipv6Tunnels;
+    Table<SessionKey> sessions;
+
+    // All sources as they were at one moment.
+    Sources ReadSources() const;
+
+    // The highest number of a service instance.
+    uint32_t LastInstance() const;
+
+    // Of an instance up to the last one; nothing while the module has no channels.
+    std::optional<ReceiverSlot> ReceiverOf(uint32_t instance, uint32_t packetType) const;
+
+    // A key's chain, under the table's locker.
+    template <class Key>
+    Chain LookAt(const Table<Key> &table, const Key &key) const;
+
+  private:
+    const MundSourceRecord *sources_;
+    uint32_t *lastInstance_;
+};
+
+}  // namespace kes_engine

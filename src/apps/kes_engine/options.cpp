@@ -1,0 +1,265 @@
+#include "options.h"
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+
+#include "control/command.h"
+#include "control/values.h"
+#include "failure.h"
+#include "mund/server.h"
+#include "standin/runtime.h"
+
+namespace kes_engine {
+namespace {
+
+constexpr const char *kModuleFile = "liblyr_host.so";
+
+constexpr const char *kExamples = R"(Examples:
+  kes_engine --replay session.pcap
+      replays a capture through a module that knows no tunnels yet
+  kes_engine --exec tunnels.txt --replay session.pcap --rx-port 7 --out session.d
+      registers tunnels first, and keeps what each service instance got
+  kes_engine --exec tunnels.txt --replay session.pcap --exec-after questions.txt
+      asks the module what it has counted, before it is stopped
+  kes_engine --exec tunnels.txt --replay session.pcap --explain
+      says step by step where each packet would go, and why
+  kes_engine --exec tunnels.txt --serve --listen eth1
+      serves live traffic, and clients on the control socket, until it is interrupted
+  kes_engine --capability WCWP_SPEC_SVC_NUM=3 --workers 4 --replay big.pcapng --report json
+      four service instances, four forwarding threads, a report for a program
+
+The report goes to standard output: where every packet went, the module's own counters, and its alarm
+for dropped messages. What came of the commands, and errors, go to standard error. A run goes wrong,
+too, if a packet is lost or if the counters contradict what was seen. With several workers the latter
+is reported as a note, since the module counts without locks.
+SIGINT and SIGTERM stop a run in order, with the report; a second one ends it at once.
+Exit status: 0 all went well, 1 something did not, 2 the command line makes no sense.
+
+Frames from an address given with --local go down the transmit path, and are kept as such. With
+--cause-id, SOURCE is an IPv4 or IPv6 address, for UDP packets from it, or a MAC address, for all
+frames from it; the first that fits a received frame counts.
+
+Captures written with --out have times in nanoseconds. With several workers, frames of one flow
+keep their order; those of different flows may change places. Captures that an earlier run left
+in the directory are removed when the replay begins.
+
+Commands for --exec and --exec-after, one on a line, '#' begins a comment. What a command leaves to the module's own
+threads, as audits do, is done before the next command or the replay begins:
+)";
+
+// The module beside an installed or built program, or wherever the loader finds it.
+std::string DefaultModule() {
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    const std::filesystem::path beside =
+        (self.parent_path() / ".." / "lib" / kModuleFile).lexically_normal();
+    return !error && std::filesystem::exists(beside, error) ? beside.string() : kModuleFile;
+}
+
+// The two sides of "LEFT=RIGHT".
+std::pair<std::string, std::string> Sides(const std::string &option, const std::string &text) {
+    const size_t sign = text.find('=');
+    if (sign == std::string::npos) {
+        throw UsageError(option + " '" + text + "' has no '='");
+    }
+    return {text.substr(0, sign), text.substr(sign + 1)};
+}
+
+void ReadCapability(Options &options, const std::string &text) {
+    const auto [name, value] = Sides("--capability", text);
+    std::string known;
+    for (const std::string_view candidate : standin::KnownCapabilities()) {
+        if (candidate == name) {
+            options.capabilities.emplace_back(name,
+                                              control::ParseNumber("--capability " + name, value));
+            return;
+        }
+        known += (known.empty() ? "" : ", ") + std::string(candidate);
+    }
+    throw UsageError("--capability: unknown capability '" + name + "'; there are: " + known);
+}
+
+void ReadInterface(Options &options, const std::string &text) {
+    const auto [forwarding, control] = Sides("--if-map", text);
+    options.interfaceMap.emplace_back(control::ParseNumber("--if-map FWD", forwarding),
+                                      control::ParseNumber("--if-map CTRL", control));
+}
+
+std::variant<LyrKesRpcIpAddr, Mac> ReadSource(const std::string &option, const std::string &text) {
+    try {
+        return control::ParseMac(option, text);
+    } catch (const control::InputError &) {
+    }
+    try {
+        return control::ParseAddress(option, text);
+    } catch (const control::InputError &) {
+        throw UsageError(option + " '" + text + "' is not an IPv4, IPv6 or MAC address");
+    }
+}
+
+void ReadCauseRule(Options &options, const std::string &text) {
+    const auto [source, id] = Sides("--cause-id", text);
+    options.frameRules.causes.push_back(
+        {ReadSource("--cause-id SOURCE", source),
+         static_cast<uint16_t>(control::ParseNumber("--cause-id ID", id, UINT16_MAX))});
+}
+
+// Options whose values are not plain texts, as they were given.
+struct RawOptions {
+    std::vector<std::string> capabilities;
+    std::vector<std::string> interfaces;
+    std::vector<std::string> localAddresses;
+    std::vector<std::string> causeRules;
+    std::string workers = "1";
+    std::string rxPort = "0";
+    std::string vrf = "0";
+    std::string report = "text";
+    std::string loops = "1";
+    std::string rate;
+};
+
+// Throws UsageError for what only a replay can do.
+void RefuseWithoutCapture(const Options &options, const RawOptions &raw) {
+    const std::pair<const char *, bool> given[] = {{"--explain", options.explain},
+                                                   {"--rate", !raw.rate.empty()},
+                                                   {"--loop", raw.loops != RawOptions().loops}};
+    for (const auto &[option, isGiven] : given) {
+        if (isGiven) {
+            throw UsageError(std::string(option) + " needs --replay");
+        }
+    }
+}
+
+void ReadValues(const RawOptions &raw, Options &options) {
+    for (const std::string &text : raw.capabilities) {
+        ReadCapability(options, text);
+    }
+    for (const std::string &text : raw.interfaces) {
+        ReadInterface(options, text);
+    }
+    for (const std::string &text : raw.localAddresses) {
+        options.frameRules.local.push_back(control::ParseAddress("--local", text));
+    }
+    for (const std::string &text : raw.causeRules) {
+        ReadCauseRule(options, text);
+    }
+    options.workers = control::ParseNumber("--workers", raw.workers, kMaxWorkers);
+    if (options.workers == 0) {
+        throw UsageError("--workers '0': there must be a forwarding thread");
+    }
+    options.rxPort = control::ParseNumber("--rx-port", raw.rxPort);
+    options.vrf = control::ParseNumber("--vrf", raw.vrf);
+    options.jsonReport = raw.report == "json";
+    options.loops = control::ParseNumber("--loop", raw.loops);
+    if (!raw.rate.empty()) {
+        options.rate = control::ParseNumber("--rate", raw.rate);
+        if (options.rate == 0) {
+            throw UsageError("--rate '0': at least one frame a second");
+        }
+    }
+    if (options.capture.empty() && options.interface.empty() && !options.stay) {
+        throw UsageError("one of --replay, --listen and --serve is required");
+    }
+    if (options.capture.empty()) {
+        RefuseWithoutCapture(options, raw);
+    }
+    if (options.explain && !options.frameRules.local.empty()) {
+        throw UsageError("--explain tells of received frames: it goes without --local");
+    }
+    if (options.controlPath.empty() && (options.stay || !options.interface.empty())) {
+        options.controlPath = mund::DefaultSocketPath();
+    }
+}
+
+void Describe(CLI::App &app, Options &options, RawOptions &raw) {
+    // An option that is repeated takes one value each time.
+    const auto repeated = [&app](const char *name, std::vector<std::string> &values,
+                                 const char *help) {
+        return app.add_option(name, values, help)->allow_extra_args(false);
+    };
+    app.add_option("--module", options.module, "the module's shared library")
+        ->type_name("PATH")
+        ->default_str("the one built or installed with this program");
+    repeated("--capability", raw.capabilities, "configure a capability (repeatable)")
+        ->type_name("NAME=VALUE");
+    repeated("--exec", options.commandFiles, "run control commands before the replay (repeatable)")
+        ->type_name("FILE");
+    repeated("--exec-after", options.laterCommandFiles,
+             "run control commands after the replay (repeatable)")
+        ->type_name("FILE");
+    app.add_option("--replay", options.capture, "pass the frames of a capture (pcap or pcapng)")
+        ->type_name("CAPTURE");
+    app.add_flag("--explain", options.explain,
+                 "say of each frame of the capture what the module would do, instead of a replay");
+    app.add_option("--loop", raw.loops, "replay so many times; 0: until interrupted")
+        ->type_name("N")
+        ->capture_default_str();
+    app.add_option("--rate", raw.rate, "frames a second of a replay")
+        ->type_name("PPS")
+        ->default_str("as fast as possible");
+    app.add_option("--listen", options.interface,
+                   "receive frames from a network interface, until interrupted")
+        ->type_name("INTERFACE");
+    app.add_flag("--serve", options.stay, "stay up for clients, until interrupted");
+    app.add_option("--control", options.controlPath,
+                   "serve clients on this socket; with --serve and --listen there is one anyway")
+        ->type_name("PATH")
+        ->default_str(mund::DefaultSocketPath());
+    app.add_option("--workers", raw.workers, "forwarding threads; a flow stays on one")
+        ->type_name("N")
+        ->capture_default_str();
+    app.add_option("--rx-port", raw.rxPort, "port on which the frames arrive")
+        ->type_name("N")
+        ->capture_default_str();
+    app.add_option("--vrf", raw.vrf, "VRF in which the frames arrive")
+        ->type_name("N")
+        ->capture_default_str();
+    repeated("--if-map", raw.interfaces, "map a forwarding-plane interface (repeatable)")
+        ->type_name("FWD=CTRL");
+    repeated("--local", raw.localAddresses,
+             "pass frames from an address down the transmit path (repeatable)")
+        ->type_name("IP");
+    repeated("--cause-id", raw.causeRules, "give received frames a cause id (repeatable)")
+        ->type_name("SOURCE=ID");
+    app.add_flag("--diag", options.diagnose, "mark every packet for the diagnostic print");
+    app.add_option("--out", options.outDirectory, "keep packets as captures in a directory")
+        ->type_name("DIR");
+    app.add_option("--report", raw.report, "form of the report on standard output")
+        ->type_name("text|json")
+        ->check(CLI::IsMember({"text", "json"}).description(""))
+        ->capture_default_str();
+    app.add_option("--log", options.logFile, "write log, trace, print and alarm lines to a file")
+        ->type_name("FILE")
+        ->default_str("standard error");
+}
+
+}  // namespace
+
+std::optional<Options> ParseOptions(int argc, char **argv) {
+    CLI::App app("Replays a capture through the module, and reports where every packet went.",
+                 "kes_engine");
+    app.footer(kExamples + control::CommandHelp());
+    app.set_version_flag("--version", "kes_engine " KES_ENGINE_VERSION);
+    Options options;
+    RawOptions raw;
+    Describe(app, options, raw);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success &answer) {
+        app.exit(answer);
+        return std::nullopt;
+    } catch (const CLI::ParseError &error) {
+        throw UsageError(std::string(error.what()) + " (--help lists the options)");
+    }
+    try {
+        ReadValues(raw, options);
+    } catch (const control::InputError &error) {
+        throw UsageError(error.what());
+    }
+    if (options.module.empty()) {
+        options.module = DefaultModule();
+    }
+    return options;
+}
+
+}  // namespace kes_engine

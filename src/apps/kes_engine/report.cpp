@@ -1,0 +1,246 @@
+#include "report.h"
+
+#include <algorithm>
+#include <cctype>
+#include <iomanip>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+namespace kes_engine {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr int kCounterWidth = 16;
+
+double PacketsPerSecond(const Result &result) {
+    return result.seconds > 0 ? static_cast<double>(result.frames) / result.seconds : 0;
+}
+
+struct Counter {
+    const char *words;
+    uint32_t LyrKesPktStat::*value;
+};
+#define COUNTER(field, words) {words, &LyrKesPktStat::field},
+constexpr Counter kCounters[] = {LYR_KES_PKT_STAT_COUNTERS(COUNTER)};
+#undef COUNTER
+
+void PrintTotals(std::ostream &out, const Result &result) {
+    const auto row = [&out](const char *name) -> std::ostream & {
+        return out << std::left << std::setw(13) << name << std::right;
+    };
+    const auto number = [&](const char *name, uint64_t value) {
+        row(name) << std::setw(10) << value << '\n';
+    };
+    row("capture") << result.capture << '\n';
+    number("workers", result.workers);
+    number("commands", result.commands);
+    number("received", result.received);
+    number("returned", result.fates.returned);
+    number("taken", result.fates.taken);
+    number("undelivered", result.fates.undelivered);
+    number("transmitted", result.fates.transmitted);
+    row("conserved") << std::setw(10) << (result.Conserved() ? "yes" : "NO") << '\n';
+    row("seconds") << std::fixed << std::setprecision(3) << std::setw(10) << result.seconds
+                   << std::setprecision(0) << "  (" << PacketsPerSecond(result) << " packets/s)\n";
+}
+
+void PrintReceived(std::ostream &out, uint32_t instance, const char *type,
+                   const InstanceReport::Received &received) {
+    if (received.packets == 0) {
+        return;
+    }
+    out << std::setw(8) << instance << "  " << std::left << std::setw(4) << type << std::right
+        << std::setw(9) << received.packets;
+    const char *indent = "  ";
+    for (const auto &[message, packets] : received.messages) {
+        out << indent << std::setw(9) << packets << "  " << message << '\n';
+        indent = "                         ";
+    }
+}
+
+void PrintInstances(std::ostream &out, const Result &result) {
+    if (result.instances.empty()) {
+        return;
+    }
+    out << "\ninstance  type  packets  of these\n";
+    for (const InstanceReport &report : result.instances) {
+        PrintReceived(out, report.instance, "cwp", report.cwp);
+        PrintReceived(out, report.instance, "wapi", report.wapi);
+    }
+}
+
+void PrintCounters(std::ostream &out, const Result &result) {
+    if (!result.counters) {
+        out << "\nno counters: none could be had of the module\n";
+        return;
+    }
+    out << "\ncounters           ";
+    for (const char *name : kClassWords) {
+        out << std::setw(kCounterWidth) << name;
+    }
+    for (const Counter &counter : kCounters) {
+        out << '\n' << std::left << std::setw(19) << counter.words << std::right;
+        for (const LyrKesPktStat &of : *result.counters) {
+            out << std::setw(kCounterWidth) << of.*counter.value;
+        }
+    }
+    out << '\n';
+}
+
+void PrintDropAlarm(std::ostream &out, const Result &result) {
+    if (!result.dropWatch) {
+        return;
+    }
+    const DropWatch &watch = *result.dropWatch;
+    out << "\ndrop alarm " << (watch.alarmRaised ? "raised" : "not raised");
+    if (watch.open) {
+        out << ", " << watch.dropped << " of " << watch.messages << " messages dropped, "
+            << (watch.alarmRaised ? watch.quietPeriods : watch.periodsWithDrops)
+            << (watch.alarmRaised ? " quiet periods" : " periods with drops");
+    }
+    out << "; " << result.alarms.raised << " raises, " << result.alarms.restored << " restores\n";
+}
+
+void PrintList(std::ostream &out, const char *title, const std::vector<std::string> &lines) {
+    for (const std::string &line : lines) {
+        out << (&line == &lines.front() ? title : "") << "  " << line << '\n';
+    }
+}
+
+Json InstanceToJson(const InstanceReport &report) {
+    Json messages = Json::object();
+    for (const InstanceReport::Received *received : {&report.cwp, &report.wapi}) {
+        for (const auto &[message, packets] : received->messages) {
+            messages[message] = packets + messages.value(message, uint64_t{0});
+        }
+    }
+    return {{"instance", report.instance},
+            {"cwp", report.cwp.packets},
+            {"wapi", report.wapi.packets},
+            {"messages", std::move(messages)}};
+}
+
+// A key for words, as in "send_failed".
+std::string Key(std::string words) {
+    std::ranges::transform(words, words.begin(), [](unsigned char c) {
+        return static_cast<char>(c == ' ' ? '_' : std::tolower(c));
+    });
+    return words;
+}
+
+Json CountersToJson(const Result &result) {
+    Json classes;
+    for (size_t row = 0; result.counters && row < result.counters->size(); ++row) {
+        Json &counters = classes[Key(kClassWords[row])];
+        for (const Counter &counter : kCounters) {
+            counters[Key(counter.words)] = (*result.counters)[row].*counter.value;
+        }
+    }
+    return classes;
+}
+
+Json DropAlarmToJson(const Result &result) {
+    if (!result.dropWatch) {
+        return nullptr;
+    }
+    const DropWatch &watch = *result.dropWatch;
+    return {{"raised", watch.alarmRaised},
+            {"watching", watch.open},
+            {"period_start", watch.open ? Json(watch.periodStart) : Json()},
+            {"dropped", watch.dropped},
+            {"dropped_before_period", watch.droppedBefore},
+            {"messages", watch.messages},
+            {"periods_with_drops", watch.periodsWithDrops},
+            {"quiet_periods", watch.quietPeriods},
+            {"raises", result.alarms.raised},
+            {"restores", result.alarms.restored}};
+}
+
+}  // namespace
+
+uint64_t Result::ReceivedByInstances() const {
+    uint64_t packets = 0;
+    for (const InstanceReport &report : instances) {
+        packets += report.cwp.packets + report.wapi.packets;
+    }
+    return packets;
+}
+
+bool Result::Conserved() const {
+    return frames == received + fates.transmitted &&
+           received == fates.returned + fates.taken + fates.undelivered &&
+           fates.taken == ReceivedByInstances();
+}
+
+std::vector<std::string> Result::Contradictions() const {
+    if (!counters) {
+        return {};
+    }
+    ClassCounts byClass = {};
+    for (const InstanceReport &report : instances) {
+        for (size_t row = 0; row < byClass.size(); ++row) {
+            byClass[row] += report.cwp.byClass[row];
+        }
+    }
+    std::vector<std::string> lines = ContradictionsIn(*counters, byClass, fates);
+    if (dropWatch && dropWatch->alarmRaised != (alarms.raised > alarms.restored)) {
+        lines.push_back(std::string("the drop alarm is ") +
+                        (dropWatch->alarmRaised ? "raised" : "not raised") + ", but " +
+                        std::to_string(alarms.raised) + " raises and " +
+                        std::to_string(alarms.restored) + " restores were sent");
+    }
+    return lines;
+}
+
+bool Result::CountsAreExact() const {
+    return workers == 1 && !served;
+}
+
+bool Result::Ok() const {
+    return Conserved() && (!CountsAreExact() || Contradictions().empty()) && leftovers.empty() &&
+           failures.empty();
+}
+
+std::string TextReport(const Result &result) {
+    std::ostringstream out;
+    PrintTotals(out, result);
+    PrintInstances(out, result);
+    PrintCounters(out, result);
+    PrintList(out,
+              result.CountsAreExact() ? "\nthe counters contradict what was seen\n"
+                                      : "\ncounts lost by several workers, or reset\n",
+              result.Contradictions());
+    PrintDropAlarm(out, result);
+    PrintList(out, "\nleft behind by the module\n", result.leftovers);
+    PrintList(out, "\nfailures\n", result.failures);
+    return out.str();
+}
+
+std::string JsonReport(const Result &result) {
+    Json instances = Json::array();
+    for (const InstanceReport &report : result.instances) {
+        instances.push_back(InstanceToJson(report));
+    }
+    const Json report = {{"received", result.received},
+                         {"returned", result.fates.returned},
+                         {"taken", result.fates.taken},
+                         {"undelivered", result.fates.undelivered},
+                         {"transmitted", result.fates.transmitted},
+                         {"conserved", result.Conserved()},
+                         {"ok", result.Ok()},
+                         {"instances", std::move(instances)},
+                         {"counters", CountersToJson(result)},
+                         {"contradictions", result.Contradictions()},
+                         {"drop_alarm", DropAlarmToJson(result)},
+                         {"capture", result.capture},
+                         {"workers", result.workers},
+                         {"commands", result.commands},
+                         {"seconds", result.seconds},
+                         {"packets_per_second", PacketsPerSecond(result)},
+                         {"leftovers", result.leftovers},
+                         {"failures", result.failures}};
+    return report.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace kes_engine

@@ -1,0 +1,57 @@
+// What a run came to.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "forwarding.h"
+#include "module_statistics.h"
+#include "service_instances.h"
+#include "standin/runtime.h"
+
+namespace kes_engine {
+
+struct Result {
+    std::string capture;
+    uint32_t workers = 0;
+    bool served = false;                     // clients may have reset the module's counters
+    size_t commands = 0;                     // control commands run
+    double seconds = 0;                      // from the first frame to the last one's fate
+    uint64_t frames = 0;                     // counted where they come in
+    uint64_t received = 0;                   // of these; the others are transmitted
+    Fates fates;                             // counted by the forwarding threads
+    std::vector<InstanceReport> instances;   // counted by the instances
+    std::optional<PacketCounters> counters;  // of the module, if it offers any: the replay's
+    std::optional<DropWatch> dropWatch;      // of the module, if it has one
+    standin::AlarmCounts alarms;
+    std::vector<std::string> leftovers;  // what the module left behind
+    std::vector<std::string> failures;   // what went wrong otherwise, one line each
+
+    uint64_t ReceivedByInstances() const;
+    // Every frame was received or transmitted; every packet received met one fate, and each that
+    // was taken reached an instance.
+    bool Conserved() const;
+    // Where the module's counters are not what forwarding threads and instances saw, one line each.
+    std::vector<std::string> Contradictions() const;
+    // With several workers the module may lose counts, and clients may reset them: contradictions
+    // are nothing wrong then.
+    bool CountsAreExact() const;
+    bool Ok() const;
+};
+
+// For people: aligned, ending in a newline.
+std::string TextReport(const Result &result);
+
+// For programs: one object, with "received", "returned", "taken", "undelivered", "transmitted",
+// "conserved", "ok", "instances" [{"instance", "cwp", "wapi", "messages" {words: packets}}],
+// "counters" {class: {counter: packets}}, "contradictions" [text], "drop_alarm" {"raised",
+// "watching", "period_start", "dropped", "dropped_before_period", "messages", "periods_with_drops",
+// "quiet_periods", "raises", "restores"}, "capture", "workers", "commands", "seconds",
+// "packets_per_second", "leftovers" [text], "failures" [text]. What the module does not offer is
+// null.
+std::string JsonReport(const Result &result);
+
+}  // namespace kes_engine

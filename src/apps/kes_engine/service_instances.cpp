@@ -1,0 +1,182 @@
+#include "service_instances.h"
+
+#include <atomic>
+#include <latch>
+#include <system_error>
+#include <thread>
+
+#include "capture_writer.h"
+#include "capwap/describe.h"
+#include "failure.h"
+#include "kes/thread.h"
+#include "standin/channels.h"
+#include "standin/mbuf_pool.h"
+
+namespace kes_engine {
+namespace {
+
+constexpr uint64_t kMaxInstances = 1000;
+
+struct PacketType {
+    const char *name;
+    const char *channelPrefix;
+    const char *threadPrefix;
+    uint32_t event;  // written to the thread when a packet has been queued
+};
+
+constexpr PacketType kCwp = {"cwp", "chn/kes2lyrcwp", "thd/kes2lyrcwp", 1u << 0};
+constexpr PacketType kWapi = {"wapi", "chn/kes2lyrwapi", "thd/kes2lyrwapi", 1u << 1};
+constexpr uint32_t kStopEvent = 1u << 31;
+
+}  // namespace
+
+class Receiver {
+  public:
+    Receiver(uint32_t instance, const PacketType &type, uint32_t channelCapacity,
+             const OutputDirectory &out);
+    ~Receiver() {
+        Stop();
+    }
+
+    void Stop();
+    std::string CloseCapture() {
+        return capture_.Close();
+    }
+    uint64_t Count() const {
+        return count_.load(std::memory_order_relaxed);
+    }
+    const InstanceReport::Received &Result() const {
+        return received_;
+    }
+
+  private:
+    void StartThread();
+    void Run();
+    void Drain();
+
+    const PacketType &type_;
+    const std::string threadName_;
+    CaptureWriter capture_;
+    InstanceReport::Received received_;
+    std::atomic<uint64_t> count_{0};  // of these packets, for other threads
+    uint32_t channel_;
+    std::latch started_{1};
+    bool known_ = false;  // whether the thread could make itself known; written before it starts
+    std::thread thread_;
+};
+
+Receiver::Receiver(uint32_t instance, const PacketType &type, uint32_t channelCapacity,
+                   const OutputDirectory &out)
+    : type_(type),
+      threadName_(type.threadPrefix + std::to_string(instance)),
+      capture_(out.PathOf(InstanceCapture(instance, type.name))) {
+    const std::string channelName = type.channelPrefix + std::to_string(instance);
+    channel_ = standin::OpenChannel(channelName, channelCapacity);
+    if (channel_ == TOV_CHANNEL_ID_NONE) {
+        throw Failure("cannot open channel '" + channelName + "'");
+    }
+    try {
+        StartThread();
+    } catch (...) {
+        standin::CloseChannel(channel_);
+        throw;
+    }
+}
+
+void Receiver::StartThread() {
+    try {
+        thread_ = std::thread(&Receiver::Run, this);
+    } catch (const std::system_error &error) {
+        throw Failure("cannot start thread '" + threadName_ + "': " + error.code().message());
+    }
+    started_.wait();
+    if (!known_) {
+        thread_.join();
+        throw Failure("cannot start thread '" + threadName_ + "': another bears its name");
+    }
+}
+
+void Receiver::Run() {
+    known_ = TOV_ThreadInfoRegByName(threadName_.c_str()) == 0;
+    started_.count_down();
+    uint32_t events = 0;
+    while (known_ && (events & kStopEvent) == 0) {
+        if (TOV_EventRead(&events) == 0 && (events & (type_.event | kStopEvent)) != 0) {
+            Drain();
+        }
+    }
+}
+
+void Receiver::Drain() {
+    while (HostMbuf *packet = standin::ReceiveFromChannel(channel_)) {
+        ++received_.packets;
+        count_.store(received_.packets, std::memory_order_relaxed);
+        CountByClass(received_.byClass, packet);
+        ++received_.messages[capwap::Describe(standin::FrameAsReceived(packet))];
+        capture_.Write(packet);
+        standin::MbufPool::Release(packet);
+    }
+}
+
+void Receiver::Stop() {
+    if (!thread_.joinable()) {
+        return;
+    }
+    TOV_EventWrite(TOV_ThreadInfoGetByName(threadName_.c_str()), kStopEvent);
+    thread_.join();
+    standin::CloseChannel(channel_);
+}
+
+ServiceInstances::ServiceInstances(uint64_t count, uint32_t channelCapacity,
+                                   const OutputDirectory &out) {
+    if (count > kMaxInstances) {
+        throw Failure("the module has " + std::to_string(count) + " service instances; at most " +
+                      std::to_string(kMaxInstances) + " can be served here");
+    }
+    for (uint32_t i = 0; i < count; ++i) {
+        instances_.push_back({std::make_unique<Receiver>(i, kCwp, channelCapacity, out),
+                              std::make_unique<Receiver>(i, kWapi, channelCapacity, out)});
+    }
+}
+
+ServiceInstances::~ServiceInstances() = default;
+
+void ServiceInstances::Stop() {
+    for (const Instance &instance : instances_) {
+        instance.cwp->Stop();
+        instance.wapi->Stop();
+    }
+}
+
+std::vector<std::string> ServiceInstances::CloseCaptures() {
+    std::vector<std::string> failures;
+    for (const Instance &instance : instances_) {
+        failures.push_back(instance.cwp->CloseCapture());
+        failures.push_back(instance.wapi->CloseCapture());
+    }
+    return failures;
+}
+
+std::vector<InstanceCount> ServiceInstances::Counts() const {
+    std::vector<InstanceCount> counts;
+    for (uint32_t i = 0; i < instances_.size(); ++i) {
+        const InstanceCount count = {i, instances_[i].cwp->Count(), instances_[i].wapi->Count()};
+        if (count.cwp + count.wapi > 0) {
+            counts.push_back(count);
+        }
+    }
+    return counts;
+}
+
+std::vector<InstanceReport> ServiceInstances::Reports() const {
+    std::vector<InstanceReport> reports;
+    for (uint32_t i = 0; i < instances_.size(); ++i) {
+        InstanceReport report = {i, instances_[i].cwp->Result(), instances_[i].wapi->Result()};
+        if (report.cwp.packets + report.wapi.packets > 0) {
+            reports.push_back(std::move(report));
+        }
+    }
+    return reports;
+}
+
+}  // namespace kes_engine

@@ -1,0 +1,92 @@
+// explain: what the module would do with the frames of a capture.
+#include <iostream>
+#include <memory>
+
+#include "control/input_error.h"
+#include "control/values.h"
+#include "kes_engine/capture_reader.h"
+#include "own_commands.h"
+
+namespace lyrctl {
+namespace {
+
+using kes_engine::CaptureReader;
+using kes_engine::Frame;
+
+uint32_t NumberOrZero(const control::Arguments &arguments, std::string_view option,
+                      uint32_t max = UINT32_MAX) {
+    const std::string *text = arguments.Find(option);
+    return text != nullptr ? control::ParseNumber(option, *text, max) : 0;
+}
+
+std::string TextIn(const ordered_json &object, const char *name) {
+    const auto member = object.find(name);
+    if (member == object.end() || member->is_null()) {
+        return "";
+    }
+    return member->is_string() ? member->get<std::string>() : member->dump();
+}
+
+void PrintSteps(const Frame &frame, const ordered_json &answer) {
+    std::cout << "frame " << frame.number << '\n';
+    size_t number = 0;
+    if (const auto steps = answer.find("steps"); steps != answer.end()) {
+        for (const ordered_json &step : *steps) {
+            std::string name = TextIn(step, "step");
+            name.resize(std::max<size_t>(name.size(), 8), ' ');
+            std::cout << "  " << ++number << ". " << name << "  " << TextIn(step, "text") << '\n';
+        }
+    }
+    const std::string result = TextIn(answer, "result");
+    std::cout << "  => " << (result.empty() ? TextIn(answer, "fate") : result) << '\n';
+}
+
+void PrintObject(const Frame &frame, const ordered_json &answer) {
+    ordered_json object = {{"frame", frame.number}};
+    object.update(answer);
+    object["frame"] = frame.number;
+    std::cout << object.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+}
+
+std::unique_ptr<CaptureReader> Open(const std::string &path) {
+    try {
+        return std::make_unique<CaptureReader>(path);
+    } catch (const std::exception &error) {
+        throw control::InputError("--capture: " + std::string(error.what()));
+    }
+}
+
+}  // namespace
+
+ExitStatus ExplainCapture(Client &client, const control::Arguments &arguments) {
+    const std::string &path = arguments["--capture"];
+    const uint32_t wanted = NumberOrZero(arguments, "--frame");
+    const MundWireExplainReq arrival = {
+        .rxPort = NumberOrZero(arguments, "--rx-port"),
+        .vrf = NumberOrZero(arguments, "--vrf"),
+        .causeAction = NumberOrZero(arguments, "--cause", UINT16_MAX),
+        .reserved = 0};
+    if (wanted == 0 && arguments.Find("--frame") != nullptr) {
+        throw control::InputError("--frame '0': frames are counted from 1");
+    }
+    const std::unique_ptr<CaptureReader> capture = Open(path);
+    uint64_t frames = 0;
+    while (const std::optional<Frame> frame = capture->Next()) {
+        frames = frame->number;
+        if (wanted != 0 && frames != wanted) {
+            continue;
+        }
+        const ordered_json answer = client.Engine().Explain(arrival, frame->bytes);
+        client.Json() ? PrintObject(*frame, answer) : PrintSteps(*frame, answer);
+        if (frames == wanted || !std::cout.flush()) {
+            return kOk;
+        }
+    }
+    if (wanted != 0) {
+        throw control::InputError("--frame '" + std::to_string(wanted) + "': '" + path + "' has " +
+                                  std::to_string(frames) + " frames");
+    }
+    return kOk;
+}
+
+}  // namespace lyrctl

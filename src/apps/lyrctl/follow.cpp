@@ -1,0 +1,235 @@
+// trace follow: the engine's lines as they come.
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <optional>
+#include <ratio>
+#include <regex>
+#include <utility>
+
+#include "control/input_error.h"
+#include "control/values.h"
+#include "module_object.h"
+#include "mund/module_objects.h"
+#include "own_commands.h"
+
+namespace lyrctl {
+namespace {
+
+struct Kind {
+    std::string_view name;
+    const char *colour;
+};
+
+// By the kind of a line.
+constexpr Kind kKinds[] = {
+    {"report", "36"}, {"print", "32"}, {"log", "33"}, {"alarm", "1;31"}, {"assertion", "1;35"}};
+
+Kind KindOf(uint32_t kind) {
+    return kind < std::size(kKinds) ? kKinds[kind] : Kind{"line", "0"};
+}
+
+std::string Time(uint64_t timeNs) {
+    return control::TimeText(static_cast<int64_t>(timeNs / std::nano::den),
+                             static_cast<uint32_t>(timeNs % std::nano::den / 1'000'000));
+}
+
+// What a packet brings into a line does not get to the terminal as a control sequence.
+std::string Printable(std::string_view text) {
+    std::string printable(text);
+    for (char &c : printable) {
+        if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') {
+            c = '?';
+        }
+    }
+    return printable;
+}
+
+// Interrupts, as a descriptor that becomes readable, for as long as this lives.
+class Interrupts {
+  public:
+    Interrupts() {
+        sigemptyset(&signals_);
+        sigaddset(&signals_, SIGINT);
+        sigaddset(&signals_, SIGTERM);
+        sigaddset(&signals_, SIGHUP);
+        sigaddset(&signals_, SIGQUIT);
+        sigprocmask(SIG_BLOCK, &signals_, &before_);
+        descriptor_ = signalfd(-1, &signals_, SFD_CLOEXEC);
+    }
+    ~Interrupts() {
+        if (descriptor_ >= 0) {
+            // Those that are still to be read have been obeyed.
+            const timespec now = {};
+            while (sigtimedwait(&signals_, nullptr, &now) > 0) {
+            }
+            close(descriptor_);
+        }
+        sigprocmask(SIG_SETMASK, &before_, nullptr);
+    }
+    Interrupts(const Interrupts &) = delete;
+    Interrupts &operator=(const Interrupts &) = delete;
+
+    int Descriptor() const {
+        return descriptor_;
+    }
+
+  private:
+    sigset_t signals_;
+    sigset_t before_;
+    int descriptor_ = -1;
+};
+
+// The trace at a level of its own, until it is put back.
+class TraceLevel {
+  public:
+    TraceLevel(Client &client, uint32_t level)
+        : engine_(client.Engine()),
+          before_(ReadObject<MundTraceConfig>(engine_, MUND_OBJECT_TRACE)) {
+        Set(LYR_KES_TRACE_SET, level);
+    }
+    // For what ends the following other than as it should.
+    ~TraceLevel() {
+        try {
+            PutBack();
+        } catch (const std::exception &) {
+        }
+    }
+    TraceLevel(const TraceLevel &) = delete;
+    TraceLevel &operator=(const TraceLevel &) = delete;
+
+    void PutBack() {
+        if (std::exchange(isBack_, true)) {
+            return;
+        }
+        Set(before_.enable != 0 ? LYR_KES_TRACE_SET : LYR_KES_TRACE_CLEAR, before_.debugLevel);
+    }
+
+  private:
+    // All but the level stays.
+    void Set(uint32_t operation, uint32_t level) {
+        constexpr uint32_t kKeep = 2;
+        LyrKesDebugTraceReq request = {};
+        request.msgType = operation;
+        request.debugLevel = level;
+        std::ranges::copy(before_.mac, request.mac);
+        request.srcAddr.ipVer = kKeep;
+        request.dstAddr.ipVer = kKeep;
+        request.srcPort = before_.srcPort;
+        request.dstPort = before_.dstPort;
+        request.capwapMsgType = before_.capwapMsgType;
+        const control::Answer answer =
+            engine_.Call(MUND_OP_DebugTraceSet, control::BytesOf(request));
+        if (!answer.failure.empty() || answer.result != MUND_RESULT_OK) {
+            throw control::Refused(
+                "the trace's level cannot be set to " + std::to_string(level) + ": " +
+                (answer.failure.empty() ? "result " + std::to_string(answer.result)
+                                        : answer.failure));
+        }
+    }
+
+    control::Connection &engine_;
+    MundTraceConfig before_;
+    bool isBack_ = false;
+};
+
+class LinePrinter {
+  public:
+    LinePrinter(bool json, const std::string *pattern) : json_(json) {
+        if (pattern != nullptr) {
+            try {
+                pattern_ = std::regex(*pattern);
+            } catch (const std::regex_error &) {
+                throw control::InputError("--grep '" + *pattern + "' is not a regular expression");
+            }
+        }
+        const char *noColour = std::getenv("NO_COLOR");
+        colours_ = isatty(STDOUT_FILENO) == 1 && (noColour == nullptr || *noColour == '\0');
+    }
+
+    // False when no one reads any more.
+    bool Print(const MundWireLine &line, std::string_view text) {
+        lost_ += line.lost;
+        if (pattern_ && !std::regex_search(text.begin(), text.end(), *pattern_)) {
+            return true;
+        }
+        json_ ? PrintJson(line, text) : PrintText(line, text);
+        lost_ = 0;
+        return static_cast<bool>(std::cout.flush());
+    }
+
+  private:
+    void PrintJson(const MundWireLine &line, std::string_view text) {
+        const ordered_json json = {{"time", Time(line.timeNs)},
+                                   {"kind", KindOf(line.kind).name},
+                                   {"lost", lost_},
+                                   {"text", text}};
+        std::cout << json.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+    }
+
+    void PrintText(const MundWireLine &line, std::string_view text) {
+        if (lost_ != 0) {
+            std::cout << Coloured("1;33", "-- " + std::to_string(lost_) +
+                                              " lines lost: they came faster than they were read")
+                      << '\n';
+        }
+        const Kind kind = KindOf(line.kind);
+        std::string name(kind.name);
+        name.resize(kKinds[std::size(kKinds) - 1].name.size(), ' ');
+        std::cout << Coloured("2", Time(line.timeNs)) << "  " << Coloured(kind.colour, name) << "  "
+                  << Printable(text) << '\n';
+    }
+
+    std::string Coloured(const char *colour, const std::string &text) const {
+        return colours_ ? "\033[" + std::string(colour) + "m" + text + "\033[0m" : text;
+    }
+
+    bool json_;
+    bool colours_ = false;
+    std::optional<std::regex> pattern_;
+    uint64_t lost_ = 0;  // since the last line that was printed
+};
+
+// Lines that come only while the trace is on are missed without a word otherwise.
+void NoteIfOff(Client &client) {
+    if (ReadObject<MundTraceConfig>(client.Engine(), MUND_OBJECT_TRACE).enable == 0) {
+        Complain(
+            "note: the trace is off, so trace and log lines do not come; --level 3 switches "
+            "it on for as long as this runs");
+    }
+}
+
+}  // namespace
+
+ExitStatus FollowTrace(Client &client, const control::Arguments &arguments) {
+    LinePrinter printer(client.Json(), arguments.Find("--grep"));
+    std::optional<uint32_t> level;
+    if (const std::string *text = arguments.Find("--level")) {
+        level = control::ParseNumber("--level", *text);
+    }
+    // A connection follows or asks, not both.
+    control::Connection lines(client.Path());
+    std::optional<TraceLevel> trace;
+    {
+        const Interrupts interrupts;
+        if (level) {
+            trace.emplace(client, *level);
+        } else {
+            NoteIfOff(client);
+        }
+        lines.Follow([&](const MundWireLine &line,
+                         std::string_view text) { return printer.Print(line, text); },
+                     interrupts.Descriptor());
+    }
+    // From here on another interrupt ends the program, should the engine not answer.
+    if (trace) {
+        trace->PutBack();
+    }
+    return kOk;
+}
+
+}  // namespace lyrctl

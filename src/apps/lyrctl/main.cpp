@@ -1,0 +1,127 @@
+// lyrctl: controls and watches the module in a running engine, over the engine's control socket.
+#include <poll.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <iostream>
+
+#include "client.h"
+#include "command_list.h"
+#include "control/command.h"
+#include "options.h"
+
+namespace lyrctl {
+namespace {
+
+ExitStatus RunOperation(Client &client, std::span<const std::string> words) {
+    const control::Outcome outcome = control::Execute(control::ParseWords(words), client.Caller());
+    if (client.Json()) {
+        std::cout << outcome.ToJson() << '\n';
+    }
+    if (!outcome.Ok()) {
+        Complain(outcome.text + ": " + outcome.Meaning());
+        return kRefused;
+    }
+    if (!client.Json()) {
+        const std::string reply = outcome.ReplyText();
+        std::cout << (reply.empty() ? outcome.Summary() : reply) << '\n';
+    }
+    return kOk;
+}
+
+void PrintAnswer(const std::string &command, const std::string &failure,
+                 const ordered_json *reply) {
+    ordered_json json = {{"command", command},
+                         {"ok", failure.empty()},
+                         {"meaning", failure.empty() ? "ok" : failure}};
+    if (reply != nullptr) {
+        json["reply"] = *reply;
+    }
+    std::cout << json.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+}
+
+ExitStatus RunOwn(Client &client, const Entry &entry, std::span<const std::string> words) {
+    const control::Arguments arguments = FitTo(entry, words);
+    const std::string command = control::Join(words);
+    try {
+        if (entry.own->run != nullptr) {
+            return entry.own->run(client, arguments);
+        }
+        const ordered_json reply = entry.own->read(client, arguments);
+        if (client.Json()) {
+            PrintAnswer(command, "", &reply);
+        } else {
+            std::cout << entry.own->render(reply) << '\n';
+        }
+        return kOk;
+    } catch (const control::Refused &refusal) {
+        if (client.Json() && entry.own->run == nullptr) {
+            PrintAnswer(command, refusal.what(), nullptr);
+        }
+        throw control::Refused(command + ": " + refusal.what());
+    }
+}
+
+ExitStatus RunCommand(const Options &options) {
+    if (options.words.empty()) {
+        throw control::InputError("there is no command (--help lists them)");
+    }
+    const Entry &entry = FindEntry(options.words);
+    Client client(options.control, options.json);
+    return entry.own != nullptr ? RunOwn(client, entry, options.words)
+                                : RunOperation(client, options.words);
+}
+
+ExitStatus Run(int argc, char **argv) {
+    Options options;
+    if (!ParseOptions(argc, argv, options)) {
+        return kOk;
+    }
+    if (options.help) {
+        std::cout << (options.words.empty() ? options.overview : HelpOn(options.words));
+        return kOk;
+    }
+    if (options.listCommands) {
+        std::cout << CommandLines();
+        return kOk;
+    }
+    return RunCommand(options);
+}
+
+// A pipe that is closed at its other end, as by head, which has read enough.
+bool ReaderIsGone() {
+    pollfd output = {.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
+    return poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
+}
+
+ExitStatus Main(int argc, char **argv) {
+    // A reader that goes away is no reason to leave the terminal or the trace as it is.
+    std::signal(SIGPIPE, SIG_IGN);
+    ExitStatus status = kOk;
+    try {
+        status = Run(argc, argv);
+    } catch (const control::InputError &error) {
+        Complain(error.what());
+        status = kUsage;
+    } catch (const control::NoEngine &error) {
+        Complain(error.what());
+        status = kNoEngine;
+    } catch (const std::exception &error) {
+        Complain(error.what());
+        status = kRefused;
+    }
+    if (!std::cout.flush() && status == kOk) {
+        if (!ReaderIsGone()) {
+            Complain("cannot write the answer");
+        }
+        status = kRefused;
+    }
+    return status;
+}
+
+}  // namespace
+}  // namespace lyrctl
+
+int main(int argc, char **argv) {
+    return lyrctl::Main(argc, argv);
+}

@@ -1,0 +1,292 @@
+// metrics: all counters in the text exposition format of Prometheus.
+#include <algorithm>
+#include <cctype>
+#include <string>
+#include <string_view>
+
+#include "capwap/message_type.h"
+#include "module_object.h"
+#include "object_format.h"
+#include "own_commands.h"
+#include "reading.h"
+
+namespace lyrctl {
+namespace {
+
+#define WORDS(name, words) words,
+constexpr std::string_view kPacketTypes[] = {MUND_PACKET_TYPES(WORDS)};
+constexpr std::string_view kClasses[] = {LYR_KES_PKT_STAT_ROWS(WORDS)};
+constexpr std::string_view kPoints[] = {LYR_KES_HOOK_KINDS(WORDS)};
+#undef WORDS
+
+// A label's value for words, as in "dtls_handshake".
+std::string Key(std::string_view words) {
+    std::string key(words);
+    std::ranges::transform(key, key.begin(), [](unsigned char c) {
+        return c == ' ' ? '_' : static_cast<char>(std::tolower(c));
+    });
+    return key;
+}
+
+// Families of samples, in the order in which they are begun.
+class Metrics {
+  public:
+    Metrics &Counter(const char *name, const char *help) {
+        return Family(name, "counter", help);
+    }
+    Metrics &Gauge(const char *name, const char *help) {
+        return Family(name, "gauge", help);
+    }
+    // A sample of the family that was begun last.
+    Metrics &Sample(ordered_json labels, uint64_t value) {
+        families_.back()["samples"].push_back({{"labels", std::move(labels)}, {"value", value}});
+        return *this;
+    }
+    Metrics &Sample(uint64_t value) {
+        return Sample(ordered_json::object(), value);
+    }
+
+    ordered_json Take() {
+        return std::move(families_);
+    }
+
+  private:
+    Metrics &Family(const char *name, const char *type, const char *help) {
+        families_.push_back(
+            {{"name", name}, {"type", type}, {"help", help}, {"samples", ordered_json::array()}});
+        return *this;
+    }
+
+    ordered_json families_ = ordered_json::array();
+};
+
+struct ClassCounter {
+    const char *label;
+    uint32_t LyrKesPktStat::*count;
+};
+
+void AddByClass(Metrics &metrics, const Reading &reading, const char *label,
+                std::span<const ClassCounter> counters) {
+    for (size_t i = 0; i < reading.classes.size(); ++i) {
+        for (const ClassCounter &counter : counters) {
+            metrics.Sample({{"class", Key(kClasses[i])}, {label, counter.label}},
+                           reading.classes[i].*counter.count);
+        }
+    }
+}
+
+void AddClasses(Metrics &metrics, const Reading &reading) {
+    constexpr ClassCounter kResults[] = {{"sent", &LyrKesPktStat::sendOkCnt},
+                                         {"send_failed", &LyrKesPktStat::sendFailCnt},
+                                         {"processing_failed", &LyrKesPktStat::procFailCnt}};
+    constexpr ClassCounter kReasons[] = {{"source_mismatch", &LyrKesPktStat::srcMismatchCnt},
+                                         {"not_distributed", &LyrKesPktStat::distFailCnt},
+                                         {"session_id_failed", &LyrKesPktStat::kaSessionFailCnt}};
+    metrics.Counter("lyr_host_packets_received_total", "Packets that the module classified.");
+    for (size_t i = 0; i < reading.classes.size(); ++i) {
+        metrics.Sample({{"class", Key(kClasses[i])}}, reading.classes[i].rxCnt);
+    }
+    metrics.Counter("lyr_host_packets_total", "Classified packets by what became of them.");
+    AddByClass(metrics, reading, "result", kResults);
+    metrics.Counter("lyr_host_processing_failures_total",
+                    "Packets whose processing failed, by the reasons that have a counter.");
+    AddByClass(metrics, reading, "reason", kReasons);
+}
+
+void AddHandOffs(Metrics &metrics, control::Connection &engine) {
+    using Counts = std::array<uint32_t, MUND_PACKET_TYPE_NUM>;
+    const auto handedOver = ReadObject<Counts>(engine, MUND_OBJECT_HANDED_OVER);
+    const auto failed = ReadObject<Counts>(engine, MUND_OBJECT_HAND_OFF_FAILED);
+    metrics.Counter("lyr_host_handoffs_total",
+                    "Packets put into the channel of a service instance, and those refused there.");
+    for (size_t i = 0; i < handedOver.size(); ++i) {
+        metrics.Sample({{"type", kPacketTypes[i]}, {"result", "sent"}}, handedOver[i])
+            .Sample({{"type", kPacketTypes[i]}, {"result", "failed"}}, failed[i]);
+    }
+    metrics.Counter("lyr_host_wapi_frames_total", "WAPI frames meant for a service instance.")
+        .Sample(ReadObject<uint32_t>(engine, MUND_OBJECT_WAPI_FRAMES));
+    metrics.Counter("lyr_host_wapi_failures_total", "WAPI frames that were not handed over.")
+        .Sample(ReadObject<uint32_t>(engine, MUND_OBJECT_WAPI_FAILED));
+}
+
+void AddDropWatch(Metrics &metrics, const MundDropWatch &watch) {
+    const bool open = watch.periodStart != MUND_DROP_WATCH_CLOSED;
+    metrics.Gauge("lyr_host_drop_alarm_raised", "1 while the alarm for dropped packets is raised.")
+        .Sample(watch.alarmRaised);
+    metrics.Gauge("lyr_host_drop_watch_open", "1 while drops are watched.").Sample(open);
+    metrics.Gauge("lyr_host_drop_watch_dropped_packets", "Packets dropped since the watch opened.")
+        .Sample(watch.dropNum);
+    metrics.Gauge("lyr_host_drop_watch_packets", "Packets counted since the watch opened.")
+        .Sample(watch.totalNum);
+    metrics
+        .Gauge("lyr_host_drop_watch_periods_with_drops",
+               "Periods with drops on end while the alarm is not raised.")
+        .Sample(watch.contDropPeriods);
+    metrics
+        .Gauge("lyr_host_drop_watch_quiet_periods",
+               "Periods without drops on end while the alarm is raised.")
+        .Sample(watch.contNoDropPeriods);
+}
+
+void AddTables(Metrics &metrics, const Reading &reading) {
+    metrics.Gauge("lyr_host_table_entries", "Tunnels and sessions that are registered.");
+    for (const TableFill &table : reading.tables) {
+        metrics.Sample({{"table", Key(table.name)}}, table.entries);
+    }
+    metrics.Gauge("lyr_host_table_buckets", "Hash buckets of the tables.");
+    for (const TableFill &table : reading.tables) {
+        metrics.Sample({{"table", Key(table.name)}}, table.buckets);
+    }
+}
+
+void AddConfiguration(Metrics &metrics, control::Connection &engine) {
+    using Sources = std::array<MundSourceRecord, LYR_KES_CWP_SRC_NUM>;
+    const auto sources = ReadObject<Sources>(engine, MUND_OBJECT_SOURCES);
+    const auto free =
+        std::ranges::count(sources, uint32_t{MUND_SOURCE_FREE}, &MundSourceRecord::srcType);
+    metrics.Gauge("lyr_host_sources", "CAPWAP sources that are configured.")
+        .Sample(sources.size() - static_cast<size_t>(free));
+    metrics.Gauge("lyr_host_service_instances", "Service instances that the module knows of.")
+        .Sample(uint64_t{ReadObject<uint32_t>(engine, MUND_OBJECT_LAST_INSTANCE)} + 1);
+    metrics.Gauge("lyr_host_station_instances", "Service instances that serve stations.")
+        .Sample(ReadObject<uint64_t>(engine, MUND_OBJECT_STATION_SERVICE) >> 32);
+    metrics.Gauge("lyr_host_trace_enabled", "1 while the debug trace is on.")
+        .Sample(ReadObject<MundTraceConfig>(engine, MUND_OBJECT_TRACE).enable);
+}
+
+void AddPings(Metrics &metrics, control::Connection &engine) {
+    struct Field {
+        const char *name;
+        const char *help;
+        uint64_t MundPingCounter::*count;
+    };
+    constexpr Field kFields[] = {
+        {"lyr_host_ping_packets_total", "Pings to and from the peer.", &MundPingCounter::pktCnt},
+        {"lyr_host_ping_fragments_total", "Pings that are CAPWAP fragments.",
+         &MundPingCounter::fragCnt},
+        {"lyr_host_ping_bytes_total", "Payload of the pings.", &MundPingCounter::byteCnt}};
+    const auto ping = ReadObject<MundPingStat>(engine, MUND_OBJECT_PING);
+    for (const Field &field : kFields) {
+        metrics.Counter(field.name, field.help);
+        for (size_t i = 0; i < std::size(kPoints); ++i) {
+            metrics.Sample({{"point", Key(kPoints[i])}}, ping.counters[i].*field.count);
+        }
+    }
+}
+
+std::string MessageLabel(uint32_t type) {
+    const std::string_view name = capwap::MessageTypeName(type);
+    return name.empty() ? std::to_string(type) : std::string(name);
+}
+
+// The arrays are read through the object's pointers: the operation cannot tell of more than 32
+// instances.
+void AddMessageTypes(Metrics &metrics, control::Connection &engine) {
+    struct Array {
+        size_t offset;
+        uint32_t above;  // the selected type
+        const char *result;
+    };
+    constexpr Array kArrays[] = {{offsetof(MundMsgTypeStat, recvCnt), 0, "sent"},
+                                 {offsetof(MundMsgTypeStat, dropCnt), 0, "failed"},
+                                 {offsetof(MundMsgTypeStat, nextRecvCnt), 1, "sent"},
+                                 {offsetof(MundMsgTypeStat, nextDropCnt), 1, "failed"}};
+    const auto stat = ReadObject<MundMsgTypeStat>(engine, MUND_OBJECT_MSG_TYPE);
+    if (stat.statMsgType == LYR_KES_MSG_TYPE_OFF) {
+        return;
+    }
+    metrics.Counter("lyr_host_message_type_handoffs_total",
+                    "Hand-offs of the selected CAPWAP message type and the one above it.");
+    for (const Array &array : kArrays) {
+        const auto counts = ReadArray<uint32_t>(
+            engine, MUND_OBJECT_MSG_TYPE, static_cast<uint32_t>(array.offset / sizeof(uint64_t)));
+        for (size_t i = 0; i < counts.size(); ++i) {
+            metrics.Sample({{"message_type", MessageLabel(stat.statMsgType + array.above)},
+                            {"instance", std::to_string(i)},
+                            {"result", array.result}},
+                           counts[i]);
+        }
+    }
+}
+
+void AddMemory(Metrics &metrics, const Reading &reading) {
+    const ordered_json uses = reading.state.value("memory", ordered_json::array());
+    metrics.Gauge("lyr_host_memory_blocks",
+                  "Blocks that the module holds, by allocating function.");
+    for (const ordered_json &use : uses) {
+        metrics.Sample({{"tag", use.at("tag")}}, use.at("blocks").get<uint64_t>());
+    }
+    metrics.Gauge("lyr_host_memory_bytes", "Bytes that the module holds, by allocating function.");
+    for (const ordered_json &use : uses) {
+        metrics.Sample({{"tag", use.at("tag")}}, use.at("bytes").get<uint64_t>());
+    }
+}
+
+void AddEngine(Metrics &metrics, const Reading &reading) {
+    metrics.Counter("lyr_engine_packets_received_total", "Packets that the engine received.")
+        .Sample(reading.received);
+    metrics.Counter("lyr_engine_packets_total", "Packets of the engine by their fate.");
+#define FATE(name, words) metrics.Sample({{"fate", words}}, reading.name);
+    LYRCTL_FATES(FATE)
+#undef FATE
+    metrics.Counter("lyr_engine_instance_packets_total",
+                    "Packets that service instances have got.");
+    for (const InstancePackets &packets : reading.instances) {
+        const std::string instance = std::to_string(packets.instance);
+        metrics.Sample({{"instance", instance}, {"type", "cwp"}}, packets.cwp)
+            .Sample({{"instance", instance}, {"type", "wapi"}}, packets.wapi);
+    }
+}
+
+std::string Quoted(const std::string &value) {
+    std::string quoted = "\"";
+    for (const char c : value) {
+        if (c == '"' || c == '\\') {
+            quoted += '\\';
+        }
+        quoted += c == '\n' ? "\\n" : std::string(1, c);
+    }
+    return quoted + "\"";
+}
+
+std::string LabelText(const ordered_json &labels) {
+    std::string text;
+    for (const auto &[name, value] : labels.items()) {
+        text += (text.empty() ? "{" : ",") + name + "=" + Quoted(value.get<std::string>());
+    }
+    return text.empty() ? "" : text + "}";
+}
+
+}  // namespace
+
+ordered_json ReadMetrics(Client &client, const control::Arguments &) {
+    const Reading reading = TakeReading(client);
+    control::Connection &engine = client.Engine();
+    Metrics metrics;
+    AddClasses(metrics, reading);
+    AddHandOffs(metrics, engine);
+    AddDropWatch(metrics, reading.drops);
+    AddTables(metrics, reading);
+    AddConfiguration(metrics, engine);
+    AddPings(metrics, engine);
+    AddMessageTypes(metrics, engine);
+    AddMemory(metrics, reading);
+    AddEngine(metrics, reading);
+    return {{"metrics", metrics.Take()}};
+}
+
+std::string RenderMetrics(const ordered_json &reply) {
+    std::string text;
+    for (const ordered_json &family : reply["metrics"]) {
+        const std::string name = family["name"];
+        text += (text.empty() ? "# HELP " : "\n# HELP ") + name + " " +
+                family["help"].get<std::string>() + "\n# TYPE " + name + " " +
+                family["type"].get<std::string>();
+        for (const ordered_json &sample : family["samples"]) {
+            text += "\n" + name + LabelText(sample["labels"]) + " " + sample["value"].dump();
+        }
+    }
+    return text;
+}
+
+}  // namespace lyrctl

@@ -1,0 +1,54 @@
+// Everything that is counted, at one moment.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "client.h"
+#include "mund/module_objects.h"
+
+namespace lyrctl {
+
+// What becomes of packets: X(name, words). A name is the key in the engine's state.
+#define LYRCTL_FATES(X)           \
+    X(returned, "returned")       \
+    X(taken, "taken")             \
+    X(undelivered, "undelivered") \
+    X(transmitted, "transmitted")
+
+struct TableFill {
+    std::string_view name;
+    uint64_t entries;
+    uint32_t buckets;
+};
+
+struct InstancePackets {
+    uint32_t instance;
+    uint64_t cwp;
+    uint64_t wapi;
+
+    uint64_t Total() const {
+        return cwp + wapi;
+    }
+};
+
+struct Reading {
+    std::chrono::steady_clock::time_point when;
+    ordered_json state;  // the engine's
+    uint64_t received;
+#define FATE(name, words) uint64_t name;
+    LYRCTL_FATES(FATE)
+#undef FATE
+    std::vector<InstancePackets> instances;
+    std::array<LyrKesPktStat, LYR_KES_PKT_STAT_ROW_NUM> classes;
+    MundDropWatch drops;
+    std::array<TableFill, 3> tables;
+};
+
+// Throws control::NoEngine and control::Refused.
+Reading TakeReading(Client &client);
+
+}  // namespace lyrctl

@@ -1,0 +1,172 @@
+#include "control/command.h"
+
+#include "control/command_lines.h"
+#include "control/reply_format.h"
+#include "mund/messages.h"
+
+namespace control {
+namespace {
+
+constexpr uint32_t kNoTable = 0xFFFFFFFF;
+
+std::string_view OperationName(MundOperation operation) {
+#define MUND_OPERATION_NAME(name, requestSize, replySize) #name,
+    static constexpr std::string_view kNames[] = {MUND_OPERATIONS(MUND_OPERATION_NAME)};
+#undef MUND_OPERATION_NAME
+    return kNames[operation];
+}
+
+// What is wrong with the size of a reply; empty when nothing is.
+std::string CheckReply(const CommandSpec &spec, const Answer &answer) {
+    const size_t size = answer.reply.size();
+    const size_t wanted = spec.reply != nullptr ? spec.reply->size : 0;
+    const bool mayLack = answer.result != MUND_RESULT_OK;
+    if (size == wanted || (size == 0 && mayLack)) {
+        return "";
+    }
+    return "the reply has " + std::to_string(size) + " bytes, not " + std::to_string(wanted);
+}
+
+Ask AskThrough(const Caller &caller, const Command &command, Outcome &outcome) {
+    return [&](std::span<const uint8_t> request) {
+        Answer answer = caller(command.spec->operation, request);
+        if (answer.failure.empty()) {
+            answer.failure = CheckReply(*command.spec, answer);
+        }
+        if (!answer.failure.empty()) {
+            throw ReplyError(answer.failure);
+        }
+        outcome.result = answer.result;
+        return answer;
+    };
+}
+
+LineUser AppendTo(std::vector<Command> &commands, const std::string &name) {
+    return [&commands, &name](uint32_t line, std::span<const std::string> words) {
+        Command &command = commands.emplace_back(ParseWords(words));
+        command.file = name;
+        command.line = line;
+    };
+}
+
+}  // namespace
+
+std::string Command::Where() const {
+    return file.empty() ? "" : file + ":" + std::to_string(line) + ": ";
+}
+
+Command ParseWords(std::span<const std::string> words) {
+    const CommandSpec &spec = FindCommand(words);
+    Request request = spec.encode(Fit(spec, words));
+    Command command;
+    command.text = Join(words);
+    command.spec = &spec;
+    command.request = std::move(request.bytes);
+    command.tally = request.tally;
+    return command;
+}
+
+std::vector<Command> ParseCommands(std::istream &text, const std::string &name) {
+    std::vector<Command> commands;
+    ForEachLine(text, name, AppendTo(commands, name));
+    return commands;
+}
+
+std::vector<Command> ParseFile(const std::string &path) {
+    std::vector<Command> commands;
+    ForEachLine(path, AppendTo(commands, path));
+    return commands;
+}
+
+bool Outcome::Ok() const {
+    return failure.empty() && result == MUND_RESULT_OK;
+}
+
+std::string Outcome::Meaning() const {
+    if (!failure.empty()) {
+        return failure;
+    }
+    const std::string_view why = reason.empty() ? spec->failure : reason;
+    switch (result) {
+        case MUND_RESULT_OK:
+            return "ok";
+        case MUND_RESULT_FAILED:
+            return "failed (1)" + std::string(why.empty() ? "" : ": ") + std::string(why);
+        case MUND_RESULT_REFUSED:
+            return "refused (2): the module does not know such a request";
+        case kNoTable:
+            return "failed (0xFFFFFFFF): no table, or a broken chain in it";
+        default:
+            return "result " + std::to_string(result);
+    }
+}
+
+std::string Outcome::Summary() const {
+    if (!tally || !Ok()) {
+        return Meaning();
+    }
+    return Meaning() + "; records sent: " + std::to_string(tally->records) +
+           ", entries of other nodes left out: " + std::to_string(tally->leftOut);
+}
+
+std::string Outcome::ReplyText() const {
+    const bool laidOut = !reply.is_null() && spec->reply->render != nullptr;
+    return laidOut ? spec->reply->render(reply) : "";
+}
+
+std::string Outcome::ToText() const {
+    const std::string body = ReplyText();
+    return text + ": " + Summary() + (body.empty() ? "" : "\n") + body;
+}
+
+std::string Outcome::ToJson() const {
+    nlohmann::ordered_json json = {{"command", text},
+                                   {"operation", OperationName(spec->operation)},
+                                   {"ok", Ok()},
+                                   {"result", nullptr},
+                                   {"meaning", Meaning()}};
+    if (failure.empty()) {
+        json["result"] = result;
+    }
+    if (tally) {
+        json["batch"] = {{"records", tally->records}, {"leftOut", tally->leftOut}};
+    }
+    if (!reply.is_null()) {
+        json["reply"] = reply;
+    }
+    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+Outcome Execute(const Command &command, const Caller &caller) {
+    Outcome outcome;
+    outcome.text = command.text;
+    outcome.spec = command.spec;
+    outcome.tally = command.tally;
+    const Ask ask = AskThrough(caller, command, outcome);
+    try {
+        if (command.spec->reply != nullptr) {
+            outcome.reply = command.spec->reply->read(command.request, ask);
+        } else {
+            ask(command.request);
+        }
+    } catch (const OperationFailed &failed) {
+        outcome.result = failed.result;
+        outcome.reason = failed.reason;
+    } catch (const ReplyError &error) {
+        outcome.failure = error.what();
+    }
+    return outcome;
+}
+
+std::string CommandHelp() {
+    std::string help;
+    for (const CommandSpec &spec : Commands()) {
+        help += "  " + UsageOf(spec) + "\n      " + std::string(spec.help) + "\n";
+        if (!spec.example.empty()) {
+            help += "      e.g. " + std::string(spec.name) + " " + std::string(spec.example) + "\n";
+        }
+    }
+    return help;
+}
+
+}  // namespace control

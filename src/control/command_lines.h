@@ -1,0 +1,20 @@
+// Lines of words, as command files hold them: '#' begins a comment.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <istream>
+#include <span>
+#include <string>
+
+namespace control {
+
+// What is done with a line that has words; lines are counted from 1.
+using LineUser = std::function<void(uint32_t line, std::span<const std::string> words)>;
+
+// Goes through a text; `name` stands for it in errors. An InputError that the user of a line throws
+// goes on as "FILE:LINE: reason"; a text that cannot be read is one too.
+void ForEachLine(std::istream &text, const std::string &name, const LineUser &use);
+void ForEachLine(const std::string &path, const LineUser &use);
+
+}  // namespace control

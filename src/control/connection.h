@@ -1,0 +1,70 @@
+// A client's connection to an engine's control socket.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "control/caller.h"
+#include "mund/control_socket.h"
+
+namespace control {
+
+// There is no engine at the path, or it went away.
+class NoEngine : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// The engine refuses a request, and says why.
+class Refused : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+class Connection {
+  public:
+    // Throws NoEngine, which names the path and the reason. The engine has to be of the same user.
+    explicit Connection(const std::string &path);
+
+    // Runs one operation; what Execute calls. Throws NoEngine, also when an answer takes longer
+    // than 30 seconds.
+    Answer Call(MundOperation operation, std::span<const uint8_t> request);
+
+    // The engine's state. These throw NoEngine and Refused.
+    nlohmann::ordered_json State();
+    // The bytes of an exported object, or of the block that one of its pointers points at.
+    Bytes Object(std::string_view name, std::optional<uint32_t> slot = std::nullopt);
+    // What the module would do with a packet.
+    nlohmann::ordered_json Explain(const MundWireExplainReq &arrival,
+                                   std::span<const uint8_t> frame);
+
+    // Shows every line to show(header, text) until that answers false, or the engine goes away
+    // (NoEngine). `descriptor` is a file descriptor that ends it when it becomes readable, or -1.
+    // The connection serves for nothing else afterwards.
+    void Follow(const std::function<bool(const MundWireLine &, std::string_view)> &show,
+                int descriptor = -1);
+
+  private:
+    struct Reply {
+        MundWireHeader header;
+        Bytes payload;
+    };
+
+    Reply Exchange(uint16_t code, std::span<const uint8_t> payload);
+    // Throws Refused unless the status is MUND_WIRE_OK.
+    Bytes Ask(uint16_t code, std::span<const uint8_t> payload);
+    nlohmann::ordered_json AskJson(uint16_t code, std::span<const uint8_t> payload);
+    Reply Receive(uint16_t code);
+    [[noreturn]] void FailToReceive() const;
+
+    std::string path_;
+    mund::Descriptor socket_;
+};
+
+}  // namespace control

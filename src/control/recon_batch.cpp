@@ -1,0 +1,93 @@
+#include "control/recon_batch.h"
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <vector>
+
+#include "control/command.h"
+#include "control/command_lines.h"
+#include "control/message_bytes.h"
+
+namespace control {
+namespace {
+
+template <typename Message>
+std::optional<LyrKesReconRecord> ConfirmationOfAdd(const Bytes &bytes) {
+    const auto request = MessageOf<Message>(bytes);
+    if (request.operation != LYR_KES_OPERATION_ADD) {
+        return std::nullopt;
+    }
+    return Confirmation(request);
+}
+
+// The record that confirms what a command registers, if it registers anything. A file that audits
+// itself is not read over and over.
+std::optional<LyrKesReconRecord> ConfirmationOf(std::span<const std::string> words) {
+    const CommandSpec &spec = FindCommand(words);
+    if (spec.operation == MUND_OP_BatchReconciliation) {
+        Fit(spec, words);
+        return std::nullopt;
+    }
+    const Command command = ParseWords(words);
+    switch (spec.operation) {
+        case MUND_OP_CwpTunnel:
+            return ConfirmationOfAdd<LyrKesCwpTunnelReq>(command.request);
+        case MUND_OP_KaTunnel:
+            return ConfirmationOfAdd<LyrKesKaTunnelReq>(command.request);
+        default:
+            return std::nullopt;
+    }
+}
+
+Bytes BatchOf(const std::vector<LyrKesReconRecord> &records) {
+    constexpr size_t kHeader = offsetof(LyrKesBatchReconReq, records);
+    const LyrKesBatchReconReq header = {static_cast<uint32_t>(records.size()), 0, nullptr};
+    const size_t size = records.size() * sizeof records[0];
+    Bytes bytes(kHeader + size);
+    std::memcpy(bytes.data(), &header, kHeader);
+    std::memcpy(&bytes[kHeader], records.data(), size);
+    return bytes;
+}
+
+}  // namespace
+
+LyrKesReconRecord AuditRecord(uint32_t reconType, uint32_t node) {
+    LyrKesReconRecord record = {};
+    record.reconType = reconType;
+    record.nodeId = node;
+    return record;
+}
+
+LyrKesReconRecord Confirmation(const LyrKesCwpTunnelReq &tunnel) {
+    LyrKesReconRecord record = AuditRecord(LYR_KES_RECON_TUNNEL, tunnel.nodeId);
+    record.srcAddr = tunnel.srcAddr;
+    record.dstAddr = tunnel.dstAddr;
+    record.srcPort = tunnel.srcPort;
+    record.dstPort = tunnel.dstPort;
+    record.vpnId = tunnel.vpnId;
+    return record;
+}
+
+LyrKesReconRecord Confirmation(const LyrKesKaTunnelReq &session) {
+    LyrKesReconRecord record = AuditRecord(LYR_KES_RECON_SESSION, session.nodeId);
+    std::ranges::copy(session.sessionId, record.sessionId);
+    return record;
+}
+
+Request ReconBatch(uint32_t node, const std::string &path) {
+    std::vector<LyrKesReconRecord> records = {AuditRecord(LYR_KES_RECON_BEGIN, node)};
+    uint32_t leftOut = 0;
+    ForEachLine(path, [&](uint32_t, std::span<const std::string> words) {
+        const std::optional<LyrKesReconRecord> record = ConfirmationOf(words);
+        if (record && record->nodeId == node) {
+            records.push_back(*record);
+        } else if (record) {
+            ++leftOut;
+        }
+    });
+    records.push_back(AuditRecord(LYR_KES_RECON_FINISH, node));
+    return {BatchOf(records), BatchTally{static_cast<uint32_t>(records.size()), leftOut}};
+}
+
+}  // namespace control

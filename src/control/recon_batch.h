@@ -1,0 +1,24 @@
+// Audits of a service instance's tunnels and sessions: the records that they are made of.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "control/command_table.h"
+#include "mund/reconciliation_messages.h"
+
+namespace control {
+
+// A record that begins or finishes the audit of a node.
+LyrKesReconRecord AuditRecord(uint32_t reconType, uint32_t node);
+
+// The record that confirms what the request registers.
+LyrKesReconRecord Confirmation(const LyrKesCwpTunnelReq &tunnel);
+LyrKesReconRecord Confirmation(const LyrKesKaTunnelReq &session);
+
+// A whole audit of a node as one batch: its begin, what a command file registers for the node, its
+// finish. What the file registers for other nodes is left out, and counted; its other commands
+// only have to make sense. Throws InputError.
+Request ReconBatch(uint32_t node, const std::string &path);
+
+}  // namespace control

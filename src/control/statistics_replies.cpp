@@ -1,0 +1,244 @@
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+#include <string_view>
+
+#include "control/record_table.h"
+#include "control/reply_format.h"
+#include "control/values.h"
+#include "mund/statistics_messages.h"
+
+namespace control {
+namespace {
+
+using nlohmann::ordered_json;
+
+// Some operations tell their outcome in the reply and return 0.
+void CheckResult(uint32_t result) {
+    if (result != MUND_RESULT_OK) {
+        throw OperationFailed{result};
+    }
+}
+
+template <typename Reply>
+ordered_json ReadResult(const Bytes &request, const Ask &ask) {
+    CheckResult(AskFor<Reply>(ask, request).result);
+    return nullptr;
+}
+
+// The counters by class of packets.
+
+ordered_json DecodePktStat(std::string_view words, const LyrKesPktStat &row) {
+#define COUNTER(field, words) {#field, row.field},
+    return {{"class", words}, LYR_KES_PKT_STAT_COUNTERS(COUNTER)};
+#undef COUNTER
+}
+
+ordered_json ReadPktStats(const Bytes &request, const Ask &ask) {
+#define WORDS(name, words) words,
+    constexpr std::string_view kClasses[] = {LYR_KES_PKT_STAT_ROWS(WORDS)};
+#undef WORDS
+    const auto reply = AskFor<LyrKesGetPktStatisticsRsp>(ask, request);
+    if (reply.rowNum != LYR_KES_PKT_STAT_ROW_NUM ||
+        reply.counterNum != LYR_KES_PKT_STAT_COUNTER_NUM) {
+        throw ReplyError("the reply has " + std::to_string(reply.rowNum) + " classes of " +
+                         std::to_string(reply.counterNum) + " counters, not " +
+                         std::to_string(LYR_KES_PKT_STAT_ROW_NUM) + " of " +
+                         std::to_string(LYR_KES_PKT_STAT_COUNTER_NUM));
+    }
+    ordered_json classes = ordered_json::array();
+    for (size_t i = 0; i < std::size(kClasses); ++i) {
+        classes.push_back(DecodePktStat(kClasses[i], reply.rows[i]));
+    }
+    return {{"classes", std::move(classes)}};
+}
+
+std::string RenderPktStats(const ordered_json &reply) {
+#define WORDS(field, words) words,
+    constexpr std::string_view kHeadings[] = {"class", LYR_KES_PKT_STAT_COUNTERS(WORDS)};
+#undef WORDS
+    return RecordTable(kHeadings, reply["classes"]);
+}
+
+// The counters by message type.
+
+struct MsgTypeCount {
+    const char *name;
+    uint32_t (LyrKesCwpMsgTypeStatRsp::*byInstance)[LYR_KES_MSG_TYPE_STAT_NUM];
+};
+
+constexpr MsgTypeCount kMsgTypeCounts[] = {
+    {"recvCnt", &LyrKesCwpMsgTypeStatRsp::recvCnt},
+    {"dropCnt", &LyrKesCwpMsgTypeStatRsp::dropCnt},
+    {"nextRecvCnt", &LyrKesCwpMsgTypeStatRsp::nextRecvCnt},
+    {"nextDropCnt", &LyrKesCwpMsgTypeStatRsp::nextDropCnt},
+};
+
+void CheckMsgTypeStats(const LyrKesCwpMsgTypeStatRsp &reply) {
+    const bool fits = reply.entryNum <= LYR_KES_MSG_TYPE_STAT_NUM;
+    if (reply.result == MUND_RESULT_FAILED || !fits) {
+        throw OperationFailed{MUND_RESULT_FAILED,
+                              fits ? "the module has no counters"
+                                   : "the counters of more than " +
+                                         std::to_string(LYR_KES_MSG_TYPE_STAT_NUM) +
+                                         " service instances cannot be read, and there are " +
+                                         std::to_string(reply.entryNum)};
+    }
+    CheckResult(reply.result);
+}
+
+ordered_json ReadMsgTypeStats(const Bytes &request, const Ask &ask) {
+    const auto reply = AskFor<LyrKesCwpMsgTypeStatRsp>(ask, request);
+    CheckMsgTypeStats(reply);
+    uint64_t totals[std::size(kMsgTypeCounts)] = {};
+    ordered_json instances = ordered_json::array();
+    for (uint32_t instance = 0; instance < reply.entryNum; ++instance) {
+        ordered_json counts = {{"instance", instance}};
+        bool any = false;
+        for (size_t i = 0; i < std::size(kMsgTypeCounts); ++i) {
+            const uint32_t count = (reply.*kMsgTypeCounts[i].byInstance)[instance];
+            counts[kMsgTypeCounts[i].name] = count;
+            totals[i] += count;
+            any |= count != 0;
+        }
+        if (any) {
+            instances.push_back(std::move(counts));
+        }
+    }
+    ordered_json total = {{"instances", reply.entryNum}};
+    for (size_t i = 0; i < std::size(kMsgTypeCounts); ++i) {
+        total[kMsgTypeCounts[i].name] = totals[i];
+    }
+    return {{"instances", std::move(instances)}, {"total", std::move(total)}};
+}
+
+std::string RenderMsgTypeStats(const ordered_json &reply) {
+    constexpr std::string_view kHeadings[] = {"instance", "handed over", "failed",
+                                              "next type handed over", "next type failed"};
+    ordered_json rows = reply["instances"];
+    ordered_json total = reply["total"];
+    const std::string instances = total["instances"].dump();
+    if (rows.empty()) {
+        return "nothing counted for any of " + instances + " instances";
+    }
+    total["instances"] = "all " + instances;
+    rows.push_back(std::move(total));
+    return RecordTable(kHeadings, rows);
+}
+
+// The ping counters.
+
+#define WORDS(name, words) words,
+constexpr std::string_view kPoints[] = {LYR_KES_HOOK_KINDS(WORDS)};
+#undef WORDS
+
+ordered_json ReadPingStats(const Bytes &request, const Ask &ask) {
+    const auto reply = AskFor<LyrKesCwpPingStatRsp>(ask, request);
+    CheckResult(reply.result);
+    ordered_json points = ordered_json::array();
+    for (size_t i = 0; i < std::size(kPoints); ++i) {
+        const LyrKesCwpPingCount &count = reply.counts[i];
+        points.push_back({{"point", kPoints[i]},
+                          {"packets", count.pktCnt},
+                          {"fragments", count.fragCnt},
+                          {"bytes", count.byteCnt}});
+    }
+    return {{"points", std::move(points)}};
+}
+
+std::string RenderPingStats(const ordered_json &reply) {
+    constexpr std::string_view kHeadings[] = {"point", "packets", "fragments", "bytes"};
+    return RecordTable(kHeadings, reply["points"]);
+}
+
+// The probe trace.
+
+// The engine's date and time, of no stated zone, as ISO 8601 writes them: 2024-05-17T09:30:00.
+std::string MomentText(uint32_t date, uint32_t time) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%04u-%02u-%02uT%02u:%02u:%02u", date >> 16, date >> 8 & 255,
+                  date & 255, time >> 16, time >> 8 & 255, time & 255);
+    return text;
+}
+
+std::string PointText(uint32_t kind) {
+    return kind < std::size(kPoints) ? std::string(kPoints[kind]) : "point " + std::to_string(kind);
+}
+
+ordered_json DecodeProbe(uint32_t position, const LyrKesCwpTraceEntry &entry) {
+    const auto *nameEnd = std::ranges::find(entry.name, '\0');
+    const LyrKesRpcIpAddr &peer = entry.peerAddr;
+    return {{"position", position},
+            {"time", MomentText(entry.date, entry.time)},
+            {"name", std::string(std::begin(entry.name), nameEnd)},
+            {"point", PointText(entry.hookKind)},
+            {"mac", MacText(entry.mac)},
+            {"peer", peer.ipVer == 0 ? AddressText(peer.ipv4Addr) : AddressText(peer.ipv6Addr)}};
+}
+
+void CheckProbePage(const LyrKesCwpTraceRecordRsp &page, uint32_t from) {
+    const bool more = page.result == LYR_KES_PROBE_MORE;
+    if (!more && page.result != LYR_KES_PROBE_LAST) {
+        throw ReplyError("the reply's result is " + std::to_string(page.result) + ", neither " +
+                         std::to_string(LYR_KES_PROBE_MORE) + " nor " +
+                         std::to_string(LYR_KES_PROBE_LAST));
+    }
+    if (page.entryNum > LYR_KES_PROBE_PAGE_NUM) {
+        throw ReplyError("the reply has " + std::to_string(page.entryNum) + " records, of " +
+                         std::to_string(LYR_KES_PROBE_PAGE_NUM) + " at most");
+    }
+    if (more && (page.entryNum == 0 || page.entryNum > UINT32_MAX - from)) {
+        throw ReplyError("the trace does not end: more is said to follow the " +
+                         std::to_string(page.entryNum) + " records from " + std::to_string(from));
+    }
+}
+
+ordered_json ReadProbes(const Bytes &first, const Ask &ask) {
+    auto request = MessageOf<LyrKesCwpTraceRecordReq>(first);
+    ordered_json records = ordered_json::array();
+    for (bool more = true; more;) {
+        const auto page = AskFor<LyrKesCwpTraceRecordRsp>(ask, BytesOf(request));
+        CheckProbePage(page, request.startIdx);
+        for (uint32_t i = 0; i < page.entryNum; ++i) {
+            records.push_back(DecodeProbe(request.startIdx + i, page.entries[i]));
+        }
+        request.startIdx += page.entryNum;
+        more = page.result == LYR_KES_PROBE_MORE;
+    }
+    return {{"records", std::move(records)}};
+}
+
+std::string RenderProbes(const ordered_json &reply) {
+    constexpr std::string_view kHeadings[] = {"position", "time",     "name",
+                                              "point",    "peer MAC", "peer IP"};
+    const ordered_json &records = reply["records"];
+    return records.empty() ? "no probes" : RecordTable(kHeadings, records);
+}
+
+ordered_json ReadProbesCleared(const Bytes &request, const Ask &ask) {
+    const uint32_t result = AskFor<LyrKesCwpTraceRecordRsp>(ask, request).result;
+    if (result != LYR_KES_PROBE_LAST) {
+        throw ReplyError("the reply's result is " + std::to_string(result) + ", not " +
+                         std::to_string(LYR_KES_PROBE_LAST));
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+const ReplyFormat kPktStatsReply = {sizeof(LyrKesGetPktStatisticsRsp), ReadPktStats,
+                                    RenderPktStats};
+const ReplyFormat kPktStatsResetReply = {sizeof(LyrKesResetPktStatisticsRsp),
+                                         ReadResult<LyrKesResetPktStatisticsRsp>, nullptr};
+const ReplyFormat kMsgTypeStatsReply = {sizeof(LyrKesCwpMsgTypeStatRsp), ReadMsgTypeStats,
+                                        RenderMsgTypeStats};
+const ReplyFormat kMsgTypeDoneReply = {sizeof(LyrKesCwpMsgTypeStatRsp),
+                                       ReadResult<LyrKesCwpMsgTypeStatRsp>, nullptr};
+const ReplyFormat kPingStatsReply = {sizeof(LyrKesCwpPingStatRsp), ReadPingStats, RenderPingStats};
+const ReplyFormat kPingDoneReply = {sizeof(LyrKesCwpPingStatRsp), ReadResult<LyrKesCwpPingStatRsp>,
+                                    nullptr};
+const ReplyFormat kProbesReply = {sizeof(LyrKesCwpTraceRecordRsp), ReadProbes, RenderProbes};
+const ReplyFormat kProbesClearedReply = {sizeof(LyrKesCwpTraceRecordRsp), ReadProbesCleared,
+                                         nullptr};
+
+}  // namespace control

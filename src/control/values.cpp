@@ -1,0 +1,148 @@
+#include "control/values.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+#include "capwap/message_type.h"
+#include "control/input_error.h"
+
+namespace control {
+namespace {
+
+[[noreturn]] void Reject(std::string_view name, std::string_view text, const std::string &wanted) {
+    throw InputError(std::string(name) + " '" + std::string(text) + "' is not " + wanted);
+}
+
+// The whole text as a number in the given base.
+std::optional<uint32_t> WholeNumber(std::string_view text, int base) {
+    uint32_t value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+    if (error != std::errc() || end != text.data() + text.size()) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<uint32_t> DecimalOrHex(std::string_view text) {
+    const bool hex = text.starts_with("0x") || text.starts_with("0X");
+    return hex ? WholeNumber(text.substr(2), 16) : WholeNumber(text, 10);
+}
+
+}  // namespace
+
+uint32_t ParseNumber(std::string_view name, std::string_view text, uint32_t max) {
+    const std::optional<uint32_t> value = DecimalOrHex(text);
+    if (!value || *value > max) {
+        Reject(name, text, "a number from 0 to " + std::to_string(max));
+    }
+    return *value;
+}
+
+LyrKesRpcIpAddr ParseAddress(std::string_view name, std::string_view text) {
+    const std::string terminated(text);
+    LyrKesRpcIpAddr address = {};
+    in_addr ipv4;
+    in6_addr ipv6;
+    if (inet_pton(AF_INET, terminated.c_str(), &ipv4) == 1) {
+        address.ipv4Addr = ntohl(ipv4.s_addr);
+    } else if (inet_pton(AF_INET6, terminated.c_str(), &ipv6) == 1) {
+        address.ipVer = 1;
+        for (size_t i = 0; i < 8; ++i) {
+            address.ipv6Addr[i] = ntohs(ipv6.s6_addr16[i]);
+        }
+    } else {
+        Reject(name, text, "an IPv4 or IPv6 address");
+    }
+    return address;
+}
+
+std::string AddressText(uint32_t ipv4) {
+    const in_addr address = {htonl(ipv4)};
+    char text[INET_ADDRSTRLEN];
+    return inet_ntop(AF_INET, &address, text, sizeof text);
+}
+
+std::string AddressText(const uint16_t (&ipv6)[8]) {
+    in6_addr address;
+    std::ranges::transform(ipv6, address.s6_addr16, htons);
+    char text[INET6_ADDRSTRLEN];
+    return inet_ntop(AF_INET6, &address, text, sizeof text);
+}
+
+std::string MacText(const uint8_t (&mac)[6]) {
+    char text[18];
+    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
+                  mac[3], mac[4], mac[5]);
+    return text;
+}
+
+std::string TimeText(int64_t seconds, std::optional<uint32_t> milliseconds) {
+    const time_t time = seconds;
+    tm local = {};
+    localtime_r(&time, &local);
+    char moment[32];
+    char zone[8];
+    std::strftime(moment, sizeof moment, "%FT%T", &local);
+    std::strftime(zone, sizeof zone, "%z", &local);
+    char fraction[8] = "";
+    if (milliseconds) {
+        std::snprintf(fraction, sizeof fraction, ".%03u", *milliseconds % 1000);
+    }
+    return std::string(moment) + fraction + std::string(zone).insert(3, ":");
+}
+
+bool IsUnspecified(const LyrKesRpcIpAddr &address) {
+    return address.ipv4Addr == 0 &&
+           std::ranges::all_of(address.ipv6Addr, [](uint16_t group) { return group == 0; });
+}
+
+std::array<uint8_t, 6> ParseMac(std::string_view name, std::string_view text) {
+    constexpr size_t kTextLength = 17;
+    std::array<uint8_t, 6> mac = {};
+    bool valid = text.size() == kTextLength && (text[2] == ':' || text[2] == '-');
+    for (size_t i = 0; valid && i < mac.size(); ++i) {
+        const std::optional<uint32_t> byte = WholeNumber(text.substr(3 * i, 2), 16);
+        valid = byte.has_value() && (i == 0 || text[3 * i - 1] == text[2]);
+        mac[i] = static_cast<uint8_t>(byte.value_or(0));
+    }
+    if (!valid) {
+        Reject(name, text, "a MAC address such as 02:00:5e:10:00:01");
+    }
+    return mac;
+}
+
+std::array<uint32_t, 4> ParseSessionId(std::string_view name, std::string_view text) {
+    constexpr size_t kDigitsPerWord = 8;
+    std::array<uint32_t, 4> words = {};
+    bool valid = text.size() == kDigitsPerWord * words.size();
+    for (size_t i = 0; valid && i < words.size(); ++i) {
+        const std::optional<uint32_t> word =
+            WholeNumber(text.substr(kDigitsPerWord * i, kDigitsPerWord), 16);
+        valid = word.has_value();
+        words[i] = word.value_or(0);
+    }
+    if (!valid) {
+        Reject(name, text, "a session id of 32 hexadecimal digits");
+    }
+    return words;
+}
+
+uint32_t ParseMessageType(std::string_view name, std::string_view text) {
+    std::optional<uint32_t> type = DecimalOrHex(text);
+    if (!type) {
+        type = capwap::MessageTypeByName(text);
+    }
+    if (!type) {
+        Reject(name, text,
+               "a CAPWAP message type: a number, or a name of RFC 5415, section 4.5.1.1, such as "
+               "discovery-request");
+    }
+    return *type;
+}
+
+}  // namespace control

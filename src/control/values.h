@@ -1,0 +1,44 @@
+// Values as people write them. `name` says in errors what the text stands for; every function
+// throws InputError for a text that is not such a value.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "mund/messages.h"
+
+namespace control {
+
+// A number from 0 to `max`, decimal or hexadecimal with 0x.
+uint32_t ParseNumber(std::string_view name, std::string_view text, uint32_t max = UINT32_MAX);
+
+// An IPv4 or IPv6 address in its usual text form.
+LyrKesRpcIpAddr ParseAddress(std::string_view name, std::string_view text);
+
+// An address in its usual text form: a u32 in host order, or eight groups in host order.
+std::string AddressText(uint32_t ipv4);
+std::string AddressText(const uint16_t (&ipv6)[8]);
+
+// Six bytes in hexadecimal, with ':' between them.
+std::string MacText(const uint8_t (&mac)[6]);
+
+// A moment in local time, as ISO 8601 writes it: 2024-05-17T09:30:00+02:00. The second has
+// milliseconds only where they are given.
+std::string TimeText(int64_t seconds, std::optional<uint32_t> milliseconds = std::nullopt);
+
+// True for 0.0.0.0 and ::.
+bool IsUnspecified(const LyrKesRpcIpAddr &address);
+
+// Six bytes in hexadecimal, with ':' or '-' between them.
+std::array<uint8_t, 6> ParseMac(std::string_view name, std::string_view text);
+
+// A session id: 32 hexadecimal digits, its four words in order (RFC 5415, section 4.6.37).
+std::array<uint32_t, 4> ParseSessionId(std::string_view name, std::string_view text);
+
+// A CAPWAP message type: a number, or its name with '-' or '_' for a space.
+uint32_t ParseMessageType(std::string_view name, std::string_view text);
+
+}  // namespace control

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstddef>
+
+namespace standin {
+
+// The queues that exist.
+size_t QueueCount();
+
+}  // namespace standin

@@ -1,0 +1,10 @@
+#pragma once
+
+#include <cstddef>
+
+namespace standin {
+
+// The timers that exist.
+size_t TimerCount();
+
+}  // namespace standin

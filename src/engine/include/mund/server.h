@@ -1,0 +1,73 @@
+// The control socket: serves the module's operations, and what an engine adds to them, to programs
+// of the same user on the same machine.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "mund/control_socket.h"
+#include "mund/wire.h"
+
+namespace standin {
+class Module;
+}
+
+#pragma GCC visibility push(default)
+namespace mund {
+
+struct WireReply {
+    uint32_t status = MUND_WIRE_OK;
+    std::vector<uint8_t> payload = {};
+};
+
+// MUND_WIRE_REFUSED, and why.
+WireReply Refusal(std::string_view reason);
+
+// Answers requests of one code; called from several threads at once. It sees no request that is
+// shorter or longer than its code allows. What it throws refuses the request.
+using WireHandler = std::function<WireReply(std::span<const uint8_t> request)>;
+
+// Answers MUND_WIRE_OBJECT for a module, which outlives the server.
+WireHandler ObjectHandler(const standin::Module &module);
+
+struct ControlLimits {
+    // Clients at once; one more is refused.
+    size_t clients = 128;
+    // A frame that stands still for so long, on its way in or out, ends its connection. Between
+    // frames, and while it follows, a client may take its time.
+    std::chrono::milliseconds stall{30'000};
+    // Lines that wait for a client that follows; when one more comes, the oldest is lost.
+    size_t lines = 1024;
+};
+
+class ControlServer {
+  public:
+    // Opens the socket, mode 0600. A socket that nobody listens on any more is replaced; one that
+    // somebody does, and a file that is no socket, is left alone. Throws std::runtime_error, which
+    // names the path and the reason. `handlers` answer the codes from MUND_WIRE_STATE on, all but
+    // MUND_WIRE_FOLLOW.
+    ControlServer(const std::string &path, std::map<uint16_t, WireHandler> handlers,
+                  const ControlLimits &limits = {});
+    // Closes every connection, waits for requests that are running, removes the socket.
+    ~ControlServer();
+    ControlServer(const ControlServer &) = delete;
+    ControlServer &operator=(const ControlServer &) = delete;
+
+    // Sends a line to those who follow, of a long one its first MUND_WIRE_MAX_LINE bytes. Never
+    // waits: who is too slow for a line loses it and is told. Callable from any thread.
+    void Publish(uint32_t kind, std::string_view text);
+
+  private:
+    class Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace mund
+#pragma GCC visibility pop

@@ -1,0 +1,24 @@
+// The receivers' side of channels.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "kes/channel.h"
+
+#pragma GCC visibility push(default)
+namespace standin {
+
+// Opens a channel that holds up to `capacity` packets. Returns its id, or TOV_CHANNEL_ID_NONE if
+// the name is taken. Callable from any thread, as all of these.
+uint32_t OpenChannel(const std::string &name, uint32_t capacity);
+
+// The oldest packet of the channel, now the caller's, or null when it is empty.
+HostMbuf *ReceiveFromChannel(uint32_t channelId);
+
+// Closes a channel: sends to it fail from now on. Its name is free again, its id is not used again.
+// What is still in it can be received.
+void CloseChannel(uint32_t channelId);
+
+}  // namespace standin
+#pragma GCC visibility pop

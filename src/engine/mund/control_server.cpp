@@ -1,0 +1,130 @@
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <list>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+
+#include "mund/conversation.h"
+#include "mund/server.h"
+#include "mund/socket_file.h"
+
+namespace mund {
+namespace {
+
+// How long new clients wait in the queue when the process is out of descriptors or memory.
+constexpr int kExhaustedMs = 100;
+
+// A request of nobody's: the client is told before it has said anything.
+void TurnAway(const Descriptor &socket, std::string_view reason) {
+    SetStallLimit(socket.Number(), SO_SNDTIMEO, std::chrono::milliseconds(1));
+    SendAll(socket.Number(), ReplyFrame(0, Refusal(reason)));
+}
+
+}  // namespace
+
+class ControlServer::Impl {
+  public:
+    Impl(const std::string &path, WireHandlers handlers, const ControlLimits &limits);
+    ~Impl();
+
+    Followers &AllFollowers() {
+        return served_.followers;
+    }
+
+  private:
+    void Wake() const {
+        eventfd_write(wake_.Number(), 1);
+    }
+    void AcceptUntilStopped();
+    void RemoveEnded();
+    bool AcceptOne();
+    void Admit(Descriptor socket);
+
+    Served served_;
+    Descriptor wake_;
+    SocketFile file_;
+    std::list<Conversation> conversations_;  // the accepting thread's while it runs
+    std::atomic<bool> stopping_{false};
+    std::thread acceptor_;
+};
+
+ControlServer::Impl::Impl(const std::string &path, WireHandlers handlers,
+                          const ControlLimits &limits)
+    : served_{std::move(handlers), limits, Followers(limits.lines)},
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      file_(path) {
+    if (!wake_.Open()) {
+        throw std::runtime_error("control socket " + path + ": " + std::strerror(errno));
+    }
+    acceptor_ = std::thread([this] { AcceptUntilStopped(); });
+}
+
+ControlServer::Impl::~Impl() {
+    stopping_ = true;
+    Wake();
+    acceptor_.join();
+    for (const Conversation &conversation : conversations_) {
+        conversation.HangUp();
+    }
+}
+
+void ControlServer::Impl::AcceptUntilStopped() {
+    bool exhausted = false;
+    while (!stopping_) {
+        pollfd waiting[] = {{.fd = wake_.Number(), .events = POLLIN, .revents = 0},
+                            {.fd = file_.Listener(), .events = POLLIN, .revents = 0}};
+        // A client that cannot be accepted keeps the listener readable.
+        poll(waiting, exhausted ? 1 : 2, exhausted ? kExhaustedMs : -1);
+        eventfd_t count;
+        eventfd_read(wake_.Number(), &count);
+        RemoveEnded();
+        exhausted = !AcceptOne();
+    }
+}
+
+void ControlServer::Impl::RemoveEnded() {
+    conversations_.remove_if([](const Conversation &conversation) { return conversation.Ended(); });
+}
+
+// False when the process has nothing left to accept a client with.
+bool ControlServer::Impl::AcceptOne() {
+    Descriptor socket(accept4(file_.Listener(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!socket.Open()) {
+        return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
+    }
+    if (PeerUser(socket.Number()) == geteuid()) {
+        Admit(std::move(socket));
+    }
+    return true;
+}
+
+void ControlServer::Impl::Admit(Descriptor socket) {
+    const size_t limit = served_.limits.clients;
+    if (conversations_.size() >= limit) {
+        TurnAway(socket, "no more than " + std::to_string(limit) + " clients at once");
+        return;
+    }
+    try {
+        conversations_.emplace_back(std::move(socket), served_, [this] { Wake(); });
+    } catch (const std::exception &) {
+        // No thread or no memory for it: the connection has closed with its socket.
+    }
+}
+
+ControlServer::ControlServer(const std::string &path, std::map<uint16_t, WireHandler> handlers,
+                             const ControlLimits &limits)
+    : impl_(std::make_unique<Impl>(path, std::move(handlers), limits)) {}
+
+ControlServer::~ControlServer() = default;
+
+void ControlServer::Publish(uint32_t kind, std::string_view text) {
+    impl_->AllFollowers().Publish(kind, text);
+}
+
+}  // namespace mund

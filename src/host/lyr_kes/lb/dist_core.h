@@ -1,0 +1,112 @@
+// What the three distribution tables have in common, written once: a table is named by a record
+// that says which globals make it up.
+#pragma once
+
+#include <cstring>
+
+#include "kes/diag.h"
+#include "lb/dist_hash.h"
+#include "lb/dist_locker.h"
+#include "lb/dist_table.h"
+#include "module/shared_word.h"
+
+namespace lyr {
+
+struct Ipv4Table {
+    using Key = LyrKesDistIpv4Key;
+    static constexpr auto &kBuckets = g_LyrKes_DistIpv4Tbl;
+    static constexpr auto &kCap = g_LyrKes_DistIpv4Cap;
+    static constexpr auto &kLocker = g_LyrKes_DistIpv4RwLocker;
+};
+
+struct Ipv6Table {
+    using Key = LyrKesDistIpv6Key;
+    static constexpr auto &kBuckets = g_LyrKes_DistIpv6Tbl;
+    static constexpr auto &kCap = g_LyrKes_DistIpv6Cap;
+    static constexpr auto &kLocker = g_LyrKes_DistIpv6RwLocker;
+};
+
+struct KaTable {
+    using Key = LyrKesDistKaKey;
+    static constexpr auto &kBuckets = g_LyrKes_DistKaTbl;
+    static constexpr auto &kCap = g_LyrKes_DistKaCap;
+    static constexpr auto &kLocker = g_LyrKes_DistKaRwLocker;
+};
+
+template <class Table>
+using EntryOf = LyrKesDistEntry<typename Table::Key>;
+
+template <class Key>
+uint32_t HashOf(const Key &key) {
+    return LyrKes_Hash(&key, sizeof(key));
+}
+
+template <class Table>
+uint32_t IndexOf(uint32_t hash) {
+    return hash % LoadRelaxed(Table::kCap);
+}
+
+// The table's buckets, or null while it does not exist. A table can go at any time but not while
+// its locker is held: whoever holds it looks again.
+template <class Table>
+LyrKesDistBucket *Buckets() {
+    return LoadAcquire(Table::kBuckets);
+}
+
+// The bucket of a hash, or null while the table does not exist.
+template <class Table>
+LyrKesDistBucket *BucketOf(uint32_t hash) {
+    LyrKesDistBucket *buckets = Buckets<Table>();
+    return buckets != nullptr ? &buckets[IndexOf<Table>(hash)] : nullptr;
+}
+
+// The entry of a key in a bucket, under the table's locker. Without one, `broken` says whether the
+// walk met a null link before it came back to the bucket.
+template <class Table>
+struct Found {
+    EntryOf<Table> *entry = nullptr;
+    bool broken = false;
+};
+
+template <class Table>
+Found<Table> Find(LyrKesDistBucket *bucket, const typename Table::Key &key) {
+    for (LyrKesDistBucket *link = bucket->next; link != bucket; link = link->next) {
+        if (link == nullptr) {
+            return {.broken = true};
+        }
+        auto *entry = static_cast<EntryOf<Table> *>(link);
+        if (std::memcmp(&entry->key, &key, sizeof(key)) == 0) {
+            return {.entry = entry};
+        }
+    }
+    return {};
+}
+
+// Links an entry in at the front, so that a walk meets the newest first.
+inline void Insert(LyrKesDistBucket *bucket, LyrKesDistBucket *entry) {
+    entry->prev = bucket;
+    entry->next = bucket->next;
+    bucket->next->prev = entry;
+    bucket->next = entry;
+}
+
+// Takes an entry out. False for one whose own links are broken: it stays where it is.
+inline bool Unlink(LyrKesDistBucket *entry) {
+    if (entry->prev == nullptr || entry->next == nullptr) {
+        return false;
+    }
+    entry->next->prev = entry->prev;
+    entry->prev->next = entry->next;
+    entry->prev = nullptr;
+    entry->next = nullptr;
+    return true;
+}
+
+// Where the distribution's broken invariants are reported from.
+constexpr const char *kDistSource = "src/host/lyr_kes/lb/lyr_kes_dist";
+
+inline void ReportBrokenChain(uint32_t line) {
+    TovOndAssert(kDistSource, line, 0);
+}
+
+}  // namespace lyr

@@ -1,0 +1,683 @@
+// The packet builder, the decoder that names packets, and the traffic made with both.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+
+#include "capwap/describe.h"
+#include "capwap/message_type.h"
+#include "capwap/packet_builder.h"
+#include "capwap/wire.h"
+#include "capwap_gen/capture_writer.h"
+#include "capwap_gen/commands.h"
+#include "capwap_gen/traffic.h"
+
+namespace capwap_gen {
+namespace {
+
+using capwap::Bytes;
+using capwap::Describe;
+using capwap::FrameSpec;
+using capwap::Writer;
+
+uint32_t Read16(std::span<const uint8_t> bytes, size_t at) {
+    return static_cast<uint32_t>(bytes[at] << 8 | bytes[at + 1]);
+}
+
+std::string Hex(std::span<const uint8_t> bytes) {
+    std::string text;
+    for (uint8_t byte : bytes) {
+        char digits[3];
+        std::snprintf(digits, sizeof(digits), "%02x", byte);
+        text += digits;
+    }
+    return text;
+}
+
+FrameSpec Spec4(Bytes payload) {
+    return {.srcIp = capwap::Ipv4("10.64.0.1"),
+            .dstIp = capwap::Ipv4("10.0.0.1"),
+            .payload = std::move(payload)};
+}
+
+FrameSpec Spec6(Bytes payload) {
+    return {.srcIp6 = capwap::Ipv6("2001:db8:1::1"),
+            .dstIp6 = capwap::Ipv6("2001:db8::ffff:1"),
+            .payload = std::move(payload)};
+}
+
+// Where the parts of a frame without extension headers lie.
+struct Layout {
+    bool ipv6;
+    size_t ip, ipHeader;
+    size_t Payload() const {
+        return ip + ipHeader;
+    }
+};
+
+Layout LayoutOf(std::span<const uint8_t> frame) {
+    size_t type = 12;
+    while (Read16(frame, type) == 0x8100 || Read16(frame, type) == 0x88A8)
+        type += 4;
+    bool ipv6 = Read16(frame, type) == 0x86DD;
+    return {ipv6, type + 2, ipv6 ? 40 : (frame[type + 2] & 15u) * 4};
+}
+
+std::span<const uint8_t> IpPayload(std::span<const uint8_t> frame) {
+    Layout layout = LayoutOf(frame);
+    size_t size =
+        layout.ipv6 ? Read16(frame, layout.ip + 4) : Read16(frame, layout.ip + 2) - layout.ipHeader;
+    return frame.subspan(layout.Payload(), size);
+}
+
+TEST(MessageType, NamesComeInPairsAndLeadBackToTheirTypes) {
+    std::vector<uint32_t> requests = {3398913, capwap::kVendorProbeRequest,
+                                      capwap::kVendorPingRequest};
+    for (uint32_t type = 1; type < 26; type += 2)
+        requests.push_back(type);
+    std::set<std::string> stems;
+    for (uint32_t type : requests) {
+        std::string request(capwap::MessageTypeName(type));
+        ASSERT_TRUE(request.ends_with(" Request")) << type << " is " << request;
+        std::string stem = request.substr(0, request.size() - 8);
+        EXPECT_EQ(capwap::MessageTypeName(type + 1), stem + " Response");
+        EXPECT_EQ(capwap::MessageTypeByName(request), type);
+        stems.insert(stem);
+    }
+    EXPECT_EQ(stems.size(), 16u);
+    for (uint32_t type : {0u, 27u, 3398912u, 3398915u, 0xFFFFFFFFu})
+        EXPECT_EQ(capwap::MessageTypeName(type), "");
+
+    EXPECT_EQ(capwap::MessageTypeByName("change-state_EVENT request"), 11u);
+    EXPECT_EQ(capwap::MessageTypeByName("vendor-probe-response"), capwap::kVendorPen * 256 + 78);
+    EXPECT_EQ(capwap::MessageTypeByName("vendor-ping-request"), capwap::kVendorPen * 256 + 117);
+    EXPECT_EQ(capwap::MessageTypeByName("ieee-802.11-wlan-configuration-response"), 3398914u);
+    for (const char *name : {"", "Echo", "Echo Request ", "EchoRequest"})
+        EXPECT_EQ(capwap::MessageTypeByName(name), std::nullopt) << name;
+}
+
+TEST(PacketBuilder, PayloadsMatchTheirLayouts) {
+    const Bytes element = capwap::Element(0x1234, Bytes{0xAA, 0xBB, 0xCC});
+    const capwap::ExtensionElement wlan = {6, {0, 9, 0, 0}};
+    const struct {
+        const char *name;
+        Bytes bytes;
+        const char *hex;
+    } kCases[] = {
+        {"header", capwap::EncodeHeader({}), "0010020000000000"},
+        {"every field",
+         capwap::EncodeHeader({1, 2, true, true, true, true, true, 3, 0xABCD, 0x1FFF, 0x1D}),
+         "011747ccabcdfff8"},
+        {"longer header", capwap::EncodeHeader({.hlenWords = 4}),
+         "00200200000000000000000000000000"},
+        {"lying header", capwap::EncodeHeader({.hlenWords = 1}), "0008020000000000"},
+        {"optional headers",
+         capwap::EncodeHeader(
+             {.radioMac = capwap::Mac{1, 2, 3, 4, 5, 6}, .wirelessInfo = {9, 8, 7, 6}}),
+         "003002300000000006010203040506000409080706000000"},
+        {"control message", capwap::ControlMessage(0x00010203, 7, element),
+         "00100200000000000001020307000a0012340003aabbcc"},
+        {"keepalive", capwap::Keepalive({0x01020304, 0x05060708, 0x090A0B0C, 0x0D0E0F10}),
+         "0010000800000000001600230010"
+         "0102030405060708090a0b0c0d0e0f10"},
+        {"DTLS record", capwap::DtlsRecord(22, Bytes{0xEE}, 0x0001000000000002),
+         "0100000016fefd00010000000000020001ee"},
+        {"extended data", capwap::ExtendedDataFrame({&wlan, 1}, Bytes{0xFF}),
+         "00100204000000000000000c0006000800090000ff"},
+    };
+    for (const auto &c : kCases)
+        EXPECT_EQ(Hex(c.bytes), c.hex) << c.name;
+}
+
+TEST(PacketBuilder, FramesMatchTheirLayout) {
+    FrameSpec tagged = Spec4({0x55});
+    tagged.vlans = {100, 200};
+    tagged.ipId = 0x0102;
+    tagged.padToMinimum = false;
+    EXPECT_EQ(Hex(capwap::BuildFrame(tagged)),
+              "02000000000202000000000188a80064810000c80800"
+              "4500001d010200004011658d0a4000010a000001147e147e00096d9e55");
+
+    FrameSpec wapi = {.etherType = 0x88B4, .payload = {1, 2, 3}};
+    Bytes padded = capwap::BuildFrame(wapi);
+    EXPECT_EQ(padded.size(), 60u);
+    EXPECT_EQ(Hex(std::span(padded).first(18)), "02000000000202000000000188b401020300");
+}
+
+// Each sum was worked out apart from the builder.
+TEST(PacketBuilder, ChecksumsAreRight) {
+    const size_t kIp = 14 + 10, kUdp4 = 14 + 20 + 6, kUdp6 = 14 + 40 + 6;
+    FrameSpec options = Spec4({1, 2, 3}), longer = Spec6(Bytes(20, 90)), shorter = longer;
+    options.ipv4Options = {0x94, 4, 0, 0};
+    longer.udpLengthError = 1;
+    shorter.udpLengthError = -1;
+    FrameSpec ping = Spec6({128, 0, 0xBA, 0xD0, 0, 1, 0, 2});
+    ping.ipProtocol = 58;
+    ping.checksumAt = 2;
+    const struct {
+        const char *name;
+        FrameSpec spec;
+        size_t at;
+        uint32_t checksum;
+    } kCases[] = {
+        {"IPv4 header", Spec4({}), kIp, 0x6690},
+        {"IPv4 header with options", options, kIp, 0xD184},
+        {"IPv4 options", options, kUdp4 + 4, 0xBE98},
+        {"empty", Spec4({}), kUdp4, 0xC2A0},
+        {"odd", Spec6(Bytes(77, 0xA5)), kUdp6, 0x3F3C},
+        {"many carries", Spec6(Bytes(1400, 0xFF)), kUdp6, 0x707D},
+        {"length too long", longer, kUdp6, 0xF3BB},
+        {"length too short", shorter, kUdp6, 0xF419},
+        {"ICMPv6", ping, 14 + 40 + 2, 0x2445},
+        {"0, which has to be 0xFFFF (RFC 768)", Spec4({0xC2, 0x9C}), kUdp4, 0xFFFF},
+    };
+    for (const auto &c : kCases)
+        EXPECT_EQ(Read16(capwap::BuildFrame(c.spec), c.at), c.checksum) << c.name;
+}
+
+TEST(PacketBuilder, FragmentsReassemble) {
+    Random random(4);
+    FrameSpec extended = Spec6(random.Bytes(900));
+    extended.ipv6Extension = {17, 0, 1, 4, 0, 0, 0, 0};
+    extended.ipv6ExtensionType = 60;
+    FrameSpec tagged = Spec4(random.Bytes(3000));
+    tagged.vlans = {7};
+    const struct {
+        const char *name;
+        FrameSpec spec;
+        uint16_t limit;
+        size_t count;
+    } kCases[] = {
+        {"IPv4", Spec4(random.Bytes(1000)), 512, 2},
+        {"IPv4, exact", Spec4(random.Bytes(1016)), 512, 2},
+        {"IPv4, tagged", tagged, 1480, 3},
+        {"IPv4, smallest", Spec4(random.Bytes(17)), 8, 4},
+        {"IPv6", Spec6(random.Bytes(2000)), 1232, 2},
+        {"IPv6 with extension", extended, 400, 3},
+        {"fits", Spec6(random.Bytes(100)), 800, 1},
+    };
+    for (auto c : kCases) {
+        c.spec.ipId = 0x4242;
+        Bytes whole = capwap::BuildFrame(c.spec);
+        std::vector<Bytes> fragments = capwap::BuildFragments(c.spec, c.limit);
+        ASSERT_EQ(fragments.size(), c.count) << c.name;
+        if (c.count == 1) {
+            EXPECT_EQ(fragments[0], whole) << c.name;
+            continue;
+        }
+        Bytes reassembled;
+        for (const Bytes &fragment : fragments) {
+            Layout layout = LayoutOf(fragment);
+            auto payload = IpPayload(fragment);
+            uint32_t field = layout.ipv6 ? Read16(payload, 2) : Read16(fragment, layout.ip + 6);
+            uint32_t offset = layout.ipv6 ? field & 0xFFF8 : (field & 0x1FFF) * 8;
+            bool more = (field & (layout.ipv6 ? 1 : 0x2000)) != 0;
+            uint32_t id = layout.ipv6 ? Read16(payload, 6) : Read16(fragment, layout.ip + 4);
+            if (layout.ipv6) {
+                EXPECT_EQ(fragment[layout.ip + 6], 44) << c.name;
+                EXPECT_EQ(payload[0], whole[layout.ip + 6]) << c.name;
+                payload = payload.subspan(8);
+            }
+            EXPECT_EQ(id, 0x4242u) << c.name;
+            EXPECT_EQ(offset, reassembled.size()) << c.name;
+            EXPECT_LE(payload.size(), c.limit) << c.name;
+            EXPECT_EQ(more, &fragment != &fragments.back()) << c.name;
+            reassembled.insert(reassembled.end(), payload.begin(), payload.end());
+        }
+        EXPECT_EQ(Hex(reassembled), Hex(IpPayload(whole))) << c.name;
+    }
+}
+
+TEST(PacketBuilder, RefusesWhatNoPacketCanBe) {
+    EXPECT_THROW(capwap::BuildFragments(Spec4({1}), 12), std::invalid_argument);
+    EXPECT_THROW(capwap::BuildFragments(Spec4({1}), 0), std::invalid_argument);
+    EXPECT_THROW(capwap::BuildFrame(Spec4(Bytes(65508))), std::length_error);
+    EXPECT_THROW(capwap::BuildFrame(Spec6(Bytes(65528))), std::length_error);
+    EXPECT_THROW(capwap::Ipv4("10.0.0"), std::invalid_argument);
+    EXPECT_THROW(capwap::Ipv6("10.0.0.1"), std::invalid_argument);
+}
+
+// Frames that the traffic below does not hold, or holds only among others.
+TEST(Describe, NamesFrames) {
+    auto data = [](Bytes payload) {
+        FrameSpec spec = Spec4(std::move(payload));
+        spec.srcPort = spec.dstPort = capwap::kDataPort;
+        return capwap::BuildFrame(spec);
+    };
+    FrameSpec hopByHop = Spec6(capwap::ControlMessage(13, 0, {}));
+    hopByHop.ipv6Extension = {17, 0, 1, 4, 0, 0, 0, 0};
+    FrameSpec toDataPort = Spec4(capwap::ControlMessage(13, 0, {}));
+    toDataPort.srcPort = capwap::kDataPort;
+    FrameSpec elsewhere = Spec4(capwap::ControlMessage(13, 0, {}));
+    elsewhere.srcPort = elsewhere.dstPort = 5248;
+    Bytes fragmentedKeepalive = capwap::Keepalive({1, 2, 3, 4}, {.fragment = true, .wbid = 0});
+    Bytes trailing = capwap::Keepalive({1, 2, 3, 4});
+    trailing.push_back(0);
+    const struct {
+        Bytes frame;
+        const char *name;
+    } kCases[] = {
+        {capwap::BuildFrame(hopByHop), "Echo Request"},
+        {capwap::BuildFrame(toDataPort), "Echo Request"},
+        {capwap::BuildFrame(Spec4(capwap::ControlMessage(8323150, 0, {}))), "message type 8323150"},
+        {data(capwap::DtlsRecord(25, Bytes(4))), "DTLS content type 25"},
+        {data(fragmentedKeepalive), "CAPWAP fragment"},
+        {data(trailing), "damaged"},
+        {data(capwap::DataFrame({})), "Data"},
+        {data({}), "damaged"},
+        {capwap::BuildFrame(elsewhere), "not CAPWAP"},
+        {capwap::BuildFrame({.vlans = {1, 2, 3}, .etherType = 0x88B4}), "WAPI"},
+        {{}, "damaged"},
+    };
+    for (const auto &c : kCases)
+        EXPECT_EQ(Describe(c.frame), c.name) << Hex(c.frame);
+}
+
+TEST(Describe, IsTotal) {
+    Random random(5);
+    const FrameSpec kSpecs[] = {Spec4(capwap::ControlMessage(3, 1, capwap::Element(35, Bytes(16)))),
+                                Spec6(capwap::DtlsRecord(22, Bytes(40)))};
+    for (const FrameSpec &spec : kSpecs) {
+        Bytes frame = capwap::BuildFrame(spec);
+        for (size_t size = 0; size < frame.size(); size++)
+            EXPECT_EQ(Describe(Bytes(frame.begin(), frame.begin() + static_cast<ptrdiff_t>(size))),
+                      "damaged");
+        for (int i = 0; i < 20'000; i++) {
+            Bytes mutated = frame;
+            for (uint32_t flips = random.Between(1u, 4u); flips > 0; flips--)
+                random.Pick(mutated) = static_cast<uint8_t>(random.Word());
+            mutated.resize(random.Between<size_t>(0, mutated.size()));
+            EXPECT_FALSE(Describe(mutated).empty());
+        }
+    }
+}
+
+// A file of the running test's own, since tests may run at once.
+std::string TempFile(const std::string &suffix) {
+    return testing::TempDir() + "capwap_gen_" +
+           testing::UnitTest::GetInstance()->current_test_info()->name() + suffix;
+}
+
+TrafficOptions Everything() {
+    TrafficOptions options;
+    options.accessPoints = 40;
+    options.instances = 7;
+    options.rounds = 100;
+    options.unregisteredPercent = 20;
+    return options;
+}
+
+std::vector<Frame> FramesOf(const TrafficOptions &options) {
+    std::vector<Frame> frames;
+    Traffic(options).Generate([&](const Frame &frame) { frames.push_back(frame); });
+    return frames;
+}
+
+std::string Capture(const TrafficOptions &options, bool nanoseconds = false) {
+    std::string path = TempFile(".pcap");
+    CaptureWriter writer(path, nanoseconds);
+    Traffic(options).Generate([&](const Frame &frame) { writer.Write(frame); });
+    writer.Close();
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+uint64_t HashOf(const Traffic &traffic) {
+    uint64_t hash = 14695981039346656037u;
+    auto add = [&](uint64_t value) { hash = (hash ^ value) * 1099511628211u; };
+    traffic.Generate([&](const Frame &frame) {
+        add(static_cast<uint64_t>(frame.timeNs));
+        for (uint8_t byte : frame.bytes)
+            add(byte);
+    });
+    return hash;
+}
+
+// The value is what one machine made; any other machine and compiler has to make the same, and so
+// has every run.
+TEST(Traffic, IsTheSameOnEveryMachine) {
+    if (capwap::kVendorPen != 32473)
+        GTEST_SKIP() << "vendor messages are of enterprise number " << capwap::kVendorPen;
+    TrafficOptions options = Everything();
+    const Traffic traffic(options);
+    EXPECT_EQ(HashOf(traffic), 3149901173796852686u);
+    EXPECT_EQ(HashOf(traffic), 3149901173796852686u) << "a second run continues the first";
+    EXPECT_FALSE(Capture(options) == Capture(options, true)) << "nanoseconds";
+    options.seed++;
+    EXPECT_NE(HashOf(Traffic(options)), 3149901173796852686u);
+}
+
+TEST(Traffic, ContentsAreWhatTheFramesSay) {
+    std::set<std::string_view> contents;
+    for (uint64_t seed : {1u, 2u, 3u}) {
+        TrafficOptions options = Everything();
+        options.seed = seed;
+        for (const Frame &frame : FramesOf(options)) {
+            ASSERT_EQ(Describe(frame.bytes), frame.content) << Hex(frame.bytes);
+            contents.insert(frame.content);
+        }
+    }
+    EXPECT_EQ(contents.size(), 28u + 2u + 4u + 7u) << "message types, vendor's, DTLS and the rest";
+}
+
+// RFC 5415, sections 5 to 10, and RFC 5416, section 5; an IPv4 or IPv6 element each counts as the
+// IPv4 one.
+TEST(Traffic, MessagesHaveTheirMandatoryElements) {
+    const std::set<uint32_t> kCapabilities = {20, 38, 39, 41, 44, 1048},
+                             kServices = {1, 4, 10, 1048};
+    std::map<std::string_view, std::set<uint32_t>> mandatory = {
+        {"Discovery Request", kCapabilities},
+        {"Primary Discovery Request", kCapabilities},
+        {"Discovery Response", kServices},
+        {"Primary Discovery Response", kServices},
+        {"Join Request", {28, 30, 35, 38, 39, 41, 44, 45, 53, 1048}},
+        {"Join Response", {1, 4, 10, 30, 33, 53, 1048}},
+        {"Configuration Status Request", {4, 31, 36, 48}},
+        {"Configuration Status Response", {2, 12, 16, 23, 40}},
+        {"WTP Event Request", {47}},
+        {"Change State Event Request", {32, 33}},
+        {"Reset Request", {25}},
+        {"Data Transfer Request", {13}},
+        {"IEEE 802.11 WLAN Configuration Request", {1024, 1029}},
+    };
+    for (const char *answersWithResult :
+         {"Configuration Update", "Image Data", "Data Transfer", "Clear Configuration",
+          "Station Configuration", "IEEE 802.11 WLAN Configuration"})
+        mandatory[capwap::MessageTypeName(
+            *capwap::MessageTypeByName(answersWithResult + std::string(" Response")))] = {33};
+    const std::map<uint32_t, uint32_t> kLengths = {
+        {6, 4},   {10, 6},  {11, 18}, {12, 2}, {16, 3},  {20, 1},   {23, 4},  {27, 0}, {29, 2},
+        {30, 4},  {31, 2},  {32, 3},  {33, 4}, {35, 16}, {36, 2},   {40, 1},  {41, 1}, {44, 1},
+        {47, 20}, {48, 15}, {50, 16}, {51, 1}, {53, 1},  {1026, 8}, {1048, 5}};
+    const std::map<uint32_t, uint32_t> kIpv4Twins = {{3, 2}, {11, 10}, {50, 30}};
+
+    std::set<std::string_view> checked;
+    for (const Frame &frame : FramesOf(Everything())) {
+        auto elements = mandatory.find(frame.content);
+        if (elements == mandatory.end())
+            continue;
+        std::set<uint32_t> missing = elements->second;
+        constexpr size_t kHeaders = 8 + 8 + 8;
+        for (auto run = IpPayload(frame.bytes).subspan(kHeaders); !run.empty();) {
+            uint32_t type = Read16(run, 0), length = Read16(run, 2);
+            if (auto fixed = kLengths.find(type); fixed != kLengths.end()) {
+                EXPECT_EQ(length, fixed->second) << "element " << type << " of " << frame.content;
+            }
+            auto twin = kIpv4Twins.find(type);
+            missing.erase(twin == kIpv4Twins.end() ? type : twin->second);
+            run = run.subspan(4 + length);
+        }
+        EXPECT_EQ(missing, std::set<uint32_t>()) << frame.content;
+        checked.insert(frame.content);
+    }
+    EXPECT_EQ(checked.size(), mandatory.size());
+}
+
+TEST(Traffic, KindsAreAloneWhenAskedFor) {
+    const std::map<std::string, std::set<std::string_view>> kContents = {
+        {"discovery", {"Discovery Request", "Discovery Response"}},
+        {"handshake", {"DTLS handshake", "DTLS change cipher spec"}},
+        {"data-handshake", {"DTLS handshake", "DTLS change cipher spec"}},
+        {"join",
+         {"Join Request", "Join Response", "Configuration Status Request",
+          "Configuration Status Response", "Change State Event Request",
+          "Change State Event Response"}},
+        {"keepalive", {"Data keepalive"}},
+        {"secured", {"DTLS application data", "DTLS alert"}},
+        {"data", {"Data"}},
+        {"wlan", {"Data"}},
+        {"wapi", {"WAPI"}},
+        {"fragment", {"IP fragment", "CAPWAP fragment"}},
+        {"damaged", {"damaged"}},
+        {"unrelated", {"not CAPWAP"}},
+        {"ping", {"Vendor Ping Request", "Vendor Ping Response", "CAPWAP fragment"}},
+        {"probe", {"Vendor Probe Request", "Vendor Probe Response"}},
+    };
+    for (const auto &[kind, expected] : kContents) {
+        TrafficOptions options = Everything();
+        options.mix = Mix::Parse(kind + "=3");
+        std::set<std::string_view> contents;
+        for (const Frame &frame : FramesOf(options))
+            contents.insert(frame.content);
+        EXPECT_EQ(contents, expected) << kind;
+    }
+    Mix mix = Mix::Parse("all,data=0,wapi=7");
+    EXPECT_EQ(mix.Weight(Kind::kData), 0u);
+    EXPECT_EQ(mix.Weight(Kind::kWapi), 7u);
+    EXPECT_EQ(mix.Weight(Kind::kWlan), Mix::All().Weight(Kind::kWlan));
+}
+
+// A ping's payload follows a header of 36 bytes, in a first fragment too; a probe names its access
+// point at byte 20.
+TEST(Traffic, VendorMessagesCarryWhatStatisticsGoBy) {
+    TrafficOptions options = Everything();
+    options.mix = Mix::Parse("ping=1,probe=1");
+    std::set<std::string> seen;
+    for (const Frame &frame : FramesOf(options)) {
+        const auto datagram = IpPayload(frame.bytes), message = datagram.subspan(8 + 8);
+        const bool up = Read16(datagram, 2) == capwap::kControlPort;
+        const bool cut = (datagram[8 + 3] & 0x80) != 0;
+        if (cut && Read16(datagram, 8 + 6) != 0)
+            continue;  // a later fragment has no message type
+        std::string name(capwap::MessageTypeName(Read16(message, 0) << 16 | Read16(message, 2)));
+        if (name.starts_with("Vendor Probe")) {
+            ASSERT_GE(message.size(), 8u + 24u);
+            const auto mac = std::span(frame.bytes).subspan(up ? 6 : 0, 6);
+            EXPECT_EQ(Hex(message.subspan(20, 6)), Hex(mac));
+        } else {
+            ASSERT_GE(message.size(), 36u);
+        }
+        seen.insert(name + (cut ? " cut" : "") + (LayoutOf(frame.bytes).ipv6 ? "6" : "4") +
+                    (up ? " up" : " down"));
+    }
+    EXPECT_EQ(seen.size(), 6u * 2u * 2u) << "pings whole and cut, probes; families; directions";
+}
+
+// What a command prints, on both streams, and how it ends.
+struct Outcome {
+    std::string output;
+    int status;
+};
+
+Outcome Shell(const std::string &command) {
+    Outcome outcome;
+    FILE *pipe = popen(("(" + command + ") 2>&1").c_str(), "r");
+    char buffer[4096];
+    for (size_t size; (size = fread(buffer, 1, sizeof(buffer), pipe)) > 0;)
+        outcome.output.append(buffer, size);
+    outcome.status = WEXITSTATUS(pclose(pipe));
+    return outcome;
+}
+
+// Fields of a frame as tshark has them, first occurrences only.
+using Witness = std::map<std::string, std::string>;
+
+std::vector<std::string> Split(const std::string &text, char separator) {
+    std::vector<std::string> parts;
+    std::istringstream in(text + separator);
+    for (std::string part; std::getline(in, part, separator);)
+        parts.push_back(part);
+    return parts;
+}
+
+std::string ContentOf(const Witness &witness) {
+    static const std::map<std::string, std::string> kRecords = {{"20", "DTLS change cipher spec"},
+                                                                {"21", "DTLS alert"},
+                                                                {"22", "DTLS handshake"},
+                                                                {"23", "DTLS application data"}};
+    auto isSet = [&](const char *field) {
+        const std::string &value = witness.at(field);
+        return !value.empty() && value != "0";
+    };
+    const std::string &type = witness.at("capwap.control.header.message_type");
+    if (isSet("wai.version"))
+        return "WAPI";
+    if (isSet("ip.flags.mf") || isSet("ip.frag_offset") || isSet("ipv6.fraghdr.nxt"))
+        return "IP fragment";
+    if (witness.at("capwap.preamble.type").empty())
+        return "not CAPWAP";
+    if (isSet("capwap.preamble.type"))
+        return kRecords.at(witness.at("dtls.record.content_type"));
+    if (isSet("capwap.header.flags.f"))
+        return "CAPWAP fragment";
+    if (type.empty())
+        return isSet("capwap.header.flags.k") ? "Data keepalive" : "Data";
+    return std::string(capwap::MessageTypeName(static_cast<uint32_t>(std::stoul(type))));
+}
+
+TEST(Traffic, IsWhatAnotherDecoderSees) {
+    if (Shell("tshark --version").status != 0)
+        GTEST_SKIP() << "tshark is not installed";
+    TrafficOptions options = Everything();
+    options.mix = Mix::Parse("all,damaged=0,ping=10,probe=5");
+    std::string path = TempFile(".pcap");
+    CaptureWriter writer(path, true);
+    std::vector<std::string> contents;
+    Traffic(options).Generate([&](const Frame &frame) {
+        writer.Write(frame);
+        contents.emplace_back(frame.content);
+    });
+    writer.Close();
+
+    const std::vector<std::string> fields = Split(
+        "_ws.malformed wai.version ip.flags.mf ip.frag_offset ipv6.fraghdr.nxt "
+        "capwap.preamble.type capwap.header.flags.f capwap.header.flags.k dtls.record.content_type "
+        "dtls.handshake.type dtls.handshake.ciphersuite capwap.control.header.message_type "
+        "ip.checksum.status udp.checksum.status tcp.checksum.status icmp.checksum.status "
+        "icmpv6.checksum.status",
+        ' ');
+    std::string command = "tshark -r " + path + " -T fields -E separator=';' -E occurrence=f";
+    for (const char *protocol : {"ip", "udp", "tcp"})
+        command += std::string(" -o ") + protocol + ".check_checksum:TRUE";
+    for (const std::string &field : fields)
+        command += " -e " + field;
+    std::istringstream lines(Shell(command + " 2>/dev/null").output);
+    size_t number = 0;
+    for (std::string line; std::getline(lines, line); number++) {
+        ASSERT_LT(number, contents.size());
+        SCOPED_TRACE("frame " + std::to_string(number + 1));
+        const std::vector<std::string> values = Split(line, ';');
+        ASSERT_EQ(values.size(), fields.size());
+        Witness witness;
+        for (size_t i = 0; i < fields.size(); i++) {
+            witness[fields[i]] = values[i];
+            ASSERT_FALSE(fields[i].ends_with(".status") && values[i] == "0") << fields[i];
+        }
+        ASSERT_EQ(witness["_ws.malformed"], "");
+        ASSERT_EQ(ContentOf(witness), contents[number]);
+        bool hello = witness["dtls.handshake.type"] == "1" || witness["dtls.handshake.type"] == "2";
+        ASSERT_EQ(witness["dtls.handshake.ciphersuite"], hello ? "0x008c" : "");
+    }
+    EXPECT_EQ(number, contents.size());
+}
+
+TEST(Program, RefusesBadOptionsInOneLine) {
+    const struct {
+        const char *options, *names, *value;
+    } kCases[] = {
+        {"", "--out", "required"},
+        {"--out x --aps 0", "--aps", "0"},
+        {"--out x --aps 1000001", "--aps", "1000001"},
+        {"--out x --rounds many", "--rounds", "many"},
+        {"--out x --seed -1", "--seed", "-1"},
+        {"--out x --unregistered 101", "--unregistered", "101"},
+        {"--out x --mix all,bogus=1", "--mix", "bogus=1"},
+        {"--out x --mix data=lots", "--mix", "data=lots"},
+        {"--out x --mix data=0", "--mix", "data=0"},
+        {"--out x --controller 10.0.0", "--controller", "10.0.0"},
+        {"--out x --controller6 10.0.0.1", "--controller6", "10.0.0.1"},
+        {"--out x --controller 10.64.0.2", "controller", "10.64.0.2"},
+        {"--out /no/such/file", "cannot write", "/no/such/file"},
+        {"--out x --commands /no/such/file", "cannot write", "/no/such/file"},
+        {"--out /dev/full", "cannot write", "/dev/full"},
+        {"--out x --bogus", "not expected", "--bogus"},
+    };
+    for (const auto &c : kCases) {
+        Outcome outcome = Shell("cd " + testing::TempDir() + " && " CAPWAP_GEN " " + c.options);
+        EXPECT_NE(outcome.status, 0) << c.options;
+        EXPECT_EQ(std::ranges::count(outcome.output, '\n'), 1) << outcome.output;
+        EXPECT_NE(outcome.output.find(c.names), std::string::npos) << outcome.output;
+        EXPECT_NE(outcome.output.find(c.value), std::string::npos) << outcome.output;
+    }
+}
+
+TEST(Program, WritesWhatTheLibraryMakesAndSumsItUp) {
+    std::string path = TempFile("_program.pcap");
+    Outcome outcome = Shell(CAPWAP_GEN " --out " + path + " --commands " + path +
+                            ".cmd --aps 40 --instances 7 --rounds 100 --unregistered 20");
+    ASSERT_EQ(outcome.status, 0) << outcome.output;
+    std::ifstream capture(path, std::ios::binary), commands(path + ".cmd");
+    std::string written{std::istreambuf_iterator<char>(capture), {}};
+    EXPECT_TRUE(written == Capture(Everything()));
+    std::stringstream expected;
+    WriteCommands(expected, Traffic(Everything()));
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(commands), {}), expected.str());
+
+    Tally tally(7);
+    for (const Frame &frame : FramesOf(Everything()))
+        tally.Count(frame);
+    uint64_t fates = tally.returned + tally.undelivered;
+    auto expectLine = [&](const std::string &what, uint64_t count) {
+        const std::string line = "  " + what + std::string(40 - what.size(), ' ');
+        EXPECT_NE(outcome.output.find(line + std::to_string(count) + '\n'), std::string::npos)
+            << line << count;
+    };
+    for (const auto &[content, count] : tally.byContent)
+        expectLine(std::string(content), count);
+    for (size_t i = 0; i < tally.byInstance.size(); i++) {
+        expectLine("instance " + std::to_string(i), tally.byInstance[i]);
+        EXPECT_GT(tally.byInstance[i], 0u);
+        fates += tally.byInstance[i];
+    }
+    EXPECT_EQ(fates, tally.frames);
+}
+
+// The module decides on every frame from the commands; what each instance then holds is named by
+// content, so that a frame's fate is not made up for by another's.
+TEST(Program, AReplayMeetsThePredictions) {
+    std::string path = TempFile("");
+    for (const char *mix :
+         {"all", "damaged=9,fragment=1", "control=1,keepalive=1,handshake=1", "ping=1,probe=1"}) {
+        TrafficOptions options = Everything();
+        options.rounds = 500;
+        options.mix = Mix::Parse(mix);
+        Traffic traffic(options);
+        EXPECT_EQ(std::ranges::count(traffic.AccessPoints(), true, &AccessPoint::registered), 32);
+        std::ofstream commands(path + ".cmd");
+        WriteCommands(commands, traffic);
+        commands.close();
+        CaptureWriter writer(path + ".pcap", false);
+        uint64_t frames = 0, fates[3] = {};
+        std::map<uint32_t, std::map<std::string, uint64_t>> expected, delivered;
+        traffic.Generate([&](const Frame &frame) {
+            writer.Write(frame);
+            frames++;
+            fates[frame.fate.kind]++;
+            if (frame.fate.kind == Fate::kDelivered)
+                expected[frame.fate.instance][std::string(frame.content)]++;
+        });
+        writer.Close();
+
+        Outcome outcome = Shell(KES_ENGINE " --exec " + path + ".cmd --replay " + path +
+                                ".pcap --rx-port 7 --report json 2>/dev/null");
+        auto report = nlohmann::json::parse(outcome.output, nullptr, false);
+        ASSERT_TRUE(report.is_object()) << outcome.output;
+        EXPECT_EQ(report["received"], frames) << mix;
+        EXPECT_EQ(report["returned"], fates[Fate::kReturned]) << mix;
+        EXPECT_EQ(report["undelivered"], fates[Fate::kUndelivered]) << mix;
+        for (const auto &instance : report["instances"])
+            instance["messages"].get_to(delivered[instance["instance"]]);
+        EXPECT_EQ(delivered, expected) << mix;
+        EXPECT_TRUE(fates[Fate::kUndelivered] > 0 || !options.mix.Weight(Kind::kKeepalive));
+    }
+}
+
+}  // namespace
+}  // namespace capwap_gen

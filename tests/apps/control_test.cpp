@@ -1,0 +1,545 @@
+// Control commands: from text to requests, and from answers to text and JSON.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sstream>
+
+#include "control/command.h"
+#include "control/message_bytes.h"
+#include "mund/statistics_messages.h"
+
+namespace control {
+namespace {
+
+// A message of zeros but for the fields given as "OFFSET:BYTES=VALUE", in little-endian order;
+// eight equal 16-bit groups are "OFFSET:8x2=VALUE".
+Bytes Packed(size_t size, const std::string &fields) {
+    Bytes message(size);
+    std::istringstream words(fields);
+    for (std::string word; words >> word;) {
+        const size_t colon = word.find(':');
+        const size_t equals = word.find('=');
+        size_t offset = std::stoul(word);
+        const std::string width = word.substr(colon + 1, equals - colon - 1);
+        const auto value = static_cast<uint32_t>(std::stoul(word.substr(equals + 1), nullptr, 0));
+        const bool groups = width == "8x2";
+        const size_t bytes = groups ? 2 : std::stoul(width);
+        for (int i = 0; i < (groups ? 8 : 1); ++i, offset += bytes) {
+            std::memcpy(&message.at(offset), &value, bytes);
+        }
+    }
+    return message;
+}
+
+std::vector<Command> Parse(const std::string &text) {
+    std::istringstream stream(text);
+    return ParseCommands(stream, "cmds");
+}
+
+std::string ErrorOf(const std::string &text) {
+    try {
+        Parse(text);
+    } catch (const InputError &error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+Answer Result(uint32_t result, const Bytes &reply = {}) {
+    return {"", result, reply};
+}
+
+// A reply of success, packed.
+Answer Reply(size_t size, const std::string &fields) {
+    return Result(MUND_RESULT_OK, Packed(size, fields));
+}
+
+// What comes of a command when the module gives these answers one after the other.
+Outcome Answered(const std::string &line, const std::vector<Answer> &answers) {
+    const Command command = Parse(line).at(0);
+    size_t asked = 0;
+    const Outcome outcome = Execute(command, [&](MundOperation operation,
+                                                 std::span<const uint8_t> request) {
+        EXPECT_EQ(operation, command.spec->operation);
+        EXPECT_EQ(request.size(), command.request.size());
+        if (asked == 0) {
+            EXPECT_EQ(Bytes(request.begin(), request.end()), command.request);
+        }
+        return asked < answers.size() ? answers[asked++] : Answer{"one request too many", 0, {}};
+    });
+    EXPECT_EQ(asked, answers.size()) << line;
+    return outcome;
+}
+
+TEST(ControlCommand, BecomesARequest) {
+#define REQUEST_SIZE(name, requestSize, replySize) requestSize,
+    constexpr size_t kRequestSizes[] = {MUND_OPERATIONS(REQUEST_SIZE)};
+#undef REQUEST_SIZE
+    const struct {
+        std::string line;
+        MundOperation operation;
+        std::string fields;
+    } cases[] = {
+        {"tunnel add 10.0.0.1 12380 10.0.0.254 5246 --node 3", MUND_OP_CwpTunnel,
+         "8:4=0x0A000001 32:4=0x0A0000FE 52:2=12380 54:2=5246 60:4=3"},
+        {"tunnel add 2001:db8::1 0 ff02::18c 65535 --vpn 0x10 --node 4294967295", MUND_OP_CwpTunnel,
+         "4:4=1 12:2=0x2001 14:2=0x0DB8 26:2=1 28:4=1 36:2=0xFF02 50:2=0x018C 54:2=65535 56:4=16 "
+         "60:4=0xFFFFFFFF"},
+        {"tunnel del --vpn 7 10.0.0.1 1 10.0.0.2 2", MUND_OP_CwpTunnel,
+         "0:4=1 8:4=0x0A000001 32:4=0x0A000002 52:2=1 54:2=2 56:4=7"},
+        {"tunnel default --node 5", MUND_OP_CwpTunnel,
+         "8:4=0xFFFFFFFF 32:4=0xFFFFFFFF 52:2=0xFFFF 54:2=5246 56:4=65535 60:4=5"},
+        {"tunnel default --ipv6 --node 5", MUND_OP_CwpTunnel,
+         "4:4=1 28:4=1 52:2=0xFFFF 54:2=5246 56:4=65535 60:4=5 12:8x2=0xFFFF 36:8x2=0xFFFF"},
+        {"session add 00112233445566778899aabbCCDDEEFF --node 2", MUND_OP_KaTunnel,
+         "4:4=0x00112233 8:4=0x44556677 12:4=0x8899AABB 16:4=0xCCDDEEFF 20:4=2"},
+        {"session del 00000000000000000000000000000001", MUND_OP_KaTunnel, "0:4=1 16:4=1"},
+        {"wapi 20 8", MUND_OP_WapiTunnel, "0:4=20 4:4=8"},
+        {"source add 1 192.168.10.9 --if 7", MUND_OP_CwpSrc, "4:4=1 12:4=0xC0A80A09 32:4=7"},
+        {"source del 4 ::1", MUND_OP_CwpSrc, "0:4=1 4:4=4 8:4=1 30:2=1"},
+        {"source set 7=1,10.0.0.1,9 0=2,fe80::5", MUND_OP_CwpSrcReconciliation,
+         "0:4=2 4:4=1 12:2=0xFE80 26:2=5 224:4=1 232:4=0x0A000001 252:4=9"},
+        // A filter that is not given goes as the IPv6 address of all zeros: that clears it.
+        {"trace set --level 3", MUND_OP_DebugTraceSet, "4:4=3 16:4=1 40:4=1"},
+        {"trace set --level 2 --src 10.0.0.1 --dst 0.0.0.0 --sport 1 --dport 65535 "
+         "--type Discovery-Request --mac 02:00:5e:10:a0:FF",
+         MUND_OP_DebugTraceSet,
+         "4:4=2 8:4=0x105E0002 12:2=0xFFA0 20:4=0x0A000001 40:4=1 64:4=1 68:4=65535 72:4=1"},
+        {"trace set --level 0xFFFFFFFF --src 2001:db8::1 --type 0x1234", MUND_OP_DebugTraceSet,
+         "4:4=0xFFFFFFFF 16:4=1 24:2=0x2001 26:2=0x0DB8 38:2=1 40:4=1 72:4=0x1234"},
+        {"trace clear", MUND_OP_DebugTraceSet, "0:4=1"},
+        {"recon begin 3", MUND_OP_Reconciliation, "76:4=3"},
+        {"recon finish 0xFFFFFFFF", MUND_OP_Reconciliation, "0:4=3 76:4=0xFFFFFFFF"},
+        {"recon confirm tunnel 10.0.0.1 12380 10.0.0.254 5246 --node 3 --vpn 9",
+         MUND_OP_Reconciliation,
+         "0:4=1 8:4=0x0A000001 32:4=0x0A0000FE 52:2=12380 54:2=5246 56:4=9 76:4=3"},
+        {"recon confirm session 00112233445566778899aabbCCDDEEFF --node 2", MUND_OP_Reconciliation,
+         "0:4=2 60:4=0x00112233 64:4=0x44556677 68:4=0x8899AABB 72:4=0xCCDDEEFF 76:4=2"},
+        {"verify show", MUND_OP_VerifyRcdGet, ""},
+        {"verify show --list 1", MUND_OP_VerifyRcdGet, "2:1=1"},
+        {"verify clear", MUND_OP_VerifyRcdReset, ""},
+        {"tunnel count --port 5246", MUND_OP_LoadBalanceDfx, "6:2=5246"},
+        {"tunnel list --ipv6 --port 65535", MUND_OP_LoadBalanceDfx, "0:4=1 6:2=65535 8:1=1"},
+        {"stats show", MUND_OP_GetPktStatistics, ""},
+        {"stats reset", MUND_OP_ResetPktStatistics, ""},
+        {"msgtype select WTP-Event_Request", MUND_OP_CwpMsgTypeStat, "0:4=1 4:4=9"},
+        {"msgtype select 0xFFFFFFFE", MUND_OP_CwpMsgTypeStat, "0:4=1 4:4=0xFFFFFFFE"},
+        {"msgtype select off", MUND_OP_CwpMsgTypeStat, "0:4=1 4:4=0xFFFFFFFF"},
+        {"msgtype show", MUND_OP_CwpMsgTypeStat, ""},
+        {"msgtype reset", MUND_OP_CwpMsgTypeStat, "0:4=2"},
+        {"ping set 10.0.0.1", MUND_OP_CwpPingStat, "0:4=2 8:4=0x0A000001"},
+        {"ping set 2001:db8::1", MUND_OP_CwpPingStat, "0:4=2 4:4=1 12:2=0x2001 14:2=0x0DB8 26:2=1"},
+        {"ping set off", MUND_OP_CwpPingStat, "0:4=2"},
+        {"ping show", MUND_OP_CwpPingStat, ""},
+        {"ping reset", MUND_OP_CwpPingStat, "0:4=1"},
+        {"probe show", MUND_OP_CwpTraceRecord, ""},
+        {"probe show --from 0x100", MUND_OP_CwpTraceRecord, "0:4=256"},
+        {"probe clear", MUND_OP_CwpTraceRecord, "4:4=1"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
+        const std::vector<Command> commands = Parse(c.line);
+        ASSERT_EQ(commands.size(), 1u);
+        EXPECT_EQ(commands[0].spec->operation, c.operation);
+        EXPECT_EQ(commands[0].request, Packed(kRequestSizes[c.operation], c.fields));
+    }
+}
+
+TEST(ControlCommand, MistakesAreNamed) {
+    const std::string usage = "; usage: tunnel default --node N [--ipv6]";
+    const std::string noNumber = " is not a number from 0 to 4294967295";
+    const std::string noAddress = " is not an IPv4 or IPv6 address";
+    const std::string noMac = " is not a MAC address such as 02:00:5e:10:00:01";
+    const std::string noSession = " is not a session id of 32 hexadecimal digits";
+    const std::string noType =
+        " is not a CAPWAP message type: a number, or a name of RFC 5415, section 4.5.1.1, such as "
+        "discovery-request";
+    const struct {
+        std::string line;
+        std::string error;
+    } cases[] = {
+        {"tunnel add 10.0.0 1 10.0.0.2 2 --node 3", "SRC-IP '10.0.0'" + noAddress},
+        {"tunnel add 10.0.0.1 65536 10.0.0.2 2 --node 3",
+         "SRC-PORT '65536' is not a number from 0 to 65535"},
+        {"tunnel del 10.0.0.1 1 10.0.0.2 -2", "DST-PORT '-2' is not a number from 0 to 65535"},
+        {"tunnel del 10.0.0.1 1 ::2 2",
+         "SRC-IP '10.0.0.1' and DST-IP '::2' are not of one address family"},
+        {"tunnel del 10.0.0.1 1 10.0.0.2",
+         "DST-PORT is missing; usage: tunnel del SRC-IP SRC-PORT DST-IP DST-PORT [--vpn N]"},
+        {"tunnel default --node 4294967296", "--node '4294967296'" + noNumber},
+        {"tunnel default --node 0x", "--node '0x'" + noNumber},
+        {"tunnel default --node 3x", "--node '3x'" + noNumber},
+        {"tunnel default --ipv6", "--node is missing" + usage},
+        {"tunnel default --node", "--node has no value" + usage},
+        {"tunnel default --node 3 --node 4", "--node is given twice" + usage},
+        {"tunnel default 3 --node 3", "unexpected word '3'" + usage},
+        {"tunnel default --nod 3", "unknown option '--nod'" + usage},
+        {"tunnel list --ipv6", "--port is missing; usage: tunnel list --port N [--ipv6]"},
+        {"trace clear now", "unexpected word 'now'; usage: trace clear"},
+        {"session add 0011 --node 1", "HEX32 '0011'" + noSession},
+        {"session del 0011223344556677x899aabbccddeeff",
+         "HEX32 '0011223344556677x899aabbccddeeff'" + noSession},
+        {"source set",
+         "POSITION=TYPE,IP[,IF] is missing; usage: source set POSITION=TYPE,IP[,IF] ..."},
+        {"source set 8=1,10.0.0.1", "POSITION '8' is not a number from 0 to 7"},
+        {"source set 3=1,10.0.0.1 3=1,10.0.0.2", "position 3 is given twice"},
+        {"source set 3=1", "IP ''" + noAddress},
+        {"source set 3=1,10.0.0.1,7,8", "IF '7,8'" + noNumber},
+        {"trace set --level 1 --mac 02:00:5e:10:a0", "--mac '02:00:5e:10:a0'" + noMac},
+        {"trace set --level 1 --mac 02:00:5e:10-a0:00", "--mac '02:00:5e:10-a0:00'" + noMac},
+        {"trace set --level 1 --type hello", "--type 'hello'" + noType},
+        {"msgtype select echo", "TYPE|off 'echo'" + noType},
+        {"recon run 3 /nonexistent/cmds",
+         "cannot read commands from '/nonexistent/cmds': No such file or directory"},
+        {"recon run 3 /tmp", "cannot read commands from '/tmp': Is a directory"},
+        {"verify show --list 2", "--list '2' is not a number from 0 to 1"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(ErrorOf("\n" + c.line), "cmds:2: " + c.error) << c.line;
+    }
+    EXPECT_TRUE(
+        ErrorOf("tunel add 1")
+            .starts_with(
+                "cmds:1: unknown command 'tunel add'; there are: tunnel add, tunnel del, "));
+}
+
+TEST(ControlCommand, LinesAreCountedAndCommentsSkipped) {
+    const std::vector<Command> commands =
+        Parse("# tunnels\n\n  wapi\t1 2  # two of them\r\n\ntrace   clear");
+    ASSERT_EQ(commands.size(), 2u);
+    EXPECT_EQ(commands[0].Where() + commands[0].text, "cmds:3: wapi 1 2");
+    EXPECT_EQ(commands[1].Where() + commands[1].text, "cmds:5: trace clear");
+}
+
+TEST(ControlCommand, AnAuditSendsWhatAFileGivesToTheNode) {
+    const std::string path = testing::TempDir() + "audit.commands";
+    const std::string run = "recon run 3 " + path;
+    const std::string session = "00112233445566778899aabbccddeeff";
+    const std::string tunnel = " 10.0.0.1 1 10.0.0.254 5246 --vpn 9";
+    const std::string tunnel6 = " 2001:db8::1 1 2001:db8::fe 5246 --node 3\n";
+    std::ofstream(path) << "# The site.\nsource add 1 10.0.0.254 --if 7\ntunnel add" << tunnel
+                        << " --node 0x3  # ours\ntunnel add 10.0.0.2 1 10.0.0.254 5246 --node 4\n"
+                        << "tunnel del" << tunnel << "\nsession add " << session << " --node 3\n"
+                        << "session add " << session << " --node 5\nsession del " << session
+                        << "\ntunnel default --node 3\ntunnel default --node 0 --ipv6\n"
+                        << run << "\nrecon begin 3\nverify clear\ntunnel add" << tunnel6;
+    Bytes records;
+    for (const Command &command :
+         Parse("recon begin 3\nrecon confirm tunnel" + tunnel + " --node 3\n" +
+               "recon confirm session " + session + " --node 3\nrecon confirm tunnel " +
+               "255.255.255.255 65535 255.255.255.255 5246 --vpn 65535 --node 3\n" +
+               "recon confirm tunnel" + tunnel6 + "recon finish 3")) {
+        records.insert(records.end(), command.request.begin(), command.request.end());
+    }
+    const Command command = Parse(run).at(0);
+    const auto behindHeader = command.request.begin() + 8;
+    EXPECT_EQ(Bytes(command.request.begin(), behindHeader), (Bytes{6, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(Bytes(behindHeader, command.request.end()), records);
+
+    const Outcome done = Answered(run, {Result(0)});
+    EXPECT_EQ(done.ToText(), run + ": ok; records sent: 6, entries of other nodes left out: 3");
+    EXPECT_EQ(nlohmann::json::parse(done.ToJson())["batch"].dump(), R"({"leftOut":3,"records":6})");
+    EXPECT_EQ(Answered(run, {Result(1)}).ToText(),
+              run + ": failed (1): no memory, or the queue of the audits is full");
+
+    for (const char *line : {"source add 1 10.0.0", "recon run 3", "tunnel add"}) {
+        std::ofstream(path) << "\n\n" << line << "\n";
+        EXPECT_TRUE(ErrorOf(run).starts_with("cmds:1: " + path + ":3: ")) << ErrorOf(run);
+    }
+}
+
+TEST(ControlCommand, ExamplesOfTheHelpAreCommands) {
+    // One of them names a file.
+    std::filesystem::current_path(testing::TempDir());
+    std::ofstream("site.commands") << "wapi 0 4\n";
+    for (const CommandSpec &spec : Commands()) {
+        const std::string example = std::string(spec.name) + " " + std::string(spec.example);
+        EXPECT_EQ(ErrorOf(example), "no error") << example;
+    }
+}
+
+TEST(ControlCommand, AnswersAreTold) {
+    const std::string rejected = "failed (1): the range is beyond the service instances";
+    const std::string noReply = "failed (1): no memory for the reply";
+    const std::string stuck = "the listing does not move on: next index ";
+    const std::string endless = "the trace does not end: more is said to follow the ";
+    const std::string list = "tunnel list --port 1";
+    const auto tunnels = [](const char *fields) { return Reply(14340, fields); };
+    const auto probes = [](const char *fields) { return Reply(16392, fields); };
+    const Answer to10 = tunnels("14336:2=11");
+    const std::string unknown = "refused (2): the module does not know such a request";
+    const struct {
+        std::string line;
+        std::vector<Answer> answers;
+        std::string meaning;
+        std::string reply = "";  // JSON
+    } cases[] = {
+        {"trace clear", {Result(0)}, "ok"},
+        {"source add 1 10.0.0.1", {Result(1)}, "failed (1): all eight sources are in use"},
+        {"source del 1 10.0.0.1", {Result(1)}, "failed (1)"},
+        {"trace clear", {Result(2)}, unknown},
+        {"tunnel default --node 1",
+         {Result(0xFFFFFFFF)},
+         "failed (0xFFFFFFFF): no table, or a broken chain in it"},
+        {"trace clear", {Result(77)}, "result 77"},
+        {"trace clear", {{"the service is not open", 0, {}}}, "the service is not open"},
+        {"wapi 0 4", {Result(0, {0, 0, 0, 0})}, "ok", R"({"accepted":true})"},
+        {"wapi 0 4", {Result(1, {1, 0, 0, 0})}, rejected, R"({"accepted":false})"},
+        {"wapi 0 4", {Result(1)}, rejected},
+        {"wapi 0 4", {Result(0)}, "the reply has 0 bytes, not 4"},
+        {"wapi 0 4", {Result(1, {1, 0})}, "the reply has 2 bytes, not 4"},
+        {"trace clear", {Result(0, {1})}, "the reply has 1 bytes, not 0"},
+        {"stats reset", {Reply(4, "")}, "ok"},
+        {"stats reset", {Reply(4, "0:4=1")}, noReply},
+        {"stats show",
+         {Reply(264, "0:4=3 4:4=8")},
+         "the reply has 3 classes of 8 counters, not 3 of 7"},
+        {"msgtype select off", {Reply(520, "")}, "ok"},
+        {"msgtype reset", {Reply(520, "0:4=2")}, unknown},
+        {"msgtype show", {Reply(520, "0:4=1")}, "failed (1): the module has no counters"},
+        {"msgtype show",
+         {Reply(520, "0:4=1 4:4=33 8:4=5")},
+         "failed (1): the counters of more than 32 service instances cannot be read, and there are "
+         "33"},
+        {"ping set off", {Reply(52, "")}, "ok"},
+        {"ping reset", {Result(1)}, noReply},
+        {"ping show", {Reply(52, "48:4=2")}, unknown},
+        {"probe clear", {probes("0:4=3")}, "ok"},
+        {"probe clear", {probes("0:4=2")}, "the reply's result is 2, not 3"},
+        {"probe show", {probes("")}, "the reply's result is 0, neither 2 nor 3"},
+        {"probe show", {probes("0:4=3 4:4=257")}, "the reply has 257 records, of 256 at most"},
+        {"probe show --from 9", {probes("0:4=2")}, endless + "0 records from 9"},
+        {"tunnel count --port 1", {Result(1, Bytes(14340))}, noReply},
+        {"probe show --from 4294967295",
+         {probes("0:4=2 4:4=1")},
+         endless + "1 records from 4294967295"},
+        // A listing that goes astray.
+        {list, {tunnels("14336:2=1")}, stuck + "1 in the reply for index 0"},
+        {list, {to10, to10}, stuck + "11 in the reply for index 10"},
+        {list, {to10, tunnels("14336:2=5")}, stuck + "5 in the reply for index 10"},
+        {list, {to10, Result(1)}, noReply},
+        {list, {to10, {"the service is gone", 0, {}}}, "the service is gone"},
+        {list, {to10, Result(0, Bytes(14339))}, "the reply has 14339 bytes, not 14340"},
+        {list,
+         {tunnels("44:2=1 100:2=7 102:2=8 14336:2=65535")},
+         "the listing of port 1 has a tunnel of ports 7 and 8"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line + " -> " + c.meaning);
+        const Outcome outcome = Answered(c.line, c.answers);
+        EXPECT_EQ(outcome.Ok(), c.meaning == "ok");
+        EXPECT_EQ(outcome.ToText(), c.line + ": " + c.meaning);
+        const auto json = nlohmann::json::parse(outcome.ToJson());
+        EXPECT_EQ(json.at("command"), c.line);
+        EXPECT_EQ(json.at("ok"), c.meaning == "ok");
+        EXPECT_EQ(json.at("meaning"), c.meaning);
+        EXPECT_EQ(json.contains("reply") ? json["reply"].dump() : "", c.reply);
+    }
+    EXPECT_EQ(Answered("source set 0=1,10.0.0.1", {Result(1)}).ToJson(),
+              R"({"command":"source set 0=1,10.0.0.1","operation":"CwpSrcReconciliation",)"
+              R"("ok":false,"result":1,"meaning":"failed (1): the sources could not be stored"})");
+    EXPECT_EQ(nlohmann::json::parse(Answered("trace clear", {{"gone", 0, {}}}).ToJson())["result"],
+              nullptr);
+}
+
+TEST(ControlCommand, RepliesAreLaidOut) {
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+    tzset();
+    const struct {
+        std::string line;
+        std::vector<Answer> answers;
+        std::string text;
+    } cases[] = {
+        {"verify show",
+         {Reply(5604,
+                "4:4=0x0A000001 8:4=0x0A0000FE 44:2=12380 46:2=5246 48:4=1700000000 52:1=1 "
+                "56:4=1 68:8x2=0x20 84:8x2=0x20 100:2=1 102:2=65535 104:4=1720000000 108:1=7 "
+                "5600:2=5604 5602:2=2")},
+         R"(
+time                       type           source                   port   destination              port
+2023-11-14T23:13:20+01:00  not confirmed  10.0.0.1                 12380  10.0.0.254               5246
+2024-07-03T11:46:40+02:00  type 7         20:20:20:20:20:20:20:20  1      20:20:20:20:20:20:20:20  65535)"},
+        {"verify show", {Reply(5604, "")}, "\nno tunnels"},
+        {"stats show",
+         {Reply(264,
+                "0:4=3 4:4=7 8:4=222 12:4=115 20:4=107 24:4=107 36:4=5 80:4=4294967295 88:4=9")},
+         R"(
+class           received  sent  send failed  processing failed  source mismatch  not distributed  session id failed
+control         222       115   0            107                107              0                0
+keepalive       5         0     0            0                  0                0                0
+DTLS handshake  0         0     0            0                  4294967295       0                9)"},
+        {"msgtype show",
+         {Reply(520, "4:4=32 8:4=7 20:4=4294967295 132:4=1 148:4=2 264:4=3 516:4=4")},
+         R"(
+instance  handed over  failed  next type handed over  next type failed
+0         7            0       3                      0
+3         4294967295   2       0                      0
+31        1            0       0                      4
+all 32    4294967303   2       3                      4)"},
+        {"msgtype show", {Reply(520, "4:4=28")}, "\nnothing counted for any of 28 instances"},
+        {"ping show",
+         {Reply(52, "0:4=1 4:4=2 8:4=64 20:4=5 24:4=4294967295 40:4=7 44:4=8")},
+         R"(
+point   packets     fragments  bytes
+tx in   1           2          64
+tx out  0           0          5
+rx in   4294967295  0          0
+rx out  0           7          8)"},
+        {"probe show --from 7",
+         {Reply(16392,
+                "0:4=3 4:4=3 8:4=0x105E0002 12:2=0x0700 14:4=0x76726553 18:4=0x65527265 22:1=0x71 "
+                "32:4=0x07E8020A 36:4=0x00170005 48:4=0x0A000001 68:4=1 78:8x2=0x4141 108:4=1 "
+                "116:8x2=0x20 132:4=2 "
+                "196:4=4")},
+         R"(
+position  time                 name              point    peer MAC           peer IP
+7         2024-02-10T23:00:05  ServerReq         tx out   02:00:5e:10:00:07  10.0.0.1
+8         0000-00-00T00:00:00  AAAAAAAAAAAAAAAA  rx in    00:00:00:00:00:00  20:20:20:20:20:20:20:20
+9         0000-00-00T00:00:00                    point 4  00:00:00:00:00:00  0.0.0.0)"},
+        {"probe show", {Reply(16392, "0:4=3")}, "\nno probes"},
+        {"tunnel count --port 1", {Reply(14340, "14338:2=65535")}, "\ntunnels: 65535"},
+        {"tunnel list --port 5246",
+         {Reply(14340,
+                "4:4=0x0A000001 8:4=0x0A0000FE 44:2=12380 46:2=5246 48:4=9 52:4=3 60:4=0xFFFFFFFF "
+                "64:4=0xFFFFFFFF 100:2=5246 102:2=1 14336:2=65535"),
+          Reply(14340, "14338:2=2")},
+         R"(
+source           port   destination      port  vpn  node
+10.0.0.1         12380  10.0.0.254       5246  9    3
+255.255.255.255  5246   255.255.255.255  1     0    0)"},
+        {"tunnel list --port 1 --ipv6",
+         {Reply(14340, "0:4=1 12:8x2=0x20 28:8x2=0x21 44:2=1 14336:2=65535"),
+          Reply(14340, "14338:2=1")},
+         R"(
+source                   port  destination              port  vpn  node
+20:20:20:20:20:20:20:20  1     21:21:21:21:21:21:21:21  0     0    0)"},
+        {"tunnel list --port 1", {Reply(14340, "14336:2=65535"), Reply(14340, "")}, "\nno tunnels"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(Answered(c.line, c.answers).ToText(), c.line + ": ok" + c.text);
+    }
+    unsetenv("TZ");
+    tzset();
+    // More than there is room for.
+    EXPECT_EQ(Answered("verify show", {Reply(5604, "5602:2=101")}).reply["records"].size(), 100u);
+    EXPECT_EQ(
+        Answered("verify show", {Reply(5604, "5602:2=1")}).reply.dump(),
+        R"({"records":[{"time":"1970-01-01T00:00:00+00:00","type":"type 0",)"
+        R"("source":"0.0.0.0","sourcePort":0,"destination":"0.0.0.0","destinationPort":0}]})");
+}
+
+TEST(ControlCommand, AllPagesOfATraceAreRead) {
+    const struct {
+        uint32_t held, from, pages;
+    } cases[] = {{0, 0, 1},       {1, 0, 1},         {256, 0, 1},     {257, 0, 2},
+                 {2048, 0, 8},    {2048, 1, 8},      {2048, 1791, 2}, {2048, 1792, 1},
+                 {2048, 2048, 1}, {5, 4294967295, 1}};
+    for (const auto &c : cases) {
+        const std::string line = "probe show --from " + std::to_string(c.from);
+        uint32_t pages = 0;
+        const auto module = [&](MundOperation, std::span<const uint8_t> bytes) {
+            const auto request = MessageOf<LyrKesCwpTraceRecordReq>(bytes);
+            const uint32_t left = c.held - std::min(c.held, request.startIdx);
+            LyrKesCwpTraceRecordRsp page = {};
+            page.result = left > 256 ? LYR_KES_PROBE_MORE : LYR_KES_PROBE_LAST;
+            page.entryNum = std::min(left, 256u);
+            for (uint32_t i = 0; i < page.entryNum; ++i) {
+                page.entries[i].hookKind = 9 + request.startIdx + i;
+            }
+            ++pages;
+            return Result(0, BytesOf(page));
+        };
+        const auto records = Execute(Parse(line).at(0), module).reply.at("records");
+        EXPECT_EQ(pages, c.pages) << line;
+        EXPECT_EQ(records.size(), c.held - std::min(c.held, c.from)) << line;
+        for (uint32_t i = 0; i < records.size(); ++i) {
+            EXPECT_EQ(records[i]["position"], c.from + i) << line;
+            EXPECT_EQ(records[i]["point"], "point " + std::to_string(9 + c.from + i)) << line;
+        }
+    }
+}
+
+// The tunnels of a port by bucket, counted and listed as the module does it.
+struct TunnelTable {
+    std::vector<std::vector<LyrKesLbDfxEntry>> buckets;
+
+    Answer operator()(MundOperation, std::span<const uint8_t> bytes) const {
+        const auto request = MessageOf<LyrKesLbDfxReq>(bytes);
+        LyrKesLbDfxRsp reply = {};
+        if (request.msgType == LYR_KES_LB_COUNT) {
+            for (const auto &tunnels : buckets) {
+                reply.entryNum = static_cast<uint16_t>(reply.entryNum + tunnels.size());
+            }
+            return Result(0, BytesOf(reply));
+        }
+        size_t bucket = request.index, count = 0;
+        while (bucket < buckets.size() && count < LYR_KES_LB_PAGE_NUM &&
+               count + buckets[bucket].size() <= LYR_KES_LB_PAGE_NUM) {
+            std::ranges::copy(buckets[bucket], &reply.entries[count]);
+            count += buckets[bucket++].size();
+        }
+        const bool end = bucket == buckets.size() || bucket + 1 >= LYR_KES_LB_END;
+        reply.nextIndex = static_cast<uint16_t>(end ? LYR_KES_LB_END : bucket + 1);
+        return Result(0, BytesOf(reply));
+    }
+};
+
+TEST(ControlCommand, AListingHasEachTunnelOnce) {
+    const struct {
+        uint32_t tunnels, buckets;
+        uint16_t port;
+        bool ipv6;
+        uint32_t listed;
+    } cases[] = {{0, 500, 5246, false, 0},
+                 {1, 500, 5246, true, 1},
+                 {256, 500, 5246, true, 256},
+                 {257, 500, 0, false, 257},
+                 {3000, 23397, 5246, false, 3000},
+                 {3000, 16, 5246, true, 3000},
+                 {600, 3, 0, true, 600},
+                 {70000, 65534, 65535, false, 70000},
+                 {70000, 70000, 5246, false, 65536}};
+    for (const auto &c : cases) {
+        const std::string line =
+            "tunnel list --port " + std::to_string(c.port) + (c.ipv6 ? " --ipv6" : "");
+        SCOPED_TRACE(std::to_string(c.tunnels) + " in " + std::to_string(c.buckets) + ": " + line);
+        TunnelTable table{std::vector<std::vector<LyrKesLbDfxEntry>>(c.buckets)};
+        for (uint32_t i = 0; i < c.tunnels; ++i) {
+            LyrKesLbDfxEntry entry = {};
+            entry.ipVer = c.ipv6;
+            (c.ipv6 ? entry.vpnId : entry.srcIp) = i + 1;
+            (i % 2 == 0 ? entry.srcPort : entry.dstPort) = c.port;
+            (i % 2 == 0 ? entry.dstPort : entry.srcPort) = 1;
+            table.buckets[i % c.buckets].push_back(entry);
+        }
+        const nlohmann::ordered_json reply = Execute(Parse(line).at(0), table).reply;
+        const nlohmann::ordered_json &tunnels = reply.at("tunnels");
+        EXPECT_EQ(tunnels.size(), c.listed);
+        EXPECT_EQ(std::set(tunnels.begin(), tunnels.end()).size(), c.listed) << "one is repeated";
+        EXPECT_EQ(reply["count"], c.tunnels % 65536);
+        EXPECT_EQ(reply.contains("note"), c.listed != c.tunnels);
+    }
+
+    // A tunnel of zeros is told from the unused part of a page by what comes behind it.
+    LyrKesLbDfxEntry other = {};
+    other.nodeId = 1;
+    const Command command = Parse("tunnel list --port 0").at(0);
+    const Outcome told = Execute(command, TunnelTable{{{{}, other}, {other}}});
+    EXPECT_EQ(told.reply["tunnels"].size(), 3u);
+    EXPECT_FALSE(told.reply.contains("note"));
+    const std::string text = Execute(command, TunnelTable{{{other, {}}}}).ToText();
+    EXPECT_TRUE(text.ends_with(
+        "\nnote: 1 listed where the count, modulo 65536, is 2: the table has changed meanwhile, or "
+        "has more than 65534 buckets and cannot be listed to its end, or holds a tunnel of "
+        "zeros only, which a listing does not show"));
+}
+
+}  // namespace
+}  // namespace control

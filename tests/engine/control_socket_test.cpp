@@ -1,0 +1,671 @@
+// The control socket from both ends: what clients get, what broken ones cannot do to others.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <atomic>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <latch>
+#include <numeric>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "control/connection.h"
+#include "kes/memory.h"
+#include "mund/call.h"
+#include "mund/rpc.h"
+#include "mund/server.h"
+#include "standin/exported_objects.h"
+#include "standin/runtime.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using namespace std::chrono_literals;
+
+std::atomic<uint32_t> calls{0};
+
+// Of an operation and its request as it travels: what the operations below return, and fill their
+// replies with.
+uint32_t Digest(uint32_t operation, std::span<const uint8_t> request) {
+    uint32_t digest = 2166136261u + operation;
+    for (const uint8_t byte : request) {
+        digest = (digest ^ byte) * 16777619u;
+    }
+    return digest;
+}
+
+void FillReply(std::span<uint8_t> reply, uint32_t digest) {
+    for (size_t i = 0; i < reply.size(); ++i) {
+        reply[i] = static_cast<uint8_t>((digest >> i % 4 * 8) + i / 4);
+    }
+}
+
+// A batch as it travels, from what the operation is given.
+Bytes Marshal(const void *request) {
+    struct {
+        uint32_t count;
+        uint32_t reserved;
+        const uint8_t *records;
+    } batch;
+    std::memcpy(&batch, request, sizeof batch);
+    const auto *header = reinterpret_cast<const uint8_t *>(&batch);
+    Bytes wire(header, header + 8);
+    wire.insert(wire.end(), batch.records, batch.records + batch.count * 80u);
+    return wire;
+}
+
+uint32_t RunFake(uint32_t operation, const void *request, void **reply) {
+    ++calls;
+    const auto *bytes = static_cast<const uint8_t *>(request);
+    const uint32_t digest =
+        Digest(operation, operation == MUND_OP_BatchReconciliation
+                              ? Marshal(request)
+                              : Bytes(bytes, bytes + MundRequestSize(operation)));
+    if (const uint32_t size = MundReplySize(operation); size != 0) {
+        *reply = RPC_IdlMsgCreate(size, g_uiMundModuleId, "RunFake");
+        FillReply({static_cast<uint8_t *>(*reply), size}, digest);
+    }
+    return digest;
+}
+
+}  // namespace
+
+extern "C" {
+#define FAKE_OPERATION(name, requestSize, replySize)                         \
+    KES_API uint32_t LyrHost_Kes_##name(const void *request, void **reply) { \
+        return RunFake(MUND_OP_##name, request, reply);                      \
+    }                                                                        \
+    KES_API uint32_t LyrHost_Kes_##name##_free(void *reply) {                \
+        return RPC_IdlMsgDestroy(reply, g_uiMundModuleId, "RunFake");        \
+    }
+MUND_OPERATIONS(FAKE_OPERATION)
+}
+
+namespace {
+
+Bytes RequestOf(uint32_t operation, uint32_t seed) {
+    const bool batch = operation == MUND_OP_BatchReconciliation;
+    const uint32_t count = seed % 50;
+    Bytes request(batch ? 8 + 80 * count : MundRequestSize(operation));
+    std::iota(request.begin(), request.end(), static_cast<uint8_t>(seed));
+    const auto *start = reinterpret_cast<const uint8_t *>(batch ? &count : &seed);
+    std::copy_n(start, std::min<size_t>(request.size(), 4), request.begin());
+    return request;
+}
+
+void ExpectAnswer(uint32_t operation, const Bytes &request, uint32_t result, const Bytes &reply) {
+    Bytes expected(MundReplySize(operation));
+    FillReply(expected, Digest(operation, request));
+    EXPECT_EQ(result, Digest(operation, request)) << MundOperationName(operation);
+    EXPECT_EQ(reply, expected) << MundOperationName(operation);
+}
+
+void CallAndCheck(control::Connection &connection, uint32_t operation, uint32_t seed) {
+    const Bytes request = RequestOf(operation, seed);
+    const control::Answer answer = connection.Call(static_cast<MundOperation>(operation), request);
+    EXPECT_EQ(answer.failure, "");
+    ExpectAnswer(operation, request, answer.result, answer.reply);
+}
+
+Bytes Frame(uint32_t code, const Bytes &payload = {}) {
+    Bytes frame;
+    mund::AppendFrame(frame, static_cast<uint16_t>(code), payload);
+    return frame;
+}
+
+// A frame whose header says something else.
+Bytes FrameWith(void (*alter)(MundWireHeader &), Bytes frame = Frame(MUND_OP_VerifyRcdReset)) {
+    MundWireHeader header;
+    std::memcpy(&header, frame.data(), sizeof header);
+    alter(header);
+    std::memcpy(frame.data(), &header, sizeof header);
+    return frame;
+}
+
+struct Reply {
+    MundWireHeader header;
+    Bytes payload;
+};
+
+// A client that may do as it likes.
+class RawClient {
+  public:
+    RawClient() : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}
+    explicit RawClient(const std::string &path) : RawClient() {
+        EXPECT_EQ(Connect(path), 0);
+    }
+    int Connect(const std::string &path) const {
+        sockaddr_un address;
+        EXPECT_EQ(mund::SetAddress(address, path), "");
+        return connect(socket_.Number(), reinterpret_cast<sockaddr *>(&address), sizeof address);
+    }
+    bool Send(const Bytes &bytes) const {
+        return mund::SendAll(socket_.Number(), bytes);
+    }
+    void CloseSending() const {
+        shutdown(socket_.Number(), SHUT_WR);
+    }
+    // Nothing when the server has closed.
+    std::optional<Reply> Receive() const {
+        Reply reply;
+        if (!mund::ReceiveHeader(socket_.Number(), reply.header)) {
+            return std::nullopt;
+        }
+        EXPECT_TRUE(mund::ReceivePayload(socket_.Number(), reply.header, reply.payload));
+        return reply;
+    }
+    int Socket() const {
+        return socket_.Number();
+    }
+
+  private:
+    mund::Descriptor socket_;
+};
+
+template <typename Function>
+std::string ErrorOf(Function function) {
+    try {
+        function();
+    } catch (const std::runtime_error &error) {
+        return error.what();
+    }
+    return "";
+}
+
+mund::WireHandler Says(const std::string &text) {
+    return [text](auto) { return mund::WireReply{MUND_WIRE_OK, {text.begin(), text.end()}}; };
+}
+
+class ControlSocket : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::string name = testing::TempDir() + "control.XXXXXX";
+        directory_ = mkdtemp(name.data());
+        path_ = directory_ / "socket";
+        calls = 0;
+        LyrKesRpcServerRegInfo info{};
+        info.serviceNumber = MUND_SERVICE_NUMBER;
+        std::strcpy(info.serviceName, MUND_SERVICE_NAME);
+        ASSERT_EQ(RegRavelRpcServerToKes(&info), 0u);
+    }
+    void TearDown() override {
+        server_.reset();
+        RavelRpcServerUnReg(MUND_SERVICE_NAME);
+        EXPECT_EQ(MundMessagesInUse(), 0u);
+        std::filesystem::remove_all(directory_);
+    }
+    void Serve(std::map<uint16_t, mund::WireHandler> handlers = {},
+               const mund::ControlLimits &limits = {}) {
+        server_ = std::make_unique<mund::ControlServer>(path_, std::move(handlers), limits);
+    }
+
+    // As an engine does that is killed.
+    void LeaveSocketBehind() const {
+        sockaddr_un address;
+        ASSERT_EQ(mund::SetAddress(address, path_), "");
+        const RawClient dead;
+        ASSERT_EQ(bind(dead.Socket(), reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    }
+
+    std::filesystem::path directory_;
+    std::string path_;
+    std::unique_ptr<mund::ControlServer> server_;
+};
+
+TEST_F(ControlSocket, ServesEveryOperation) {
+    Serve();
+    control::Connection connection(path_);
+    for (uint32_t operation = 0; operation < MUND_OPERATION_COUNT; ++operation) {
+        CallAndCheck(connection, operation, 7 + operation);
+    }
+    EXPECT_EQ(calls, 16u);
+    EXPECT_EQ(connection.Call(MUND_OP_KaTunnel, Bytes(23)).failure,
+              MundStatusText(MUND_STATUS_BAD_LENGTH));
+    EXPECT_NE(connection.Call(MUND_OP_KaTunnel, Bytes(MUND_WIRE_MAX_PAYLOAD + 1))
+                  .failure.find("has 8388609 bytes"),
+              std::string::npos);
+    ASSERT_EQ(RavelRpcServerUnReg(MUND_SERVICE_NAME), 0u);
+    EXPECT_EQ(connection.Call(MUND_OP_KaTunnel, Bytes(24)).failure,
+              MundStatusText(MUND_STATUS_NO_SERVICE));
+    EXPECT_EQ(calls, 16u);
+}
+
+TEST_F(ControlSocket, ServesWhatTheEngineAdds) {
+    std::string tooLong(MUND_WIRE_MAX_PAYLOAD + 1, 'x');
+    Serve({{MUND_WIRE_STATE, Says(R"({"packets": 3})")},
+           {MUND_WIRE_EXPLAIN,
+            [](std::span<const uint8_t> request) -> mund::WireReply {
+                if (request.size() == 16) {
+                    throw std::invalid_argument("a frame of no bytes");
+                }
+                return Says("{\"port\": " + std::to_string(request[0]) + "}")({});
+            }},
+           {0x200, Says(tooLong)}});
+    control::Connection connection(path_);
+    EXPECT_EQ(connection.State().at("packets"), 3);
+    const MundWireExplainReq arrival = {.rxPort = 5, .vrf = 0, .causeAction = 0, .reserved = 0};
+    EXPECT_EQ(connection.Explain(arrival, Bytes(60)).at("port"), 5);
+    EXPECT_EQ(ErrorOf([&] { connection.Explain(arrival, {}); }), "a frame of no bytes");
+    EXPECT_EQ(ErrorOf([&] { connection.Object("g_any"); }), "no such operation");
+    EXPECT_NE(ErrorOf([&] { connection.Object(std::string(60, 'n')); }).find("60 bytes"),
+              std::string::npos);
+    const RawClient raw(path_);
+    ASSERT_TRUE(raw.Send(Frame(0x200)));
+    EXPECT_EQ(raw.Receive()->header.status, MUND_WIRE_REPLY_TOO_LONG);
+}
+
+TEST_F(ControlSocket, BrokenFramesReachNoOperation) {
+    Serve({{MUND_WIRE_STATE, Says("{}")},
+           {MUND_WIRE_OBJECT, Says("")},
+           {MUND_WIRE_EXPLAIN, Says("{}")}});
+    constexpr int kClosed = -1;
+    const Bytes tunnel = Frame(MUND_OP_CwpTunnel, Bytes(64));
+    struct {
+        const char *name;
+        Bytes frame;
+        int status;  // of the reply; kClosed: there is none
+        bool closes;
+    } const cases[] = {
+        {"version", FrameWith([](auto &h) { h.version = 2; }), MUND_WIRE_BAD_VERSION, true},
+        {"byte order", FrameWith([](auto &h) { h.version = 0x100; }), MUND_WIRE_BAD_VERSION, true},
+        {"too long", FrameWith([](auto &h) { h.length = MUND_WIRE_MAX_PAYLOAD + 1; }),
+         MUND_WIRE_BAD_LENGTH, true},
+        {"much too long", FrameWith([](auto &h) { h.length = UINT32_MAX; }), MUND_WIRE_BAD_LENGTH,
+         true},
+        {"a status", FrameWith([](auto &h) { h.status = 1; }), MUND_WIRE_REFUSED, false},
+        {"a result", FrameWith([](auto &h) { h.result = 1; }, Frame(MUND_WIRE_FOLLOW)),
+         MUND_WIRE_REFUSED, false},
+        {"first unknown", Frame(MUND_OPERATION_COUNT, Bytes(100)), MUND_WIRE_NO_OPERATION, false},
+        {"not offered", Frame(0x1FF, Bytes(MUND_WIRE_MAX_PAYLOAD)), MUND_WIRE_NO_OPERATION, false},
+        {"short request", Frame(MUND_OP_CwpTunnel, Bytes(63)), MUND_WIRE_BAD_LENGTH, false},
+        {"long request", Frame(MUND_OP_CwpTunnel, Bytes(65)), MUND_WIRE_BAD_LENGTH, false},
+        {"no request", Frame(MUND_OP_CwpTunnel), MUND_WIRE_BAD_LENGTH, false},
+        {"needless request", Frame(MUND_OP_VerifyRcdReset, Bytes(1)), MUND_WIRE_BAD_LENGTH, false},
+        {"batch without records", Frame(MUND_OP_BatchReconciliation, {1, 0, 0, 0, 0, 0, 0, 0}),
+         MUND_WIRE_BAD_LENGTH, false},
+        {"state", Frame(MUND_WIRE_STATE, Bytes(1)), MUND_WIRE_BAD_LENGTH, false},
+        {"object", Frame(MUND_WIRE_OBJECT, Bytes(63)), MUND_WIRE_BAD_LENGTH, false},
+        {"follow", Frame(MUND_WIRE_FOLLOW, Bytes(1)), MUND_WIRE_BAD_LENGTH, false},
+        {"explain", Frame(MUND_WIRE_EXPLAIN, Bytes(15)), MUND_WIRE_BAD_LENGTH, false},
+        {"nothing", {}, kClosed, true},
+        {"cut header", {tunnel.begin(), tunnel.begin() + 15}, kClosed, true},
+        {"cut before the request", {tunnel.begin(), tunnel.begin() + 16}, kClosed, true},
+        {"cut request", {tunnel.begin(), tunnel.end() - 1}, kClosed, true},
+    };
+    for (const auto &[name, frame, status, closes] : cases) {
+        SCOPED_TRACE(name);
+        calls = 0;
+        const RawClient client(path_);
+        ASSERT_TRUE(client.Send(frame));
+        if (!closes) {
+            client.Send(Frame(MUND_OP_VerifyRcdReset));
+        }
+        if (status == kClosed) {
+            client.CloseSending();
+        } else {
+            const std::optional<Reply> reply = client.Receive();
+            ASSERT_TRUE(reply);
+            EXPECT_EQ(reply->header.status, static_cast<uint32_t>(status));
+            EXPECT_EQ(reply->header.result, 0u);
+        }
+        const std::optional<Reply> next = client.Receive();
+        EXPECT_EQ(next.has_value(), !closes);
+        EXPECT_TRUE(!next || next->header.status == MUND_WIRE_OK);
+        EXPECT_EQ(calls, closes ? 0u : 1u);
+    }
+}
+
+TEST_F(ControlSocket, FiftyClientsGetTheirOwnAnswers) {
+    Serve();
+    std::latch start(50);
+    std::vector<std::thread> clients;
+    for (uint32_t client = 0; client < 50; ++client) {
+        clients.emplace_back([&, client] {
+            control::Connection connection(path_);
+            start.arrive_and_wait();
+            for (uint32_t i = 0; i < 200; ++i) {
+                CallAndCheck(connection, (client + i) % MUND_OPERATION_COUNT, client << 16 | i);
+            }
+        });
+    }
+    for (std::thread &client : clients) {
+        client.join();
+    }
+    EXPECT_EQ(calls, 50u * 200u);
+}
+
+TEST_F(ControlSocket, WhoNeverReadsHoldsUpNobodyAndLosesNothing) {
+    constexpr uint32_t kRequests = 20'000;
+    Serve();
+    const RawClient hanging(path_);
+    std::atomic<uint32_t> sent{0};
+    std::thread sender([&] {
+        for (uint32_t i = 0; i < kRequests; ++i, ++sent) {
+            ASSERT_TRUE(
+                hanging.Send(Frame(MUND_OP_CwpMsgTypeStat, RequestOf(MUND_OP_CwpMsgTypeStat, i))));
+        }
+    });
+    control::Connection other(path_);
+    for (uint32_t i = 0; i < 2000; ++i) {
+        CallAndCheck(other, i % MUND_OPERATION_COUNT, i);
+    }
+    EXPECT_LT(sent, kRequests) << "its requests are not read without end";
+    for (uint32_t i = 0; i < kRequests; ++i) {
+        const std::optional<Reply> reply = hanging.Receive();
+        ASSERT_TRUE(reply) << i;
+        ExpectAnswer(MUND_OP_CwpMsgTypeStat, RequestOf(MUND_OP_CwpMsgTypeStat, i),
+                     reply->header.result, reply->payload);
+    }
+    sender.join();
+}
+
+// Sees lines "0", "1", ... and what was lost between them.
+struct LineCheck {
+    std::optional<uint64_t> next;
+    uint64_t lost = 0;
+
+    void See(const MundWireLine &header, std::string_view text) {
+        const uint64_t index = std::stoull(std::string(text));
+        EXPECT_EQ(index, next ? *next + header.lost : index);
+        EXPECT_EQ(header.kind, 3u);
+        lost += header.lost;
+        next = index + 1;
+    }
+};
+
+TEST_F(ControlSocket, FollowersGetEveryLineOrAreToldOfTheLoss) {
+    constexpr uint64_t kLines = 50'000;
+    Serve();
+    server_->Publish(3, "before anyone follows");
+    const RawClient slow(path_);
+    const RawClient neverReads(path_);
+    for (const RawClient *client : {&slow, &neverReads}) {
+        ASSERT_TRUE(client->Send(Frame(MUND_WIRE_FOLLOW)));
+        EXPECT_EQ(client->Receive()->header.length, 0u);
+    }
+    const mund::Descriptor end(eventfd(0, EFD_CLOEXEC));
+    std::atomic<bool> following{false};
+    std::thread fast([&] {
+        LineCheck check;
+        control::Connection(path_).Follow([&](const MundWireLine &header, std::string_view text) {
+            check.See(header, text);
+            following = true;
+            return check.next < kLines;
+        });
+        control::Connection(path_).Follow([](auto, auto) { return true; }, end.Number());
+    });
+    for (uint64_t i = 0; i < kLines; ++i) {
+        server_->Publish(3, std::to_string(i));
+        std::this_thread::sleep_for(following ? 0ms : 1ms);
+    }
+    LineCheck check{.next = 0};
+    while (check.next < kLines) {
+        const std::optional<Reply> line = slow.Receive();
+        ASSERT_TRUE(line && line->header.code == MUND_WIRE_FOLLOW);
+        MundWireLine header;
+        std::memcpy(&header, line->payload.data(), sizeof header);
+        check.See(header, std::string(line->payload.begin() + sizeof header, line->payload.end()));
+    }
+    EXPECT_GT(check.lost, 0u);
+    eventfd_write(end.Number(), 1);
+    fast.join();
+
+    server_->Publish(3, std::string(2 * MUND_WIRE_MAX_LINE, 'l'));
+    EXPECT_EQ(slow.Receive()->payload.size(), sizeof(MundWireLine) + MUND_WIRE_MAX_LINE);
+    slow.Send(Frame(MUND_WIRE_STATE));
+    EXPECT_FALSE(slow.Receive()) << "a follower has nothing more to say";
+}
+
+TEST_F(ControlSocket, TakesThePlaceOfTheDeadOnly) {
+    const mode_t before = umask(0);
+    Serve();
+    umask(before);
+    struct stat file {};
+    ASSERT_EQ(lstat(path_.c_str(), &file), 0);
+    EXPECT_EQ(file.st_mode, S_IFSOCK | 0600u);
+    EXPECT_EQ(ErrorOf([&] { mund::ControlServer(path_, {}); }),
+              "control socket " + path_ + ": another engine is serving it");
+    EXPECT_EQ(control::Connection(path_).Call(MUND_OP_VerifyRcdReset, {}).failure, "");
+    server_.reset();
+    EXPECT_FALSE(std::filesystem::exists(path_));
+    EXPECT_EQ(ErrorOf([&] { control::Connection connection(path_); }),
+              "no engine at " + path_ + ": No such file or directory");
+
+    LeaveSocketBehind();
+    EXPECT_EQ(ErrorOf([&] { control::Connection connection(path_); }),
+              "no engine at " + path_ + ": Connection refused");
+    Serve();
+    EXPECT_EQ(control::Connection(path_).Call(MUND_OP_VerifyRcdReset, {}).failure, "");
+
+    // What replaces the socket is not ours to remove.
+    std::filesystem::remove(path_);
+    std::ofstream(path_) << "mine";
+    server_.reset();
+    EXPECT_EQ(std::filesystem::file_size(path_), 4u);
+    EXPECT_NE(ErrorOf([&] { Serve(); }).find("it is no socket"), std::string::npos);
+    EXPECT_EQ(std::filesystem::file_size(path_), 4u);
+    std::filesystem::remove(path_);
+    std::filesystem::create_symlink("nowhere", path_);
+    EXPECT_NE(ErrorOf([&] { Serve(); }).find("it is no socket"), std::string::npos);
+
+    path_ = directory_ / "absent" / "socket";
+    EXPECT_NE(ErrorOf([&] { Serve(); }).find(path_), std::string::npos);
+    path_ = directory_ / std::string(107 - directory_.string().size(), 'p');
+    for (const std::string &error :
+         {ErrorOf([&] { Serve(); }), ErrorOf([&] { control::Connection connection(path_); })}) {
+        EXPECT_NE(error.find(path_ + ": the path has 108 bytes"), std::string::npos) << error;
+        EXPECT_NE(error.find("at most 107"), std::string::npos);
+    }
+    path_.pop_back();
+    Serve();
+}
+
+TEST_F(ControlSocket, OneOfManyStartingEnginesServes) {
+    const std::map<uint16_t, mund::WireHandler> none;
+    for (int round = 0; round < 50; ++round) {
+        LeaveSocketBehind();
+        std::atomic<int> serving{0};
+        std::latch start(16);
+        std::latch done(16);
+        std::vector<std::thread> engines;
+        for (int i = 0; i < 16; ++i) {
+            engines.emplace_back([&] {
+                start.arrive_and_wait();
+                std::unique_ptr<mund::ControlServer> server;
+                ErrorOf([&] { server = std::make_unique<mund::ControlServer>(path_, none); });
+                serving += server != nullptr ? 1 : 0;
+                done.arrive_and_wait();
+            });
+        }
+        for (std::thread &engine : engines) {
+            engine.join();
+        }
+        EXPECT_EQ(serving, 1);
+    }
+}
+
+// What another user's program meets.
+int ConnectAsNobody(const std::string &path) {
+    const pid_t child = fork();
+    if (child == 0) {
+        const RawClient client;
+        if (setuid(65534) != 0) {
+            _exit(1);
+        }
+        if (client.Connect(path) != 0) {
+            _exit(errno == EACCES ? 2 : 3);
+        }
+        char byte;
+        _exit(recv(client.Socket(), &byte, 1, 0) == 0 ? 4 : 5);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WEXITSTATUS(status);
+}
+
+TEST_F(ControlSocket, OtherUsersAreNotServed) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can be somebody else";
+    }
+    std::filesystem::permissions(directory_, std::filesystem::perms(0755));
+    Serve();
+    EXPECT_EQ(ConnectAsNobody(path_), 2) << "the file's mode";
+    std::filesystem::permissions(path_, std::filesystem::perms(0666));
+    EXPECT_EQ(ConnectAsNobody(path_), 4) << "the peer's user";
+}
+
+TEST_F(ControlSocket, LimitsClientsAndStalledFrames) {
+    Serve({}, {.clients = 2, .stall = 50ms, .lines = 1});
+    const RawClient stalled(path_);
+    ASSERT_TRUE(stalled.Send(Bytes(5, 1)));
+    control::Connection idle(path_);
+    EXPECT_FALSE(stalled.Receive()) << "half a frame is not waited for";
+    std::optional<RawClient> neverReads;
+    do {
+        neverReads.emplace(path_);
+        neverReads->Send(Frame(MUND_OP_VerifyRcdReset));
+    } while (neverReads->Receive()->header.status != MUND_WIRE_OK);
+    EXPECT_EQ(control::Connection(path_).Call(MUND_OP_VerifyRcdReset, {}).failure,
+              "no more than 2 clients at once");
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(idle.Call(MUND_OP_VerifyRcdReset, {}).failure, "") << "idling is no stalling";
+    // Ends because a reply is not offered for ever.
+    while (neverReads->Send(Frame(MUND_OP_CwpTraceRecord, Bytes(8)))) {
+    }
+}
+
+TEST_F(ControlSocket, WaitsForDescriptorsWithoutSpinning) {
+    Serve();
+    const RawClient client;
+    const int firstFree = dup(client.Socket());
+    close(firstFree);
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none = {.rlim_cur = static_cast<rlim_t>(firstFree), .rlim_max = limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_EQ(client.Connect(path_), 0);
+    EXPECT_TRUE(client.Send(Frame(MUND_OP_VerifyRcdReset)));
+    const clock_t before = clock();
+    std::this_thread::sleep_for(300ms);
+    EXPECT_LT(clock() - before, CLOCKS_PER_SEC / 10) << "of processor time";
+    EXPECT_EQ(calls, 0u);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(client.Receive()->header.status, MUND_WIRE_OK);
+}
+
+TEST_F(ControlSocket, ClosingWaitsForRequestsAndEndsConnections) {
+    std::latch running(1);
+    std::latch finish(1);
+    std::atomic<bool> finished{false};
+    Serve({{MUND_WIRE_STATE, [&](auto) {
+                running.count_down();
+                finish.wait();
+                std::this_thread::sleep_for(20ms);
+                finished = true;
+                return mund::WireReply{};
+            }}});
+    const RawClient waiting(path_);
+    ASSERT_TRUE(waiting.Send(Frame(MUND_WIRE_STATE)));
+    running.wait();
+    control::Connection idle(path_);
+    std::thread closing([&] {
+        server_.reset();
+        EXPECT_TRUE(finished);
+    });
+    finish.count_down();
+    closing.join();
+    EXPECT_FALSE(waiting.Receive());
+    EXPECT_EQ(ErrorOf([&] { idle.Call(MUND_OP_VerifyRcdReset, {}); }),
+              "the engine at " + path_ + " has closed the connection");
+}
+
+TEST_F(ControlSocket, ReadsExportedObjects) {
+    standin::Module module;
+    ASSERT_EQ(module.Load(SAMPLE_MODULE), "");
+    ASSERT_EQ(module.Start(), "");
+    Serve({{MUND_WIRE_OBJECT, mund::ObjectHandler(module)}});
+    control::Connection connection(path_);
+
+    Bytes trace = connection.Object("g_sampleCalls");
+    ASSERT_EQ(trace.size(), 32u);
+    EXPECT_STREQ(reinterpret_cast<char *>(trace.data()), "ci");
+    for (const char *word : {"g_lyrHostsvcNum", "g_sampleInitStatus"}) {
+        *static_cast<uint32_t *>(module.Symbol(word)) = 0x42424242;
+        EXPECT_EQ(connection.Object(word), Bytes(4, 0x42));
+    }
+    auto *slots = static_cast<void **>(module.Symbol("g_sampleMemory"));
+    const Bytes pointers = connection.Object("g_sampleMemory");
+    ASSERT_EQ(pointers.size(), 16u);
+    EXPECT_EQ(std::memcmp(pointers.data(), slots, 16), 0);
+    std::memset(slots[0], 0x42, 48);
+    EXPECT_EQ(connection.Object("g_sampleMemory", 0), Bytes(48, 0x42));
+
+    void *foreign = TovMemAllocInner(module.Id() + 1, 0, 8, 0, "foreign", 1);
+    struct {
+        const char *name;
+        std::optional<uint32_t> slot;
+        void *pointer;  // in slot 1
+        const char *error;
+    } const cases[] = {
+        {"g_absent", {}, nullptr, "exports no object 'g_absent'"},
+        {"", {}, nullptr, "exports no object ''"},
+        {"mod_plugin_register", {}, nullptr, "'mod_plugin_register' is a function"},
+        {"TovMemAllocInner", {}, nullptr, "'TovMemAllocInner' is not the module's own"},
+        {"g_pluginModRegHead", {}, nullptr, "'g_pluginModRegHead' is not the module's own"},
+        {"environ", {}, nullptr, "'environ' is not the module's own"},
+        {"g_sampleMemory", 2, nullptr, "no pointer at slot 2: it has 16 bytes"},
+        {"g_lyrHostsvcNum", 0, nullptr, "no pointer at slot 0: it has 4 bytes"},
+        {"g_sampleMemory", 1, nullptr, "slot 1 of 'g_sampleMemory' holds 0x0, which is no block"},
+        {"g_sampleMemory", 1, slots, "which is no block"},
+        {"g_sampleMemory", 1, static_cast<char *>(slots[0]) + 1, "which is no block"},
+        {"g_sampleMemory", 1, foreign, "which is no block"},
+    };
+    for (const auto &[name, slot, pointer, error] : cases) {
+        slots[1] = pointer;
+        const std::string text = ErrorOf([&] { connection.Object(name, slot); });
+        EXPECT_NE(text.find(error), std::string::npos) << text;
+    }
+    TovMemFreeInner(foreign);
+    const RawClient raw(path_);
+    ASSERT_TRUE(raw.Send(Frame(MUND_WIRE_OBJECT, Bytes(64, 'n'))));
+    EXPECT_EQ(raw.Receive()->header.status, MUND_WIRE_REFUSED);
+    server_.reset();
+    EXPECT_TRUE(module.Unload().empty());
+}
+
+TEST(LiveObjects, BlocksAreCopiedWhileTheModuleReplacesThem) {
+    standin::Module module;
+    ASSERT_EQ(module.Load(SAMPLE_MODULE), "");
+    auto *slot = static_cast<uint8_t **>(module.Symbol("g_sampleMemory"));
+    std::atomic<bool> stop{false};
+    std::thread replacing([&] {
+        for (uint32_t size = 1; !stop; size = size % 100 + 1) {
+            void *block = TovMemAllocInner(module.Id(), 0, size, 0, "block", 1);
+            std::memset(block, static_cast<int>(size), size);
+            __atomic_store_n(slot, static_cast<uint8_t *>(block), __ATOMIC_RELEASE);
+            std::this_thread::yield();
+            __atomic_store_n(slot, nullptr, __ATOMIC_RELEASE);
+            TovMemFreeInner(block);
+        }
+    });
+    const auto deadline = std::chrono::steady_clock::now() + 10s;
+    uint32_t read = 0;
+    while (read < 1000 && std::chrono::steady_clock::now() < deadline) {
+        const Bytes bytes = standin::ReadObject(module, "g_sampleMemory", 0).bytes;
+        EXPECT_EQ(bytes, Bytes(bytes.size(), static_cast<uint8_t>(bytes.size())));
+        read += bytes.empty() ? 0 : 1;
+    }
+    stop = true;
+    replacing.join();
+    EXPECT_EQ(read, 1000u);
+}
+
+}  // namespace

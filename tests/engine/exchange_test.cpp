@@ -1,0 +1,157 @@
+// What threads hand to each other: packets on channels, event bits.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <string>
+#include <thread>
+
+#include "kes/queue.h"
+#include "kes/sync.h"
+#include "kes/thread.h"
+#include "standin/channels.h"
+#include "standin/runtime.h"
+
+namespace standin {
+namespace {
+
+TEST(Channels, HandPacketsOnInOrderUntilFullOrClosed) {
+    HostMbuf packets[3] = {};
+    const uint32_t id = OpenChannel("chn/a", 2);
+    ASSERT_NE(id, TOV_CHANNEL_ID_NONE);
+    EXPECT_EQ(OpenChannel("chn/a", 2), TOV_CHANNEL_ID_NONE);
+    EXPECT_EQ(TOV_ChannelGetIdByName("chn/a"), id);
+    EXPECT_EQ(TOV_ChannelGetIdByName("chn/b"), TOV_CHANNEL_ID_NONE);
+
+    for (HostMbuf *packet : {&packets[0], &packets[1]}) {
+        EXPECT_EQ(TOV_ChannelDcSend(id, packet, 1000), 0u);
+    }
+    EXPECT_EQ(TOV_ChannelDcSend(id, &packets[2], 1000), 2u);
+    for (HostMbuf *packet : {&packets[0], &packets[1]}) {
+        EXPECT_EQ(ReceiveFromChannel(id), packet);
+    }
+    EXPECT_EQ(ReceiveFromChannel(id), nullptr);
+
+    EXPECT_EQ(TOV_ChannelDcSend(id, &packets[0], 1000), 0u);
+    CloseChannel(id);
+    EXPECT_EQ(TOV_ChannelDcSend(id, &packets[1], 1000), 1u);
+    EXPECT_EQ(ReceiveFromChannel(id), &packets[0]);
+    EXPECT_EQ(TOV_ChannelGetIdByName("chn/a"), TOV_CHANNEL_ID_NONE);
+    const uint32_t reopened = OpenChannel("chn/a", 0);
+    EXPECT_NE(reopened, id);
+    EXPECT_EQ(TOV_ChannelDcSend(reopened, &packets[0], 1000), 2u);
+    CloseChannel(reopened);
+}
+
+// One thread that registers, reads events once told to, and ends.
+struct Reader {
+    std::latch registered{1};
+    std::latch mayRead{1};
+    std::atomic<uint32_t> read{0};
+
+    static void Run(void *argument) {
+        auto *self = static_cast<Reader *>(argument);
+        EXPECT_EQ(TOV_ThreadInfoRegByName("thd/reader"), 0u);
+        EXPECT_EQ(TOV_ThreadInfoRegByName("thd/reader"), 0u) << "its own name";
+        self->registered.count_down();
+        self->mayRead.wait();
+        uint32_t events = 0;
+        EXPECT_EQ(TOV_EventRead(&events), 0u);
+        self->read = events;
+        EXPECT_EQ(TOV_EventRead(&events), 0u);
+        self->read = events;
+    }
+};
+
+void WaitFor(const std::atomic<uint32_t> &value, uint32_t expected) {
+    for (int i = 0; i < 5000 && value != expected; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(value, expected);
+}
+
+TEST(Events, AccumulateUntilTheirThreadReadsThem) {
+    EXPECT_EQ(TOV_ThreadInfoGetByName("thd/reader"), nullptr);
+    Reader reader;
+    ASSERT_NE(TovThreadCreate("reader with a long name", Reader::Run, &reader), nullptr);
+    reader.registered.wait();
+    TovThreadInfo *thread = TOV_ThreadInfoGetByName("thd/reader");
+    ASSERT_NE(thread, nullptr);
+    EXPECT_EQ(TOV_ThreadInfoRegByName("thd/reader"), 1u) << "another thread's name";
+
+    EXPECT_EQ(TOV_EventWrite(thread, 1), 0u);
+    EXPECT_EQ(TOV_EventWrite(thread, 4), 0u);
+    EXPECT_EQ(TOV_EventWrite(thread, 1), 0u);
+    reader.mayRead.count_down();
+    WaitFor(reader.read, 5);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(reader.read, 5u) << "the second read blocks";
+    EXPECT_EQ(TOV_EventWrite(thread, 2), 0u);
+    JoinCreatedThreads();
+    EXPECT_EQ(reader.read, 2u);
+
+    EXPECT_EQ(TOV_EventWrite(thread, 1), 1u) << "the thread has ended";
+    EXPECT_EQ(TOV_ThreadInfoGetByName("thd/reader"), nullptr);
+}
+
+// A queue and an event are how two threads talk; nothing is lost or stranded between them.
+TEST(Events, WakeTheReaderForEverythingQueued) {
+    constexpr uint32_t kMessages = 20000;
+    static TovPipeQue *queue = nullptr;
+    static std::atomic<uint32_t> taken{0};
+    taken = 0;
+    queue = TovCreatePipeQue("stream", 64);
+    ASSERT_NE(TovThreadCreate(
+                  "stream",
+                  [](void *) {
+                      TOV_ThreadInfoRegByName("thd/stream");
+                      for (uint32_t events = 0; taken < kMessages && TOV_EventRead(&events) == 0;) {
+                          for (void *message = nullptr; TovQueDeq(queue, &message) == 0;) {
+                              ++taken;
+                          }
+                      }
+                  },
+                  nullptr),
+              nullptr);
+    TovThreadInfo *thread = nullptr;
+    while ((thread = TOV_ThreadInfoGetByName("thd/stream")) == nullptr) {
+        std::this_thread::yield();
+    }
+    for (uint32_t sent = 0; sent < kMessages;) {
+        if (TovQueEnq(queue, &sent) == 0) {
+            ++sent;
+            TOV_EventWrite(thread, 1);
+        }
+    }
+    JoinCreatedThreads();
+    EXPECT_EQ(taken, kMessages);
+    TovQueDelete(queue);
+}
+
+TEST(Sync, CountsAndLocksAcrossThreads) {
+    constexpr uint32_t kRounds = 20000;
+    uint32_t word = 10;
+    EXPECT_EQ(TovAtomicAddReturn(5, &word), 15u);
+    EXPECT_EQ(TovAtomicSubReturn(16, &word), UINT32_MAX);
+    word = 0;
+    TovSpinlock lock{77};
+    ASSERT_EQ(TovSpinlockInit(&lock), 0u);
+    uint32_t guarded = 0;
+    const auto work = [&] {
+        for (uint32_t i = 0; i < kRounds; ++i) {
+            TovAtomicAddReturn(3, &word);
+            TovSpinlockLock(&lock);
+            ++guarded;
+            TovSpinlockUnlock(&lock);
+            TovAtomicSubReturn(2, &word);
+        }
+    };
+    std::thread other(work);
+    work();
+    other.join();
+    EXPECT_EQ(word, 2 * kRounds);
+    EXPECT_EQ(guarded, 2 * kRounds);
+}
+
+}  // namespace
+}  // namespace standin

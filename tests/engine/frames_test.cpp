@@ -1,0 +1,289 @@
+// What the engine reads from a frame, and the buffers that frames arrive in.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <random>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "standin/frame_parser.h"
+#include "standin/mbuf_pool.h"
+
+namespace standin {
+namespace {
+
+using Frame = std::vector<uint8_t>;
+
+Frame FromHex(std::string_view hex) {
+    std::string digits;
+    std::ranges::copy_if(hex, std::back_inserter(digits), [](char c) { return c != ' '; });
+    Frame frame;
+    for (size_t i = 0; i < digits.size(); i += 2) {
+        frame.push_back(static_cast<uint8_t>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    }
+    return frame;
+}
+
+#define MACS "020000000002 020000000001 "
+#define IPV4_ADDRESSES "0A000001 C0A80102 "
+#define UDP_HEADER "147E C001 000C0000 "
+#define PAYLOAD "DEADBEEF "
+#define IPV6_ADDRESSES "20010DB8000000000000000000000001 FE800000000000000000000A0B0C0D0E "
+
+struct Case {
+    const char *name;
+    const char *hex;
+    uint8_t proto;
+    uint16_t etherType;
+    uint32_t l2Length;
+    uint32_t ipHeader;
+    uint32_t ipProtocol;
+    uint16_t srcPort;
+    uint16_t dstPort;
+    uint32_t padding;  // bytes trimmed
+};
+
+const Case kCases[] = {
+    {"UDP over IPv4", MACS "0800 45000020 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD,
+     HOST_PROTO_IPV4, 0x0800, 14, 20, 17, 5246, 49153, 0},
+    {"TCP over IPv4 with options, padded",
+     MACS "0800 47000020 00014000 40060000 " IPV4_ADDRESSES "94040000 01010101 14500050 " PAYLOAD,
+     HOST_PROTO_IPV4, 0x0800, 14, 28, 6, 5200, 80, 4},
+    {"customer tag",
+     MACS "8100 0064 0800 45000020 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD,
+     HOST_PROTO_IPV4, 0x0800, 18, 20, 17, 5246, 49153, 0},
+    {"service and customer tag, padded",
+     MACS "88A8 0001 8100 0064 0800 45000020 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD
+          "000000",
+     HOST_PROTO_IPV4, 0x0800, 22, 20, 17, 5246, 49153, 3},
+    {"first IPv4 fragment",
+     MACS "0800 45000020 00012000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD, HOST_PROTO_IPV4,
+     0x0800, 14, 20, 17, 5246, 49153, 0},
+    {"later IPv4 fragment",
+     MACS "0800 45000020 00010001 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD, HOST_PROTO_IPV4,
+     0x0800, 14, 20, 17, 0, 0, 0},
+    {"IPv4 without ports",
+     MACS "0800 45000020 00010000 402F0000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD, HOST_PROTO_IPV4,
+     0x0800, 14, 20, 47, 0, 0, 0},
+    {"ports in the padding", MACS "0800 45000017 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER,
+     HOST_PROTO_IPV4, 0x0800, 14, 20, 17, 0, 0, 5},
+    {"IPv4 total length below the header",
+     MACS "0800 45000013 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD, HOST_PROTO_OTHER,
+     0x0800, 14, 0, 0, 0, 0, 0},
+    {"IPv4 header length below the minimum",
+     MACS "0800 44000020 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD, HOST_PROTO_OTHER,
+     0x0800, 14, 0, 0, 0, 0, 0},
+    {"IPv4 type, version 6",
+     MACS "0800 65000020 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD, HOST_PROTO_OTHER,
+     0x0800, 14, 0, 0, 0, 0, 0},
+    {"UDP over IPv6, padded",
+     MACS "86DD 60000000 000C1140 " IPV6_ADDRESSES UDP_HEADER PAYLOAD "0000", HOST_PROTO_IPV6,
+     0x86DD, 14, 0, 17, 5246, 49153, 2},
+    {"tagged TCP over IPv6",
+     MACS "8100 0FFF 86DD 60000000 00080640 " IPV6_ADDRESSES "1450 0050 DEADBEEF", HOST_PROTO_IPV6,
+     0x86DD, 18, 0, 6, 5200, 80, 0},
+    {"IPv6 fragment header",
+     MACS "86DD 60000000 00142C40 " IPV6_ADDRESSES "11000001 00000001" UDP_HEADER PAYLOAD,
+     HOST_PROTO_IPV6, 0x86DD, 14, 0, 44, 0, 0, 0},
+    {"IPv6 jumbogram",
+     MACS "86DD 60000000 00000040 " IPV6_ADDRESSES "1100C204 00010008" UDP_HEADER PAYLOAD,
+     HOST_PROTO_IPV6, 0x86DD, 14, 0, 0, 0, 0, 0},
+    {"IPv6 type, version 4", MACS "86DD 40000000 000C1140 " IPV6_ADDRESSES UDP_HEADER PAYLOAD,
+     HOST_PROTO_OTHER, 0x86DD, 14, 0, 0, 0, 0, 0},
+    {"WAI frame", MACS "88B4 0001010000000000000C0000 DEADBEEF", HOST_PROTO_OTHER, 0x88B4, 14, 0, 0,
+     0, 0, 0},
+    {"length instead of a type", MACS "0026 424203000000", HOST_PROTO_OTHER, 0x0026, 14, 0, 0, 0, 0,
+     0},
+};
+
+bool Equals(const uint8_t *mac, std::string_view hex) {
+    return mac != nullptr && std::ranges::equal(std::span(mac, 6), FromHex(hex));
+}
+
+void ExpectParsed(const HostMbuf *mbuf, const Case &expected) {
+    EXPECT_EQ(HostMbufGetProtoType(mbuf), expected.proto);
+    EXPECT_EQ(HostMbufGetEthhdrTypeorlen(mbuf), expected.etherType);
+    EXPECT_EQ(HostMbufGetL2HeadLength(mbuf), expected.l2Length);
+    EXPECT_EQ(HostMbufGetIphdrHeadlen(mbuf), expected.ipHeader);
+    EXPECT_EQ(HostMbufGetIphdrProtocol(mbuf), expected.ipProtocol);
+    EXPECT_EQ(HostMbufGetL4SrcPort(mbuf), expected.srcPort);
+    EXPECT_EQ(HostMbufGetL4DstPort(mbuf), expected.dstPort);
+}
+
+void ExpectAddresses(const HostMbuf *mbuf, uint8_t proto) {
+    const bool ipv4 = proto == HOST_PROTO_IPV4;
+    const bool ipv6 = proto == HOST_PROTO_IPV6;
+    EXPECT_EQ(HostMbufGetIphdrSrcIp(mbuf), ipv4 ? 0x0A000001u : 0u);
+    EXPECT_EQ(HostMbufGetIphdrDstIp(mbuf), ipv4 ? 0xC0A80102u : 0u);
+    using Words = std::array<uint32_t, 4>;
+    const Words none{};
+    const Words source{0x20010DB8, 0, 0, 1};
+    const Words destination{0xFE800000, 0, 0x0000000A, 0x0B0C0D0E};
+    EXPECT_TRUE(
+        std::ranges::equal(std::span(HostMbufGetIp6hdrSrcip(mbuf), 4), ipv6 ? source : none));
+    EXPECT_TRUE(
+        std::ranges::equal(std::span(HostMbufGetIp6hdrDstip(mbuf), 4), ipv6 ? destination : none));
+}
+
+TEST(FrameParser, ReadsEachKindOfFrame) {
+    MbufPool pool(1);
+    for (const Case &expected : kCases) {
+        SCOPED_TRACE(expected.name);
+        const Frame frame = FromHex(expected.hex);
+        HostMbuf *mbuf = pool.Receive(frame, {});
+        ExpectParsed(mbuf, expected);
+        ExpectAddresses(mbuf, expected.proto);
+        EXPECT_TRUE(Equals(HostMbufGetDstMac(mbuf), "020000000002"));
+        EXPECT_TRUE(Equals(HostMbufGetSrcMac(mbuf), "020000000001"));
+        EXPECT_EQ(mbuf->pktLen, frame.size() - expected.padding);
+        EXPECT_EQ(mbuf->dataLen, mbuf->pktLen);
+        EXPECT_TRUE(std::ranges::equal(FrameAsReceived(mbuf), frame));
+        MbufPool::Release(mbuf);
+    }
+}
+
+// A frame cut off anywhere is delivered with what is there, and nothing is made up.
+TEST(FrameParser, ReadsWhatACutOffFrameStillHas) {
+    MbufPool pool(1);
+    for (const Case &whole : kCases) {
+        const Frame frame = FromHex(whole.hex);
+        const uint32_t ipHeader = whole.proto == HOST_PROTO_IPV6 ? 40 : whole.ipHeader;
+        for (size_t length = 0; length < frame.size() - whole.padding; ++length) {
+            SCOPED_TRACE(whole.name + std::string(" cut to ") + std::to_string(length));
+            HostMbuf *mbuf = pool.Receive(std::span(frame).first(length), {});
+            Case expected = whole;
+            if (length < whole.l2Length) {
+                expected.etherType = 0;
+                expected.l2Length = 0;
+            }
+            if (length < whole.l2Length + ipHeader) {
+                expected.proto = HOST_PROTO_OTHER;
+                expected.ipHeader = 0;
+                expected.ipProtocol = 0;
+            }
+            if (length < whole.l2Length + ipHeader + 4) {
+                expected.srcPort = 0;
+                expected.dstPort = 0;
+            }
+            ExpectParsed(mbuf, expected);
+            ExpectAddresses(mbuf, expected.proto);
+            EXPECT_EQ(HostMbufGetSrcMac(mbuf) != nullptr, length >= 12);
+            EXPECT_EQ(HostMbufGetDstMac(mbuf) != nullptr, length >= 12);
+            EXPECT_EQ(mbuf->pktLen, length);
+            MbufPool::Release(mbuf);
+        }
+    }
+}
+
+TEST(FrameParser, CountsTagsUpToTheWidthOfTheLayer2Length) {
+    MbufPool pool(1);
+    for (const size_t tags : {60u, 61u}) {
+        Frame frame = FromHex(MACS);
+        for (size_t tag = 0; tag < tags; ++tag) {
+            std::ranges::copy(FromHex("81000001"), std::back_inserter(frame));
+        }
+        std::ranges::copy(FromHex("0800 45000014 00010000 40110000 " IPV4_ADDRESSES),
+                          std::back_inserter(frame));
+        HostMbuf *mbuf = pool.Receive(frame, {});
+        EXPECT_EQ(HostMbufGetProtoType(mbuf), tags == 60 ? HOST_PROTO_IPV4 : HOST_PROTO_OTHER);
+        EXPECT_EQ(HostMbufGetL2HeadLength(mbuf), tags == 60 ? 254u : 0u);
+        MbufPool::Release(mbuf);
+    }
+}
+
+TEST(FrameParser, StaysWithinDamagedFrames) {
+    MbufPool pool(1);
+    std::mt19937 random(20220);
+    for (int round = 0; round < 20000; ++round) {
+        Frame frame = FromHex(kCases[random() % std::size(kCases)].hex);
+        for (auto damage = random() % 6; damage > 0; --damage) {
+            frame[12 + random() % (frame.size() - 12)] = static_cast<uint8_t>(random());
+        }
+        frame.resize(random() % (frame.size() + 1));
+        HostMbuf *mbuf = pool.Receive(frame, {});
+        ASSERT_LE(mbuf->pktLen, frame.size());
+        ASSERT_EQ(mbuf->pktLen, mbuf->dataLen);
+        ASSERT_LE(HostMbufGetL2HeadLength(mbuf) + HostMbufGetIphdrHeadlen(mbuf), mbuf->pktLen);
+        ASSERT_TRUE(std::ranges::equal(FrameAsReceived(mbuf), frame));
+        MbufPool::Release(mbuf);
+    }
+}
+
+// The private area is found behind the record in any allocator's buffers, and the data wherever
+// the record says.
+TEST(FrameParser, ReadsForeignBuffers) {
+    struct Foreign {
+        HostMbuf record{};
+        HostMbufMeta meta{};
+    } foreign;
+    Frame frame = FromHex(kCases[3].hex);
+    foreign.record.bufAddr = frame.data();
+    foreign.record.dataLen = static_cast<uint16_t>(frame.size());
+    foreign.record.pktLen = static_cast<uint32_t>(frame.size()) + 100;
+    foreign.record.nbSegs = 2;
+    ParseFrame(&foreign.record);
+    ExpectParsed(&foreign.record, kCases[3]);
+    EXPECT_EQ(foreign.meta.dstPort, 49153);
+    EXPECT_EQ(foreign.record.pktLen, frame.size() + 100) << "only single segments are trimmed";
+}
+
+TEST(MbufPool, CarriesArrivalAndMarks) {
+    MbufPool pool(1);
+    const Frame frame = FromHex(kCases[0].hex);
+    const Arrival arrival{
+        .timeNs = 7, .wireLength = 1500, .number = 3, .rxPort = 70000, .vrf = 9, .diagnose = true};
+    HostMbuf *mbuf = pool.Receive(frame, arrival);
+    EXPECT_EQ(MetaOf(mbuf).arrival.wireLength, 1500u);
+    EXPECT_EQ(MetaOf(mbuf).arrival.number, 3u);
+    EXPECT_EQ(HostMbufGetReceivePortIndex(mbuf), 70000u);
+    EXPECT_EQ(HostMbufGetReceiveVrfIndex(mbuf), 9u);
+    HostMbufSetLbKey(mbuf, 3);
+    HostMbufSetNeedTrace(mbuf, 4);
+    HostMbufSetNeedStat(mbuf, 5);
+    MetaOf(mbuf).causeAction = 57;
+    MetaOf(mbuf).causeId = 1769;
+    EXPECT_EQ(HostMbufGetCauseAction(mbuf), 57u);
+    EXPECT_EQ(HostMbufGetCauseId(mbuf), 1769u);
+    MbufPool::Release(mbuf);
+
+    // What the last packet was marked with is gone.
+    mbuf = pool.Receive(frame, {});
+    EXPECT_EQ(HostMbufGetNeedTrace(mbuf), 0u);
+    EXPECT_EQ(MetaOf(mbuf).needStat, 0u);
+    EXPECT_EQ(HostMbufGetCauseAction(mbuf), 0u);
+    EXPECT_EQ(HostMbufGetCauseId(mbuf), 0u);
+    EXPECT_EQ(HostMbufGetHostDiagSwitch(mbuf), 0);
+    EXPECT_EQ(HostMbufGetLbKey(mbuf), HOST_LB_KEY_NONE);
+    MbufPool::Release(mbuf);
+}
+
+TEST(MbufPool, WaitsForABufferAndRefusesGiants) {
+    MbufPool pool(2);
+    const Frame giant(MbufPool::kMaxFrame + 1);
+    EXPECT_EQ(pool.Receive(giant, {}), nullptr);
+    EXPECT_EQ(pool.InUse(), 0u);
+    HostMbuf *longest = pool.Receive(std::span(giant).first(MbufPool::kMaxFrame), {});
+    ASSERT_NE(longest, nullptr);
+    EXPECT_EQ(longest->pktLen, MbufPool::kMaxFrame);
+    HostMbuf *empty = pool.Receive({}, {});
+    EXPECT_EQ(pool.InUse(), pool.Capacity());
+
+    std::atomic<bool> received{false};
+    std::thread receiver([&] {
+        MbufPool::Release(pool.Receive(FromHex(MACS), {}));
+        received = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_FALSE(received);
+    MbufPool::Release(longest);
+    receiver.join();
+    MbufPool::Release(empty);
+    EXPECT_EQ(pool.InUse(), 0u);
+}
+
+}  // namespace
+}  // namespace standin

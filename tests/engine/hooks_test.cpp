@@ -1,0 +1,175 @@
+// Hooks: their order, their answers, and who may still be inside.
+#include "kes/hook.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "standin/mbuf_pool.h"
+#include "standin/packet_path.h"
+#include "standin/runtime.h"
+
+namespace standin {
+namespace {
+
+constexpr uint32_t kPoint = HOST_HOOK_HOST_RX;
+
+std::string calls;
+uint64_t answerOfB = HOST_HOOK_CONTINUE;
+
+uint64_t A(HostMbuf *) {
+    calls += 'A';
+    return HOST_HOOK_CONTINUE;
+}
+
+uint64_t B(HostMbuf *) {
+    calls += 'B';
+    return answerOfB;
+}
+
+uint64_t C(HostMbuf *) {
+    calls += 'C';
+    return HOST_HOOK_CONTINUE;
+}
+
+class Hooks : public testing::Test {
+  protected:
+    void SetUp() override {
+        calls.clear();
+        answerOfB = HOST_HOOK_CONTINUE;
+    }
+    void TearDown() override {
+        EXPECT_EQ(CurrentHoldings().hooks, 0u);
+    }
+};
+
+TEST_F(Hooks, RunInAscendingPriorityUntilOneAnswers) {
+    ASSERT_EQ(HostHookRegister(kPoint, 200, C, "test"), 0u);
+    ASSERT_EQ(HostHookRegister(kPoint, 100, A, "test"), 0u);
+    ASSERT_EQ(HostHookRegister(kPoint, 100, B, "test"), 0u);
+    EXPECT_EQ(RunHooks(kPoint, nullptr), HOST_HOOK_CONTINUE);
+    EXPECT_EQ(calls, "ABC");
+
+    calls.clear();
+    answerOfB = HOST_HOOK_TAKEN;
+    EXPECT_EQ(RunHooks(kPoint, nullptr), HOST_HOOK_TAKEN);
+    EXPECT_EQ(calls, "AB");
+
+    calls.clear();
+    EXPECT_EQ(HostHookUnregister(kPoint, A), 0u);
+    EXPECT_EQ(RunHooks(kPoint, nullptr), HOST_HOOK_TAKEN);
+    EXPECT_EQ(RunHooks(HOST_HOOK_RX_IN, nullptr), HOST_HOOK_CONTINUE);
+    EXPECT_EQ(RunHooks(HOST_HOOK_POINTS, nullptr), HOST_HOOK_CONTINUE);
+    EXPECT_EQ(calls, "B");
+    EXPECT_EQ(HostHookUnregister(kPoint, B), 0u);
+    EXPECT_EQ(HostHookUnregister(kPoint, C), 0u);
+}
+
+std::latch *entered = nullptr;
+std::latch *leave = nullptr;
+
+uint64_t Lingering(HostMbuf *) {
+    entered->count_down();
+    leave->wait();
+    return HOST_HOOK_CONTINUE;
+}
+
+TEST_F(Hooks, UnregisteringWaitsForAThreadInside) {
+    std::latch enteredHere(1);
+    std::latch leaveHere(1);
+    entered = &enteredHere;
+    leave = &leaveHere;
+    ASSERT_EQ(HostHookRegister(kPoint, 1, Lingering, "test"), 0u);
+    std::thread forwarding([] { RunHooks(kPoint, nullptr); });
+    enteredHere.wait();
+
+    std::atomic<bool> unregistered{false};
+    std::thread control([&] {
+        EXPECT_EQ(HostHookUnregister(kPoint, Lingering), 0u);
+        unregistered = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_FALSE(unregistered);
+    EXPECT_EQ(RunHooks(kPoint, nullptr), HOST_HOOK_CONTINUE) << "it is gone for newcomers";
+    leaveHere.count_down();
+    control.join();
+    forwarding.join();
+}
+
+// What the hook reads is changed only while it is not registered, and without any ordering of its
+// own: a thread still inside would see it, and so would a race detector.
+std::string state;
+std::atomic<uint32_t> readings{0};
+
+uint64_t Reading(HostMbuf *) {
+    readings.fetch_add(1, std::memory_order_relaxed);
+    return state == "live" ? HOST_HOOK_CONTINUE : HOST_HOOK_DISCARD;
+}
+
+TEST_F(Hooks, NobodyIsInsideAfterUnregistering) {
+    std::atomic<bool> stop{false};
+    std::atomic<uint64_t> wrong{0};
+    readings = 0;
+    const auto forward = [&](uint32_t packets) {
+        for (uint32_t i = 0; i < packets && !stop; ++i) {
+            wrong += RunHooks(kPoint, nullptr) != HOST_HOOK_CONTINUE ? 1 : 0;
+        }
+    };
+    std::thread steady([&] { forward(UINT32_MAX); });
+    // Threads that come and go take over each other's places.
+    std::thread changing([&] {
+        while (!stop) {
+            std::thread(forward, 100).join();
+        }
+    });
+    for (int round = 0; round < 300 || readings < 1000; ++round) {
+        state = "live";
+        ASSERT_EQ(HostHookRegister(kPoint, 1, Reading, "test"), 0u);
+        std::this_thread::yield();
+        ASSERT_EQ(HostHookUnregister(kPoint, Reading), 0u);
+        state = "dead";
+    }
+    stop = true;
+    steady.join();
+    changing.join();
+    EXPECT_EQ(wrong, 0u);
+}
+
+TEST_F(Hooks, DecideAFramesFate) {
+    struct {
+        uint64_t answer;
+        Fate fate;
+    } const cases[] = {
+        {HOST_HOOK_CONTINUE, Fate::kReturned},
+        {HOST_HOOK_TAKEN, Fate::kTaken},
+        {HOST_HOOK_DISCARD, Fate::kUndelivered},
+        {1, Fate::kUndelivered},
+    };
+    const std::pair<uint32_t, HostHookFunc> hooks[] = {
+        {HOST_HOOK_RX_IN, A}, {HOST_HOOK_RX_OUT, B}, {HOST_HOOK_HOST_RX, C},
+        {HOST_HOOK_TX_IN, B}, {HOST_HOOK_TX_OUT, A},
+    };
+    for (const auto &[point, hook] : hooks) {
+        ASSERT_EQ(HostHookRegister(point, 1, hook, "test"), 0u);
+    }
+    for (const auto &[answer, fate] : cases) {
+        SCOPED_TRACE(answer);
+        answerOfB = answer;
+        calls.clear();
+        EXPECT_EQ(RunReceivePath(nullptr), fate);
+        EXPECT_EQ(calls, answer == HOST_HOOK_CONTINUE ? "ABC" : "AB");
+        calls.clear();
+        EXPECT_EQ(RunTransmitPath(nullptr), fate);
+        EXPECT_EQ(calls, answer == HOST_HOOK_CONTINUE ? "BA" : "B");
+    }
+    for (const auto &[point, hook] : hooks) {
+        HostHookUnregister(point, hook);
+    }
+}
+
+}  // namespace
+}  // namespace standin

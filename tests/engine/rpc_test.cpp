@@ -1,0 +1,306 @@
+// Calls of operations by name: what they are given, what comes back, and when the service closes.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <latch>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "mund/call.h"
+#include "mund/messages.h"
+#include "mund/rpc.h"
+#include "standin/runtime.h"
+
+namespace {
+
+// What the operations below saw and were told.
+struct Seen {
+    uint32_t calls = 0;
+    bool aligned = true;
+    std::vector<uint8_t> request;
+    std::vector<uint8_t> records;
+    std::vector<const void *> freed;
+} seen;
+
+uint32_t replySize = 4;
+std::latch *running = nullptr;
+std::latch *finish = nullptr;
+
+uint32_t See(const void *request, size_t size) {
+    ++seen.calls;
+    seen.aligned = request != nullptr && reinterpret_cast<uintptr_t>(request) % 8 == 0;
+    const auto *bytes = static_cast<const uint8_t *>(request);
+    seen.request.assign(bytes, bytes + size);
+    return 0;
+}
+
+uint32_t SeeFree(void *reply) {
+    seen.freed.push_back(reply);
+    return reply == nullptr ? 0 : RPC_IdlMsgDestroy(reply, g_uiMundModuleId, "test_free");
+}
+
+struct Batch {
+    uint32_t count;
+    uint32_t reserved;
+    const uint8_t *records;
+};
+
+}  // namespace
+
+extern "C" {
+
+KES_API uint32_t LyrHost_Kes_CwpTunnel(const void *request, void **) {
+    See(request, 64);
+    return 7;
+}
+KES_API uint32_t LyrHost_Kes_CwpTunnel_free(void *reply) {
+    return SeeFree(reply);
+}
+
+KES_API uint32_t LyrHost_Kes_WapiTunnel(const void *request, void **reply) {
+    See(request, 8);
+    *reply = RPC_IdlMsgCreate(replySize, g_uiMundModuleId, "LyrHost_Kes_WapiTunnel");
+    if (*reply == nullptr) {
+        return 1;
+    }
+    std::memset(*reply, 0x5A, replySize);
+    return 0;
+}
+KES_API uint32_t LyrHost_Kes_WapiTunnel_free(void *reply) {
+    return SeeFree(reply);
+}
+
+KES_API uint32_t LyrHost_Kes_BatchReconciliation(const void *request, void **) {
+    See(request, 16);
+    Batch batch;
+    std::memcpy(&batch, request, sizeof(batch));
+    seen.records.assign(batch.records, batch.records + batch.count * 80u);
+    return batch.count == 0 ? 2 : 0;
+}
+KES_API uint32_t LyrHost_Kes_BatchReconciliation_free(void *reply) {
+    return SeeFree(reply);
+}
+
+KES_API uint32_t LyrHost_Kes_VerifyRcdReset(const void *request, void **) {
+    return See(request, 0);
+}
+KES_API uint32_t LyrHost_Kes_VerifyRcdReset_free(void *reply) {
+    return SeeFree(reply);
+}
+
+KES_API uint32_t LyrHost_Kes_ResetPktStatistics(const void *, void **reply) {
+    running->count_down();
+    finish->wait();
+    *reply = RPC_IdlMsgCreate(4, g_uiMundModuleId, "LyrHost_Kes_ResetPktStatistics");
+    return 0;
+}
+KES_API uint32_t LyrHost_Kes_ResetPktStatistics_free(void *reply) {
+    return SeeFree(reply);
+}
+
+// An operation without its twin is none.
+KES_API uint32_t LyrHost_Kes_KaTunnel(const void *request, void **) {
+    return See(request, 24);
+}
+
+}  // extern "C"
+
+namespace {
+
+struct Outcome {
+    MundStatus status;
+    uint32_t result = 99;
+    std::vector<uint8_t> reply;
+};
+
+Outcome Call(uint32_t operation, const std::vector<uint8_t> &request, uint32_t capacity = 64) {
+    Outcome outcome{};
+    outcome.reply.resize(capacity);
+    uint32_t size = 99;
+    outcome.status = MundCall(operation, request.data(), static_cast<uint32_t>(request.size()),
+                              outcome.reply.data(), capacity, &size, &outcome.result);
+    EXPECT_LE(size, capacity);
+    outcome.reply.resize(size);
+    return outcome;
+}
+
+LyrKesRpcServerRegInfo Registration() {
+    LyrKesRpcServerRegInfo info{};
+    info.serviceNumber = MUND_SERVICE_NUMBER;
+    std::strcpy(info.serviceName, MUND_SERVICE_NAME);
+    return info;
+}
+
+class Rpc : public testing::Test {
+  protected:
+    void SetUp() override {
+        seen = {};
+        replySize = 4;
+        const LyrKesRpcServerRegInfo info = Registration();
+        ASSERT_EQ(RegRavelRpcServerToKes(&info), 0u);
+    }
+    void TearDown() override {
+        RavelRpcServerUnReg(MUND_SERVICE_NAME);
+        EXPECT_EQ(MundMessagesInUse(), 0u);
+        EXPECT_EQ(standin::ModuleMemory(g_uiMundModuleId).blocks, 0u);
+    }
+};
+
+std::vector<uint8_t> Numbers(size_t count) {
+    std::vector<uint8_t> bytes(count);
+    for (size_t i = 0; i < count; ++i) {
+        bytes[i] = static_cast<uint8_t>(i * 7);
+    }
+    return bytes;
+}
+
+std::vector<uint8_t> BatchOf(uint8_t count) {
+    std::vector<uint8_t> wire = Numbers(8 + count * 80u);
+    std::ranges::copy(std::array<uint8_t, 4>{count}, wire.begin());
+    return wire;
+}
+
+TEST_F(Rpc, DeliversRequestsAndResults) {
+    // An odd address on the caller's side.
+    const std::vector<uint8_t> buffer = Numbers(65);
+    uint32_t size = 99;
+    uint32_t result = 99;
+    EXPECT_EQ(MundCall(MUND_OP_CwpTunnel, buffer.data() + 1, 64, nullptr, 0, &size, &result),
+              MUND_STATUS_OK);
+    EXPECT_EQ(result, 7u);
+    EXPECT_EQ(size, 0u);
+    EXPECT_TRUE(seen.aligned);
+    EXPECT_TRUE(std::equal(seen.request.begin(), seen.request.end(), buffer.begin() + 1));
+    EXPECT_TRUE(seen.freed.empty()) << "there was no reply";
+
+    EXPECT_EQ(MundCall(MUND_OP_VerifyRcdReset, nullptr, 0, nullptr, 0, &size, &result),
+              MUND_STATUS_OK);
+    EXPECT_TRUE(seen.aligned) << "an empty request has an address";
+}
+
+TEST_F(Rpc, ReturnsRepliesAndReleasesThem) {
+    const Outcome fits = Call(MUND_OP_WapiTunnel, Numbers(8), 4);
+    EXPECT_EQ(fits.status, MUND_STATUS_OK);
+    EXPECT_EQ(fits.result, 0u);
+    EXPECT_EQ(fits.reply, std::vector<uint8_t>(4, 0x5A));
+    EXPECT_EQ(seen.freed.size(), 1u);
+
+    replySize = 65;
+    const Outcome tooLong = Call(MUND_OP_WapiTunnel, Numbers(8), 64);
+    EXPECT_EQ(tooLong.status, MUND_STATUS_REPLY_TOO_LONG);
+    EXPECT_TRUE(tooLong.reply.empty());
+    EXPECT_EQ(seen.freed.size(), 2u);
+
+    standin::FailCall("RPC_IdlMsgCreate");
+    const Outcome none = Call(MUND_OP_WapiTunnel, Numbers(8));
+    standin::ClearFaults();
+    EXPECT_EQ(none.status, MUND_STATUS_OK);
+    EXPECT_EQ(none.result, 1u);
+    EXPECT_TRUE(none.reply.empty());
+    EXPECT_EQ(seen.freed.size(), 2u);
+}
+
+TEST_F(Rpc, RefusesOtherLengthsThanAnOperationReads) {
+    const std::vector<uint8_t> batchOfTwo = BatchOf(2), hugeCount(8, 0xFF);
+    struct {
+        uint32_t operation;
+        std::vector<uint8_t> request;
+        MundStatus status;
+    } const cases[] = {
+        {MUND_OP_CwpTunnel, Numbers(63), MUND_STATUS_BAD_LENGTH},
+        {MUND_OP_CwpTunnel, Numbers(65), MUND_STATUS_BAD_LENGTH},
+        {MUND_OP_CwpTunnel, {}, MUND_STATUS_BAD_LENGTH},
+        {MUND_OP_VerifyRcdReset, Numbers(1), MUND_STATUS_BAD_LENGTH},
+        {MUND_OP_BatchReconciliation, batchOfTwo, MUND_STATUS_OK},
+        {MUND_OP_BatchReconciliation,
+         {batchOfTwo.begin(), batchOfTwo.end() - 1},
+         MUND_STATUS_BAD_LENGTH},
+        {MUND_OP_BatchReconciliation,
+         {batchOfTwo.begin(), batchOfTwo.begin() + 7},
+         MUND_STATUS_BAD_LENGTH},
+        {MUND_OP_BatchReconciliation, hugeCount, MUND_STATUS_BAD_LENGTH},
+        {MUND_OP_KaTunnel, Numbers(24), MUND_STATUS_NO_OPERATION},
+        {MUND_OP_CwpPingStat, Numbers(28), MUND_STATUS_NO_OPERATION},
+        {MUND_OPERATION_COUNT, {}, MUND_STATUS_NO_OPERATION},
+    };
+    for (const auto &[operation, request, status] : cases) {
+        seen = {};
+        EXPECT_EQ(Call(operation, request).status, status)
+            << "operation " << operation << " with " << request.size() << " bytes";
+        EXPECT_EQ(seen.calls, status == MUND_STATUS_OK ? 1u : 0u);
+    }
+}
+
+TEST_F(Rpc, UnpacksBatches) {
+    const std::vector<uint8_t> wire = BatchOf(3);
+    EXPECT_EQ(Call(MUND_OP_BatchReconciliation, wire).result, 0u);
+    EXPECT_EQ(seen.records, std::vector<uint8_t>(wire.begin() + 8, wire.end()));
+    EXPECT_TRUE(std::equal(wire.begin(), wire.begin() + 8, seen.request.begin()));
+
+    EXPECT_EQ(Call(MUND_OP_BatchReconciliation, std::vector<uint8_t>(8)).result, 2u);
+    EXPECT_TRUE(seen.records.empty());
+}
+
+TEST_F(Rpc, ClosingWaitsForRunningCalls) {
+    std::latch runningHere(1);
+    std::latch finishHere(1);
+    running = &runningHere;
+    finish = &finishHere;
+    std::thread caller([] {
+        const Outcome outcome = Call(MUND_OP_ResetPktStatistics, {});
+        EXPECT_EQ(outcome.status, MUND_STATUS_OK);
+        EXPECT_EQ(outcome.reply.size(), 4u);
+    });
+    runningHere.wait();
+    std::atomic<bool> closed{false};
+    size_t freedAtClose = 0;
+    std::thread control([&] {
+        EXPECT_EQ(RavelRpcServerUnReg(MUND_SERVICE_NAME), 0u);
+        freedAtClose = seen.freed.size();
+        closed = true;
+    });
+    MundStatus late = MUND_STATUS_OK;
+    do {
+        late = Call(MUND_OP_VerifyRcdReset, {}).status;
+    } while (late == MUND_STATUS_OK);
+    EXPECT_EQ(late, MUND_STATUS_NO_SERVICE);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(closed);
+    finishHere.count_down();
+    control.join();
+    caller.join();
+    EXPECT_EQ(freedAtClose, 1u) << "closing includes the release of the reply";
+}
+
+TEST_F(Rpc, OpensOnceAndOnlyForAValidRecord) {
+    LyrKesRpcServerRegInfo info = Registration();
+    EXPECT_EQ(RegRavelRpcServerToKes(&info), 2u);
+    EXPECT_EQ(RavelRpcServerUnReg("OtherService"), 1u);
+    EXPECT_EQ(RavelRpcServerUnReg(MUND_SERVICE_NAME), 0u);
+    EXPECT_EQ(RavelRpcServerUnReg(MUND_SERVICE_NAME), 1u);
+    EXPECT_EQ(Call(MUND_OP_VerifyRcdReset, {}).status, MUND_STATUS_NO_SERVICE);
+
+    ++info.serviceNumber;
+    EXPECT_EQ(RegRavelRpcServerToKes(&info), 1u);
+    info = Registration();
+    std::memset(info.serviceName, 'L', sizeof(info.serviceName));
+    EXPECT_EQ(RegRavelRpcServerToKes(&info), 1u);
+}
+
+TEST(RpcTables, EndBehindTheirLastEntry) {
+    EXPECT_STREQ(MundOperationName(MUND_OP_CwpTraceRecord), "CwpTraceRecord");
+    EXPECT_EQ(MundOperationName(MUND_OPERATION_COUNT), nullptr);
+    EXPECT_EQ(MundRequestSize(MUND_OPERATION_COUNT), 0u);
+    EXPECT_EQ(MundReplySize(UINT32_MAX), 0u);
+    std::set<std::string> texts;
+    for (uint32_t status = 0; status <= MUND_STATUS_COUNT; ++status) {
+        texts.insert(MundStatusText(static_cast<MundStatus>(status)));
+    }
+    EXPECT_EQ(texts.size(), MUND_STATUS_COUNT + 1u);
+}
+
+}  // namespace

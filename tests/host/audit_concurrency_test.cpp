@@ -1,0 +1,310 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <thread>
+
+#include "audits.h"
+#include "standin/packet_path.h"
+
+namespace {
+
+using namespace host_test;
+using namespace std::chrono_literals;
+
+// The instances: the tunnels of two come, move and go, unconfirmed as often as not; those of one
+// are confirmed in each of its audits, and one is never audited.
+constexpr uint32_t kChanging = 2, kConfirmed = 2, kLeftAlone = 3, kInstances = 4;
+// Tunnels and sessions below this number change owners.
+constexpr uint32_t kMoving = 24;
+// Those that stay are numbered by their owner.
+constexpr uint32_t Kept(uint32_t nodeId) {
+    return 100 + nodeId;
+}
+
+// Does something to each of the tables.
+template <class Action>
+void ForEachTable(Action action) {
+    action(Ipv4Tunnels{});
+    action(Ipv6Tunnels{});
+    action(KaSessions{});
+}
+
+// The management plane, which calls whether the service is open or not.
+class Caller {
+  public:
+    template <class Request>
+    bool operator()(MundOperation operation, const Request &request) {
+        return Run(operation, &request, sizeof(request), nullptr, 0);
+    }
+
+    bool operator()(const Records &records) {
+        const std::vector<uint8_t> wire = Batch(records);
+        return Run(MUND_OP_BatchReconciliation, wire.data(), wire.size(), nullptr, 0);
+    }
+
+    // True if the operation ran.
+    bool Run(MundOperation operation, const void *request, size_t size, void *reply,
+             uint32_t capacity) {
+        uint32_t replySize = 0, result = 0;
+        const MundStatus status = MundCall(operation, request, static_cast<uint32_t>(size), reply,
+                                           capacity, &replySize, &result);
+        const bool ran = status == MUND_STATUS_OK;
+        const bool sane = ran ? (result <= 1 || result == kError) && replySize == capacity
+                              : status == MUND_STATUS_NO_SERVICE;
+        wrong += sane ? 0 : 1;
+        return ran;
+    }
+
+    std::atomic<int> wrong{0};
+};
+
+// Lets the audits that confirm what stays be sent only while it is there: what is added while an
+// audit is open goes with its end.
+class KeptThere {
+  public:
+    void Set(bool there) {
+        const std::lock_guard lock(mutex_);
+        there_ = there;
+    }
+    void Send(Caller &call, const Records &records) {
+        const std::lock_guard lock(mutex_);
+        if (there_) {
+            call(records);
+        }
+    }
+
+  private:
+    std::mutex mutex_;
+    bool there_ = false;
+};
+
+void SendAudits(Caller &call, KeptThere &keptThere, uint32_t round) {
+    const uint32_t changing = round % kChanging;
+    Records kept = {Begin(kConfirmed)};
+    call(MUND_OP_Reconciliation, Begin(changing));
+    ForEachTable([&]<class Table>(Table) {
+        for (uint32_t n = round % 3; n < kMoving; n += 3) {
+            call(MUND_OP_Reconciliation, Confirmation<Table>(n, changing));
+        }
+        kept.push_back(Confirmation<Table>(Kept(kConfirmed), kConfirmed));
+        kept.push_back(Confirmation<Table>(Kept(kLeftAlone), kConfirmed));  // in vain
+    });
+    call(MUND_OP_Reconciliation, Finish(changing));
+    kept.push_back(Finish(kConfirmed));
+    keptThere.Send(call, kept);
+}
+
+void ChangeTunnels(Caller &call, uint32_t round) {
+    ForEachTable([&]<class Table>(Table) {
+        const uint32_t n = round % kMoving;
+        const uint32_t operation = round % 5 == 0 ? kDelete : kAdd;
+        call(Table::kOperation, Table::Request(operation, n, round / kMoving % kChanging));
+    });
+}
+
+// Reads the verify records, and clears them now and then.
+class RecordReader {
+  public:
+    void operator()(Caller &call, uint32_t round) {
+        LyrKesVerifyRcdGetRsp reply = {};
+        const uint8_t request[3] = {};
+        if (call.Run(MUND_OP_VerifyRcdGet, request, sizeof(request), &reply, sizeof(reply))) {
+            wrong += IsWhole(reply) ? 0 : 1;
+            seen += reply.rcdNum;
+        }
+        if (round % 16 == 0) {
+            call.Run(MUND_OP_VerifyRcdReset, nullptr, 0, nullptr, 0);
+        }
+    }
+
+    std::atomic<uint64_t> seen{0};
+    std::atomic<int> wrong{0};
+
+  private:
+    static bool IsWhole(const LyrKesVerifyRcdGetRsp &reply) {
+        if (reply.msgLen != sizeof(reply) || reply.rcdNum > LYR_KES_VERIFY_RCD_NUM) {
+            return false;
+        }
+        const std::span records(reply.records);
+        return std::ranges::all_of(records.first(reply.rcdNum), IsRecord) &&
+               std::ranges::all_of(records.subspan(reply.rcdNum), [](const LyrKesVerifyRcd &free) {
+                   return free.time == 0 && free.excptType == 0 && free.tunnel.srcPort == 0;
+               });
+    }
+    static bool IsRecord(const LyrKesVerifyRcd &record) {
+        const LyrKesVerifyTunnel &tunnel = record.tunnel;
+        const uint32_t host =
+            tunnel.ipVer == 0 ? tunnel.srcIpv4 - capwap::Ipv4("172.16.0.0") : tunnel.srcIpv6[7];
+        return record.excptType == 1 && record.time != 0 && tunnel.srcPort == 5246 &&
+               host < kMoving;
+    }
+};
+
+// A forwarding thread that also takes what the instances get.
+class Traffic {
+  public:
+    Traffic() {
+        for (uint32_t number = 0; number < kInstances; ++number) {
+            instances_.push_back(std::make_unique<Instance>(number, 0));
+        }
+        ForEachTable([this]<class Table>(Table) {
+            for (const uint32_t n : {1u, 7u, Kept(kConfirmed), Kept(kLeftAlone)}) {
+                numbers_.push_back(n);
+                frames_.push_back(capwap::BuildFrame(Table::Frame(n)));
+            }
+        });
+        taken_ = received_ = std::vector<uint64_t>(frames_.size());
+    }
+
+    void Forward(uint32_t round) {
+        const size_t kind = round % frames_.size();
+        HostMbuf *packet = pool_.Receive(frames_[kind], {.number = kind});
+        if (standin::RunReceivePath(packet) == standin::Fate::kTaken) {
+            ++taken_[kind];
+        } else {
+            standin::MbufPool::Release(packet);
+        }
+        for (uint32_t instance = 0; instance < kInstances; ++instance) {
+            while (const Packet arrived = instances_[instance]->Receive()) {
+                const size_t arrivedKind = standin::MetaOf(arrived.get()).arrival.number;
+                const uint32_t n = numbers_[arrivedKind];
+                ++received_[arrivedKind];
+                astray_ += n < kMoving ? instance >= kChanging : Kept(instance) != n;
+            }
+        }
+        everyKindArrived_ = std::ranges::count(received_, 0u) == 0;
+    }
+
+    bool EveryKindArrived() const {
+        return everyKindArrived_;
+    }
+
+    void ExpectConservation() const {
+        EXPECT_EQ(pool_.InUse(), 0u) << "packets lost";
+        EXPECT_EQ(received_, taken_);
+        EXPECT_EQ(astray_, 0u);
+    }
+
+  private:
+    standin::MbufPool pool_{64};
+    std::vector<std::unique_ptr<Instance>> instances_;
+    std::vector<uint32_t> numbers_;  // by kind, as all that follow
+    std::vector<capwap::Bytes> frames_;
+    std::vector<uint64_t> taken_, received_;
+    uint64_t astray_ = 0;
+    std::atomic<bool> everyKindArrived_{false};
+};
+
+void AddKept() {
+    DeclareController();
+    ForEachTable([]<class Table>(Table) {
+        for (const uint32_t nodeId : {kConfirmed, kLeftAlone}) {
+            ASSERT_EQ(Change<Table>(kAdd, Kept(nodeId), nodeId), 0u);
+        }
+    });
+}
+
+void ExpectKept() {
+    ForEachTable([]<class Table>(Table) {
+        for (const uint32_t nodeId : {kConfirmed, kLeftAlone}) {
+            const Packet packet = MakePacket(Table::Frame(Kept(nodeId)));
+            EXPECT_EQ(Table::kLookUp(packet.get()), LYR_DIST_OK);
+            EXPECT_EQ(HostMbufGetLbKey(packet.get()), nodeId) << Table::kName;
+        }
+    });
+}
+
+class AuditConcurrency : public EngineTest {
+  protected:
+    void SetUp() override {
+        EngineTest::SetUp();
+        standin::SetLineSink([this](standin::LineKind kind, std::string_view line) {
+            removals_ += line.starts_with("recon del ");
+            assertions_ += kind == standin::LineKind::kAssertion;
+        });
+        // Few buckets, so that sweeps are many and neighbours meet in a chain.
+        standin::SetCapability("WCWP_SPEC_MAX_LINK_NUM", 8);
+        standin::SetCapability("WCWP_SPEC_MAX_DATA_LINK_NUM", 8);
+        TraceOn(0);
+    }
+
+    void Stop() {
+        EXPECT_EQ(LyrKes_Exit(), 0u);
+        standin::JoinCreatedThreads();
+        EXPECT_THAT(standin::ModuleMemoryByTag(kModuleId), testing::IsEmpty());
+        EXPECT_EQ(standin::CurrentHoldings(), standin::Holdings{});
+    }
+
+    // With nothing else going on: audits of all instances take all that there is.
+    void ExpectAuditsToEmptyTheTables() {
+        standin::WaitUntilCreatedThreadsIdle();
+        uint64_t entries = 0;
+        ForEachTable([&]<class Table>(Table) { entries += EntriesOf<Table>().size(); });
+        const uint64_t before = removals_;
+        for (uint32_t nodeId = 0; nodeId < kInstances; ++nodeId) {
+            // One that is open may have marks in it.
+            Audit({Begin(nodeId), Finish(nodeId), Begin(nodeId), Finish(nodeId)});
+        }
+        EXPECT_EQ(removals_ - before, entries);
+        ForEachTable([&]<class Table>(Table) { EXPECT_TRUE(EntriesOf<Table>().empty()); });
+    }
+
+    std::atomic<uint64_t> removals_{0}, assertions_{0};
+};
+
+TEST_F(AuditConcurrency, AuditsChangesLookUpsReadsAndStopsAtOnce) {
+    Caller call;
+    KeptThere keptThere;
+    RecordReader reader;
+    Traffic traffic;
+    std::atomic<bool> stopping{false};
+    std::vector<std::thread> threads;
+    auto keepDoing = [&](auto action) {
+        threads.emplace_back([&stopping, action] {
+            for (uint32_t round = 0; !stopping; ++round) {
+                action(round);
+                std::this_thread::sleep_for(50us);
+            }
+        });
+    };
+    keepDoing([&](uint32_t round) { SendAudits(call, keptThere, round); });
+    keepDoing([&](uint32_t round) { ChangeTunnels(call, round); });
+    keepDoing([&](uint32_t round) { reader(call, round); });
+    keepDoing([&](uint32_t round) { traffic.Forward(round); });
+
+    const auto deadline = std::chrono::steady_clock::now() + 60s;
+    const auto allSeen = [&] {
+        return removals_ > 0 && reader.seen > 0 && traffic.EveryKindArrived();
+    };
+    for (int round = 0;; ++round) {
+        SCOPED_TRACE(round);
+        EXPECT_EQ(LyrKes_Init(), 0u);
+        AddKept();
+        keptThere.Set(true);
+        std::this_thread::sleep_for(60ms);
+        ExpectKept();
+        if ((round >= 12 && allSeen()) || std::chrono::steady_clock::now() > deadline) {
+            break;
+        }
+        keptThere.Set(false);
+        Stop();
+    }
+    EXPECT_TRUE(allSeen()) << removals_ << " removals, " << reader.seen << " records";
+    stopping = true;
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    ExpectAuditsToEmptyTheTables();
+    Stop();
+    traffic.Forward(0);  // takes what came last
+    traffic.ExpectConservation();
+    EXPECT_EQ(call.wrong, 0);
+    EXPECT_EQ(reader.wrong, 0);
+    EXPECT_EQ(assertions_, 0u);
+}
+
+}  // namespace

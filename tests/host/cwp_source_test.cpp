@@ -1,0 +1,277 @@
+#include "packet/cwp_source.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "dfx/debug_trace.h"
+#include "dist_tables.h"
+#include "packet/cwp_source_match.h"
+
+namespace {
+
+using namespace host_test;
+using namespace std::chrono_literals;
+using standin::LineKind;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+// A record of the table.
+struct Record {
+    uint32_t position;
+    uint32_t type, ifIndex;
+    const char *words;  // "version, word 0|the four words", in hexadecimal
+};
+
+Texts Dump(const std::vector<Record> &records) {
+    Texts lines = {"[LYR-HOST][Begin]query host capwap src info"};
+    for (const Record &record : records) {
+        lines.push_back("[LYR-HOST][Query]capwap src index " + std::to_string(record.position) +
+                        ", srcType " + std::to_string(record.type) + ", ifIndex " +
+                        std::to_string(record.ifIndex) + ", ipVer " + record.words);
+    }
+    lines.push_back("[LYR-HOST][End]capwap src info total records " +
+                    std::to_string(records.size()));
+    return lines;
+}
+
+class CwpSource : public TracedHostTest {
+  protected:
+    Texts Dumped() {
+        ForgetLines();
+        LyrKes_QueryCwpSrc();
+        return TakeReports();
+    }
+};
+
+LyrKesCwpSrcEntry Entry(uint32_t type, const char *ip, uint32_t ifIndex) {
+    return SourceRequest(kAdd, type, ip, ifIndex).source;
+}
+
+constexpr const char *kOnes = "4, ip 0x1010101|1010101:0:0:0";
+constexpr const char *kTwos = "4, ip 0x2020202|2020202:0:0:0";
+constexpr const char *kThrees = "4, ip 0x3030303|3030303:0:0:0";
+constexpr const char *kSix = "6, ip 0x20010db8|20010db8:0:0:1";
+
+// What a step's line says of it.
+struct Outcome {
+    const char *verb, *end;
+};
+constexpr Outcome kAdded = {"Add", "."}, kRefreshed = {"Refresh", "."};
+constexpr Outcome kDeleted = {"Del", ""}, kNotFound = {"Del", ", not found."};
+
+struct Step {
+    uint32_t operation, type;
+    const char *ip;
+    uint32_t ifIndex;
+    Outcome outcome;
+};
+
+// The address as the lines have it.
+std::string AddressText(const char *ip) {
+    HostIpAddr address = {};
+    const LyrKesRpcIpAddr given = Address(ip);
+    LyrKes_FillInHostIpAddr(given.ipVer == 0, given.ipv4Addr, given.ipv6Addr, &address);
+    char text[80];
+    std::snprintf(text, sizeof(text), "SrcIpVer %u SrcIp 0x%x SrcIpv6 %x:%x:%x:%x", address.ipVer,
+                  address.ip[0], address.ip[0], address.ip[1], address.ip[2], address.ip[3]);
+    return text;
+}
+
+std::string LineOf(const Step &step) {
+    return std::string(step.outcome.verb) + " Cwp Type " + std::to_string(step.type) + " " +
+           AddressText(step.ip) + " SrcIf " + std::to_string(step.ifIndex) + step.outcome.end;
+}
+
+TEST_F(CwpSource, AddsRefreshesAndDeletes) {
+    const struct {
+        const char *name;
+        std::vector<Step> steps;
+        std::vector<Record> records;
+    } scenarios[] = {
+        {"an interface source is known by its interface",
+         {{kAdd, 2, "1.1.1.1", 10, kAdded},
+          {kAdd, 2, "2.2.2.2", 10, kRefreshed},
+          {kAdd, 2, "2.2.2.2", 11, kAdded},
+          {kAdd, 3, "3.3.3.3", 10, kAdded},
+          {kDelete, 2, "9.9.9.9", 11, kDeleted}},
+         {{0, 2, 10, kTwos}, {2, 3, 10, kThrees}}},
+        {"and by its IP version",
+         {{kAdd, 3, "1.1.1.1", 10, kAdded},
+          {kAdd, 3, "2001:db8::1", 10, kAdded},
+          {kDelete, 3, "::", 10, kDeleted}},
+         {{0, 3, 10, kOnes}}},
+        {"an address source is known by its address",
+         {{kAdd, 1, "1.1.1.1", 10, kAdded},
+          {kAdd, 1, "1.1.1.1", 20, kRefreshed},
+          {kAdd, 4, "1.1.1.1", 10, kAdded},
+          {kAdd, 4, "2001:db8::1", 10, kAdded},
+          {kDelete, 4, "1.1.1.2", 10, kNotFound},
+          {kDelete, 4, "2001:db8::2", 10, kNotFound},
+          {kDelete, 4, "1.1.1.1", 99, kDeleted}},
+         {{0, 1, 20, kOnes}, {2, 4, 10, kSix}}},
+        {"types without a key are never found",
+         {{kAdd, 0, "1.1.1.1", 1, kAdded},
+          {kAdd, 0, "1.1.1.1", 1, kAdded},
+          {kAdd, 6, "1.1.1.1", 1, kAdded},
+          {kDelete, 0, "1.1.1.1", 1, kNotFound},
+          {kDelete, 6, "1.1.1.1", 1, kNotFound},
+          {kDelete, 5, "0.0.0.0", 0, kNotFound}},
+         {{0, 0, 1, kOnes}, {1, 0, 1, kOnes}, {2, 6, 1, kOnes}}},
+    };
+    for (const auto &[name, steps, records] : scenarios) {
+        SCOPED_TRACE(name);
+        LyrKes_InitCwpSrcInfo();
+        for (const Step &step : steps) {
+            ForgetLines();
+            const auto request = SourceRequest(step.operation, step.type, step.ip, step.ifIndex);
+            EXPECT_EQ(Call(MUND_OP_CwpSrc, request), 0u);
+            EXPECT_THAT(TakeReports(), ElementsAre(LineOf(step)));
+        }
+        EXPECT_EQ(Dumped(), Dump(records));
+    }
+    ForgetLines();
+    Call(MUND_OP_CwpSrc, SourceRequest(kDelete, 2, "2001:db8::1", 7));
+    EXPECT_THAT(TakeReports(),
+                ElementsAre("Del Cwp Type 2 SrcIpVer 6 SrcIp 0x20010db8 SrcIpv6 20010db8:0:0:1 "
+                            "SrcIf 7, not found."));
+}
+
+TEST_F(CwpSource, FillsFromTheFirstFreePosition) {
+    auto add = [](uint32_t last) {
+        return Call(MUND_OP_CwpSrc, SourceRequest(kAdd, 1, "10.0.0." + std::to_string(last), last));
+    };
+    for (uint32_t i = 0; i < 8; ++i) {
+        EXPECT_EQ(add(i), 0u);
+        EXPECT_EQ(g_LyrHostCwpSrcRcd[i].ifIndex, i);
+    }
+    CwpSrcRcd full[8];
+    std::memcpy(full, g_LyrHostCwpSrcRcd, sizeof(full));
+    ForgetLines();
+    EXPECT_EQ(add(8), 1u);
+    EXPECT_THAT(
+        TakeReports(),
+        ElementsAre(
+            "Add Cwp Type 1 SrcIpVer 4 SrcIp 0xa000008 SrcIpv6 a000008:0:0:0 SrcIf 8 fail"));
+    EXPECT_EQ(std::memcmp(full, g_LyrHostCwpSrcRcd, sizeof(full)), 0);
+
+    ASSERT_EQ(Call(MUND_OP_CwpSrc, SourceRequest(kDelete, 1, "10.0.0.2", 7)), 0u);
+    const CwpSrcRcd free = {.srcType = CWP_SRC_FREE, .ifIndex = 0, .address = {}};
+    EXPECT_EQ(std::memcmp(&free, &g_LyrHostCwpSrcRcd[2], sizeof(free)), 0) << "zeroed but for type";
+    EXPECT_EQ(add(9), 0u);
+    EXPECT_EQ(g_LyrHostCwpSrcRcd[2].ifIndex, 9u);
+}
+
+TEST_F(CwpSource, ReconciliationStatesTheWholeTable) {
+    LyrKesCwpSrcReconReq request = {};
+    for (LyrKesCwpSrcEntry &entry : request.entries) {
+        entry = Entry(1, "9.9.9.9", 9);
+    }
+    ASSERT_EQ(Call(MUND_OP_CwpSrcReconciliation, request), 0u);
+    request = {};
+    request.entries[0] = Entry(4, "1.1.1.1", 10);
+    request.entries[0].srcAddr.ipv6Addr[7] = 1;  // not an IPv6 source
+    request.entries[1] = Entry(0, "2.2.2.2", 11);
+    request.entries[3] = Entry(3, "2001:db8::1", 12);
+    request.entries[3].srcAddr.ipv4Addr = 5;
+    request.entries[5] = Entry(7, "3.3.3.3", 13);
+    ASSERT_EQ(Call(MUND_OP_CwpSrcReconciliation, request), 0u);
+    EXPECT_EQ(Dumped(), Dump({{0, 4, 10, kOnes}, {3, 3, 12, kSix}, {5, 7, 13, kThrees}}));
+    const CwpSrcRcd free = {.srcType = CWP_SRC_FREE, .ifIndex = 0, .address = {}};
+    for (const size_t i : {1, 2, 4, 6, 7}) {
+        EXPECT_EQ(std::memcmp(&free, &g_LyrHostCwpSrcRcd[i], sizeof(free)), 0) << "position " << i;
+    }
+
+    CwpSrcRcd before[8];
+    std::memcpy(before, g_LyrHostCwpSrcRcd, sizeof(before));
+    const std::string failure =
+        "g_LyrHostCwpSrcRcd memcpy_s failed, err = " + std::to_string(ERANGE);
+    standin::FailCall("memcpy_s");
+    ForgetLines();
+    EXPECT_EQ(Call(MUND_OP_CwpSrcReconciliation, LyrKesCwpSrcReconReq{}), 1u);
+    EXPECT_THAT(TakeReports(), ElementsAre(failure));
+    const CwpSrcRcd image[9] = {};
+    EXPECT_EQ(LyrKes_SetCwpSrcInfo(image, 225), 1u);
+    EXPECT_THAT(TakeReports(), ElementsAre(failure));
+    EXPECT_EQ(std::memcmp(before, g_LyrHostCwpSrcRcd, sizeof(before)), 0);
+
+    EXPECT_EQ(LyrKes_SetCwpSrcInfo(image, 4 * sizeof(CwpSrcRcd)), 0u);
+    EXPECT_EQ(g_LyrHostCwpSrcRcd[3].srcType, 0u);
+    EXPECT_EQ(g_LyrHostCwpSrcRcd[4].srcType, CWP_SRC_FREE) << "beyond the length";
+}
+
+TEST_F(CwpSource, StartFreesAndStopZeroes) {
+    EXPECT_EQ(Dumped(), Dump({}));
+    ASSERT_EQ(Call(MUND_OP_CwpSrc, SourceRequest(kAdd, 1, "1.1.1.1", 1)), 0u);
+    LyrKes_Exit();
+    standin::JoinCreatedThreads();
+    const CwpSrcRcd zeros[8] = {};
+    EXPECT_EQ(std::memcmp(zeros, g_LyrHostCwpSrcRcd, sizeof(zeros)), 0);
+    ASSERT_EQ(LyrKes_Init(), 0u);
+    EXPECT_EQ(Dumped(), Dump({}));
+    TraceOn(LYR_TRACE_FAILURE);
+    EXPECT_THAT(Dumped(), IsEmpty()) << "the dump is of level 2";
+}
+
+// Two configurations replace each other. Whoever met a mixture of them would refuse the first
+// packet, which both admit, or admit one of the others, which neither does.
+TEST_F(CwpSource, ReadersNeverSeeAMixture) {
+    TraceOff();
+    LyrKesCwpSrcReconReq one = {}, other = {};
+    one.entries[7] = Entry(1, "10.0.0.1", 1);
+    other.entries[1] = Entry(1, "10.0.0.1", 1);
+    one.entries[0] = Entry(1, "2001:db8:1:1:1:1:1:1", 1);
+    other.entries[0] = Entry(1, "2001:db8:2:2:2:2:2:2", 1);
+    one.entries[3] = Entry(5, "0.0.0.0", 9);  // of a free record, the interface does not count
+    other.entries[3] = Entry(1, "0.0.0.0", 8);
+    one.entries[4] = Entry(1, "10.0.0.7", 1);
+    other.entries[4] = Entry(1, "a00:8::", 1);
+    ASSERT_EQ(Call(MUND_OP_CwpSrcReconciliation, one), 0u);
+
+    std::atomic<bool> stopping{false};
+    auto replace = [&](const LyrKesCwpSrcReconReq &first, const LyrKesCwpSrcReconReq &second) {
+        while (!stopping) {
+            LyrHost_Kes_CwpSrcReconciliation(&first, nullptr);
+            LyrHost_Kes_CwpSrcReconciliation(&second, nullptr);
+            // Readers look again until nothing is written meanwhile: writing without end keeps
+            // them out without end.
+            std::this_thread::sleep_for(20us);
+        }
+    };
+    std::thread firstWriter(replace, other, one), secondWriter(replace, one, other);
+
+    const struct {
+        const char *src, *dst;
+        uint32_t port;
+        bool admitted;
+    } cases[] = {
+        {"192.0.2.1", "10.0.0.1", 1, true},
+        {"2001:db8::9", "2001:db8:1:1:2:2:2:2", 1, false},
+        {"2001:db8::9", "2001:db8:2:2:1:1:1:1", 1, false},
+        {"192.0.2.1", "255.255.255.255", 9, false},
+        {"192.0.2.1", "10.0.0.8", 1, false},
+    };
+    std::vector<Packet> packets;
+    for (const auto &row : cases) {
+        packets.push_back(MakePacket(UdpFrame(row.src, 5246, row.dst, 5246, capwap::Bytes(20)),
+                                     {.rxPort = row.port}));
+    }
+    std::array<int, std::size(cases)> wrong = {};
+    const auto end = std::chrono::steady_clock::now() + 500ms;
+    while (std::chrono::steady_clock::now() < end) {
+        for (size_t i = 0; i < std::size(cases); ++i) {
+            wrong[i] += LyrHost_IsPktMatchCwpSrc(packets[i].get()) != cases[i].admitted ? 1 : 0;
+        }
+    }
+    stopping = true;
+    firstWriter.join();
+    secondWriter.join();
+    EXPECT_THAT(wrong, ::testing::Each(0));
+    const bool isOne = g_LyrHostCwpSrcRcd[7].srcType == CWP_SRC_ADDRESS;
+    EXPECT_EQ(g_LyrHostCwpSrcRcd[1].srcType, isOne ? CWP_SRC_FREE : CWP_SRC_ADDRESS);
+    EXPECT_EQ(g_LyrHostCwpSrcRcd[0].address.ip[3], isOne ? 0x10001u : 0x20002u);
+}
+
+}  // namespace

@@ -1,0 +1,142 @@
+// The levelled diagnostic log, the IM agent log and the per-packet print.
+#include "module/diag_log.h"
+
+#include <gmock/gmock.h>
+
+#include "host_fixture.h"
+
+using namespace host_test;
+using standin::LineKind;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+namespace {
+
+constexpr uint32_t kFailed = 0xFFFFFFFF;
+
+class DiagLogTest : public EngineTest {
+  protected:
+    void TearDown() override {
+        standin::SetMasterBoardIp(0x7F000001);
+        EngineTest::TearDown();
+    }
+};
+
+TEST_F(DiagLogTest, LevelsAndSwitch) {
+    for (const uint32_t level : {0u, 1u, 2u, 3u, 4u, 5u, 0xFFFFFFFFu}) {
+        SCOPED_TRACE(level);
+        TraceOff();
+        LYR_KES_DiagLog(level, "off");
+        EXPECT_THAT(Lines(LineKind::kReport), IsEmpty());
+        // The log does not ask for the trace's levels.
+        TraceOn(0);
+        standin::CountCalls();
+        LYR_KES_DiagLog(level, nullptr);
+        LYR_KES_DiagLog(level, "%s %u of %d%%", "line", 7u, -1);
+        const bool emitted = level <= 2;
+        EXPECT_EQ(standin::CallCount("vsnprintf_s"), emitted ? 1u : 0u);
+        EXPECT_EQ(Lines(LineKind::kReport).size(), emitted ? 1u : 0u);
+        if (emitted) {
+            EXPECT_THAT(Lines(LineKind::kReport), ElementsAre("line 7 of -1%"));
+        }
+        EXPECT_THAT(TakeLines(LineKind::kAgentLog), IsEmpty());
+    }
+}
+
+TEST_F(DiagLogTest, LongAndUnformattableLines) {
+    TraceOn();
+    const std::string longest(255, '%');
+    LYR_KES_DiagLog(LYR_HOST_ERR, "%s", longest.c_str());
+    EXPECT_THAT(TakeReports(), ElementsAre(longest));
+    LYR_KES_DiagLog(LYR_HOST_ERR, "%s!", longest.c_str());
+    standin::FailCall("vsnprintf_s");
+    LYR_KES_DiagLog(LYR_HOST_ERR, "lost");
+    EXPECT_THAT(TakeReports(), IsEmpty());
+}
+
+TEST_F(DiagLogTest, LevelNames) {
+    const char *const kNames[] = {"LYR_HOST_EMER", "LYR_HOST_ERR", "LYR_HOST_WARN", "LYR_HOST_INFO",
+                                  "LYR_HOST_DEBUG"};
+    for (uint32_t level = 0; level < 5; ++level) {
+        EXPECT_STREQ(LYR_KES_GetDiagTypeStr(level), kNames[level]);
+    }
+    EXPECT_EQ(LYR_KES_GetDiagTypeStr(5), nullptr);
+    EXPECT_EQ(LYR_KES_GetDiagTypeStr(0xFFFFFFFF), nullptr);
+}
+
+TEST_F(DiagLogTest, DebugOutput) {
+    standin::FailEveryCall("TovIMDebugReport");
+    EXPECT_EQ(LYR_KES_SendDebugOutput("skipped"), 0u);
+    TraceOn(0);
+    EXPECT_EQ(LYR_KES_SendDebugOutput("fails"), kFailed);
+    standin::ClearFaults();
+    EXPECT_EQ(LYR_KES_SendDebugOutput("%s"), 0u);
+    EXPECT_THAT(TakeReports(), ElementsAre("%s"));
+}
+
+TEST_F(DiagLogTest, AgentMessage) {
+    standin::SetMasterBoardIp(0x0A010203);
+    EXPECT_EQ(LYR_KES_SendDiagLog(LYR_HOST_WARN, "watch %s"), 0u);
+    EXPECT_THAT(TakeLines(LineKind::kAgentLog),
+                ElementsAre("log id=0x0F2C1008 para-type=25 length=13 \"LYR_HOST_WARN\" "
+                            "para-type=25 length=23 \"[slot:0 cpu:0] watch %s\""));
+    EXPECT_EQ(standin::ImMainBoardIp(), 0x0302010Au);
+    // Levels that the log itself discards can be sent.
+    EXPECT_EQ(LYR_KES_SendDiagLog(LYR_HOST_DEBUG, ""), 0u);
+    EXPECT_THAT(TakeLines(LineKind::kAgentLog),
+                ElementsAre("log id=0x0F2C1008 para-type=25 length=14 \"LYR_HOST_DEBUG\" "
+                            "para-type=25 length=15 \"[slot:0 cpu:0] \""));
+}
+
+TEST_F(DiagLogTest, AgentMessageOfTheLongestLine) {
+    const std::string longest(511 - 15, 'x');
+    EXPECT_EQ(LYR_KES_SendDiagLog(LYR_HOST_ERR, longest.c_str()), 0u);
+    EXPECT_EQ(TakeLines(LineKind::kAgentLog).size(), 1u);
+    EXPECT_EQ(LYR_KES_SendDiagLog(LYR_HOST_ERR, (longest + "x").c_str()), kFailed);
+    EXPECT_THAT(TakeLines(LineKind::kAgentLog), IsEmpty());
+}
+
+// Each call of an agent message fails in turn: nothing is done after it, and nothing is left behind
+// (which the fixture checks).
+TEST_F(DiagLogTest, AgentMessageFailures) {
+    using Calls = std::vector<std::pair<std::string, uint32_t>>;
+    const std::pair<const char *, uint32_t> kCalls[] = {
+        {"TOV_DevmGetMasterBoardIp", 1}, {"TOV_ImSetMainBoardIP", 1}, {"sprintf_s", 1},
+        {"TOV_ImAgentMsgCreate", 1},     {"TOV_ImAgentAddPara", 1},   {"TOV_ImAgentAddPara", 2},
+        {"TOV_ImAgentSend", 1}};
+    Calls made;
+    for (const auto &[operation, call] : kCalls) {
+        SCOPED_TRACE(Text("%s %u", operation, call));
+        std::erase_if(made, [&](const auto &earlier) { return earlier.first == operation; });
+        made.emplace_back(operation, call);
+        standin::ClearFaults();
+        standin::CountCalls();
+        standin::FailCall(operation, call);
+        EXPECT_EQ(LYR_KES_SendDiagLog(LYR_HOST_ERR, "text"), kFailed);
+        EXPECT_THAT(standin::CallCounts(), testing::UnorderedElementsAreArray(made));
+        EXPECT_THAT(Lines(LineKind::kAgentLog), IsEmpty());
+        EXPECT_EQ(standin::CurrentHoldings(), standin::Holdings{});
+    }
+    standin::ClearFaults();
+    standin::CountCalls();
+    EXPECT_EQ(LYR_KES_SendDiagLog(5, "text"), kFailed);
+    EXPECT_EQ(LYR_KES_SendDiagLog(LYR_HOST_ERR, nullptr), kFailed);
+    EXPECT_THAT(standin::CallCounts(), IsEmpty());
+    standin::SetMasterBoardIp(0);
+    EXPECT_EQ(LYR_KES_SendDiagLog(LYR_HOST_ERR, "text"), kFailed);
+    EXPECT_THAT(standin::CallCounts(), ElementsAre(Pair("TOV_DevmGetMasterBoardIp", 1u)));
+}
+
+TEST_F(DiagLogTest, Print) {
+    const std::string text(2000, '%');
+    LYR_KES_DiagPrintf("[LYR_HOST]%s, %hu", "type", static_cast<uint16_t>(65535));
+    LYR_KES_DiagPrintf("%.*s", 1023, text.c_str());
+    LYR_KES_DiagPrintf("%s", text.c_str());
+    standin::FailCall("vsnprintf_truncated_s");
+    LYR_KES_DiagPrintf("lost");
+    const std::string cut(1023, '%');
+    EXPECT_THAT(Lines(LineKind::kPrint), ElementsAre("[LYR_HOST]type, 65535", cut, cut));
+}
+
+}  // namespace

@@ -1,0 +1,406 @@
+#include "lb/dist_table.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <thread>
+
+#include "dist_tables.h"
+#include "lb/dist_hash.h"
+#include "lb/dist_lifecycle.h"
+#include "lb/dist_locker.h"
+
+namespace {
+
+using namespace host_test;
+using namespace std::chrono_literals;
+using standin::LineKind;
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+
+const auto kDistAssertion =
+    AllOf(StartsWith("src/host/lyr_kes/lb/lyr_kes_dist:"), EndsWith(" code 0"));
+
+// --- hashes and keys ---
+
+uint32_t BitwiseCrc(std::span<const uint8_t> bytes) {
+    uint32_t crc = 0;
+    for (const uint8_t byte : bytes) {
+        crc ^= byte;
+        for (int bit = 0; bit < 8; ++bit) {
+            crc = crc >> 1 ^ ((crc & 1) != 0 ? 0x82F63B78 : 0);
+        }
+    }
+    return crc;
+}
+
+template <class Key>
+Key DefaultKey() {
+    Key key;
+    std::memset(&key, 0xFF, sizeof(key));
+    key.dstPort = 5246;
+    key.vpnId = 65535;
+    return key;
+}
+
+TEST(DistHash, IsTheCrcOfEveryLengthAtEveryAlignment) {
+    EXPECT_EQ(LyrKes_Hash("123456789", 9), 0x58E3FA20u);
+    std::array<uint8_t, 64> bytes = {};
+    EXPECT_EQ(LyrKes_Hash(bytes.data(), 40), 0u);
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        bytes[i] = static_cast<uint8_t>(i * 151 + 7);
+    }
+    for (uint32_t start = 0; start < 8; ++start) {
+        for (uint32_t length = 0; length <= 48; ++length) {
+            EXPECT_EQ(LyrKes_Hash(&bytes[start], length), BitwiseCrc({&bytes[start], length}))
+                << length << " bytes from " << start;
+        }
+    }
+    const auto key4 = DefaultKey<LyrKesDistIpv4Key>();
+    const auto key6 = DefaultKey<LyrKesDistIpv6Key>();
+    EXPECT_EQ(LyrKes_Hash(&key4, 16), 0x9FF6CC27u);
+    EXPECT_EQ(LyrKes_Hash(&key6, 40), 0x79E9163Bu);
+}
+
+TEST(DistHash, Djb) {
+    const struct {
+        std::vector<uint8_t> bytes;
+        uint32_t hash;
+    } cases[] = {
+        {{}, 5381},
+        {{0}, 177573},
+        {{0, 0, 0, 0, 0, 0}, 132056261},
+        {{0x00, 0x11, 0x22, 0x33, 0x44, 0x55}, 153496644},
+        {{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, 1833507039},
+        {{0x34, 0, 0, 0, 0, 1}, 19613050},  // the top bit goes
+    };
+    for (const auto &[bytes, hash] : cases) {
+        EXPECT_EQ(LyrKes_DjbHashCal(bytes.data(), static_cast<uint32_t>(bytes.size())), hash);
+    }
+}
+
+template <class Table>
+class DistTable : public HostTest {
+  protected:
+    // Calls an operation that is to meet a broken chain.
+    void ExpectBroken(const char *what, uint32_t expected, const std::function<uint32_t()> &run) {
+        ForgetLines();
+        EXPECT_EQ(run(), expected) << what;
+        EXPECT_THAT(TakeLines(LineKind::kAssertion), ElementsAre(kDistAssertion)) << what;
+        EXPECT_EQ(Table::kLocker, 0u) << what << " keeps the lock";
+    }
+};
+TYPED_TEST_SUITE(DistTable, AllTables, TableNames);
+
+TYPED_TEST(DistTable, KeysCompareAsBytes) {
+    using Key = typename TypeParam::Key;
+    for (size_t i = 0; i < sizeof(Key); ++i) {
+        Key low = {}, high = {};
+        reinterpret_cast<uint8_t *>(&high)[i] = 0x80;
+        if (i + 1 < sizeof(Key)) {
+            reinterpret_cast<uint8_t *>(&low)[i + 1] = 0xFF;
+        }
+        EXPECT_EQ(TypeParam::kKeyCmp(&low, &high), -1) << "byte " << i;
+        EXPECT_EQ(TypeParam::kKeyCmp(&high, &low), 1) << "byte " << i;
+        EXPECT_EQ(TypeParam::kKeyCmp(&high, &high), 0) << "byte " << i;
+    }
+    const Key key = {};
+    EXPECT_EQ(TypeParam::kKeyCmp(nullptr, &key), -1);
+    EXPECT_EQ(TypeParam::kKeyCmp(&key, nullptr), -1);
+    EXPECT_EQ(TypeParam::kKeyCmp(nullptr, nullptr), -1);
+}
+
+// --- chains ---
+
+TYPED_TEST(DistTable, BrokenChainEndsEveryWalk) {
+    using Table = TypeParam;
+    RestartWithOneBucket();
+    DeclareController();
+    for (const uint32_t n : {1, 2, 3}) {
+        ASSERT_EQ(Change<Table>(kAdd, n, n), 0u);
+    }
+    const auto entries = EntriesOf<Table>();  // 3, 2, 1
+    const auto memory = standin::ModuleMemory(kModuleId).blocks;
+    entries[1]->next = nullptr;
+
+    this->ExpectBroken("refresh", kError, [] { return Change<Table>(kAdd, 1, 5); });
+    this->ExpectBroken("add", kError, [] { return Change<Table>(kAdd, 9, 5); });
+    this->ExpectBroken("delete", kError, [] { return Change<Table>(kDelete, 1, 1); });
+    this->ExpectBroken("delete of none", kError, [] { return Change<Table>(kDelete, 9, 1); });
+    this->ExpectBroken("lookup", LYR_DIST_NO_TABLE, [] {
+        const Packet packet = MakePacket(Table::Frame(1));
+        const uint32_t result = Table::kLookUp(packet.get());
+        EXPECT_EQ(HostMbufGetLbKey(packet.get()), HOST_LB_KEY_NONE);
+        return result;
+    });
+
+    // What stands before the break is served.
+    const Packet packet = MakePacket(Table::Frame(3));
+    EXPECT_EQ(Table::kLookUp(packet.get()), LYR_DIST_OK);
+    EXPECT_EQ(HostMbufGetLbKey(packet.get()), 3u);
+    EXPECT_EQ(Change<Table>(kAdd, 3, 7), 0u);
+    EXPECT_THAT(this->Lines(LineKind::kAssertion), IsEmpty());
+
+    entries[1]->next = entries[2];
+    LyrKesDistBucket *const prev = std::exchange(entries[0]->prev, nullptr);
+    this->ExpectBroken("unlink", kError, [] { return Change<Table>(kDelete, 3, 7); });
+    entries[0]->prev = prev;
+    EXPECT_EQ(ContentsOf<Table>(), (Contents{{3, 7}, {2, 2}, {1, 1}}));
+    EXPECT_EQ(standin::ModuleMemory(kModuleId).blocks, memory);
+}
+
+TYPED_TEST(DistTable, DeletesAnywhereInAChain) {
+    using Table = TypeParam;
+    RestartWithOneBucket();
+    for (const uint32_t n : {1, 2, 3, 4}) {
+        ASSERT_EQ(Change<Table>(kAdd, n, n), 0u);
+    }
+    const struct {
+        uint32_t n;
+        Contents left;
+    } steps[] = {
+        {2, {{4, 4}, {3, 3}, {1, 1}}}, {4, {{3, 3}, {1, 1}}}, {1, {{3, 3}}}, {1, {{3, 3}}}, {3, {}},
+    };
+    for (const auto &[n, left] : steps) {
+        EXPECT_EQ(Change<Table>(kDelete, n, n), 0u);
+        EXPECT_EQ(ContentsOf<Table>(), left) << "without " << n;
+    }
+}
+
+TYPED_TEST(DistTable, ReleaseTakesTheEntriesAlong) {
+    using Table = TypeParam;
+    for (uint32_t n = 1; n <= 200; ++n) {
+        ASSERT_EQ(Change<Table>(kAdd, n, 1), 0u);
+    }
+    LyrKes_Exit();
+    EXPECT_THAT(standin::ModuleMemoryByTag(kModuleId), IsEmpty());
+    EXPECT_EQ(Table::kBuckets, nullptr);
+    const auto add = Table::Request(kAdd, 1, 1), remove = Table::Request(kDelete, 1, 1);
+    EXPECT_EQ(Table::kDirect(&add, nullptr), kError);
+    EXPECT_EQ(Table::kDirect(&remove, nullptr), kError);
+    standin::JoinCreatedThreads();
+    ASSERT_EQ(LyrKes_Init(), 0u);
+    EXPECT_THAT(ContentsOf<Table>(), IsEmpty());
+}
+
+// In one bucket, so that only the comparison tells keys apart.
+using DistKeys = HostTest;
+
+TEST_F(DistKeys, EveryFieldTellsTunnelsApart) {
+    RestartWithOneBucket();
+    for (const char *src : {"192.0.2.1", "2001:db8::1"}) {
+        const LyrKesCwpTunnelReq request = TunnelRequest(kAdd, src, 5246, src, 5246, 1, 7);
+        std::vector<LyrKesCwpTunnelReq> requests(7, request);
+        requests[1].srcPort = 5247;
+        requests[2].dstPort = 5247;
+        requests[3].vpnId = 8;
+        requests[4].vpnId = 0x10007;
+        requests[5].srcAddr.ipv4Addr ^= 1;
+        requests[6].dstAddr.ipv4Addr ^= 0x80000000;
+        for (size_t group = 0; group < 8; ++group) {
+            requests.insert(requests.end(), 2, request);
+            ++requests.end()[-1].srcAddr.ipv6Addr[group];
+            ++requests.end()[-2].dstAddr.ipv6Addr[group];
+        }
+        for (LyrKesCwpTunnelReq &different : requests) {
+            different.dstAddr.ipVer = 3;  // not read
+            different.srcAddr.ipVer *= 2;
+            ASSERT_EQ(Call(MUND_OP_CwpTunnel, different), 0u);
+        }
+    }
+    LyrKesKaTunnelReq session = {kAdd, {1, 2, 3, 4}, 1};
+    for (uint32_t &word : session.sessionId) {
+        ASSERT_EQ(Call(MUND_OP_KaTunnel, session), 0u);
+        word ^= 0x01000000;
+    }
+    EXPECT_THAT(EntriesOf<Ipv4Tunnels>(), SizeIs(5 + 2)) << "IPv6 addresses do not count";
+    EXPECT_THAT(EntriesOf<Ipv6Tunnels>(), SizeIs(5 + 2 * 8)) << "IPv4 addresses do not count";
+    EXPECT_THAT(EntriesOf<KaSessions>(), SizeIs(4));
+}
+
+// --- sizes and creation ---
+
+class DistTables : public EngineTest {};
+
+TEST_F(DistTables, BucketCounts) {
+    constexpr uint32_t kLargest = (1u << 28) - 1;
+    const struct {
+        uint32_t links, dataLinks;
+        uint32_t tunnelBuckets, sessionBuckets;
+    } cases[] = {
+        {8999, 8999, 23397, 11699},
+        {0, 0, 1, 1},
+        {1, 1, 3, 1},
+        {4, 2, 7, 3},
+        {100, 50, 195, 65},
+        {200000000, 0, 260000001, 1},
+        {250000000, 0, kLargest, 1},                   // the array overflows
+        {400000000, 10, kLargest, 13},                 // the product overflows
+        {0xFFFFFFF0, 0x20, kLargest, 41},              // the sum overflows
+        {0xFFFFFFFF, 0xFFFFFFFF, kLargest, kLargest},  // everything does
+    };
+    for (const auto &row : cases) {
+        standin::SetCapability("WCWP_SPEC_MAX_LINK_NUM", row.links);
+        standin::SetCapability("WCWP_SPEC_MAX_DATA_LINK_NUM", row.dataLinks);
+        LyrKes_InitHashSize();
+        EXPECT_EQ(g_LyrKes_DistIpv4Cap, row.tunnelBuckets) << row.links << ", " << row.dataLinks;
+        EXPECT_EQ(g_LyrKes_DistIpv6Cap, row.tunnelBuckets) << row.links << ", " << row.dataLinks;
+        EXPECT_EQ(g_LyrKes_DistKaCap, row.sessionBuckets) << row.links << ", " << row.dataLinks;
+    }
+    standin::ClearCapabilities();
+    LyrKes_InitHashSize();
+    const auto key4 = DefaultKey<LyrKesDistIpv4Key>();
+    const auto key6 = DefaultKey<LyrKesDistIpv6Key>();
+    EXPECT_EQ(LyrKes_DistIpv4_GetHashIndex(&key4, sizeof(key4)), 21975u);
+    EXPECT_EQ(LyrKes_DistIpv6_GetHashIndex(&key6, sizeof(key6)), 23166u);
+}
+
+TEST_F(DistTables, CreationReleasesWhatItGotWhenItFails) {
+    EXPECT_EQ(LyrKes_Dist_HashTblInit(0), nullptr);
+    EXPECT_EQ(LyrKes_Dist_HashTblInit(1u << 28), nullptr);
+    for (const uint32_t failing : {1u, 2u, 3u}) {
+        standin::FailCall("TovMemAllocInner", failing);
+        EXPECT_EQ(LyrKes_Dist_CreateHashTable(), kError);
+        EXPECT_THAT(TakeLines(LineKind::kAssertion), ElementsAre(kDistAssertion));
+        EXPECT_EQ(g_LyrKes_DistIpv4Tbl, nullptr);
+        EXPECT_EQ(g_LyrKes_DistIpv6Tbl, nullptr);
+        EXPECT_EQ(g_LyrKes_DistKaTbl, nullptr);
+        EXPECT_THAT(standin::ModuleMemoryByTag(kModuleId), IsEmpty()) << "allocation " << failing;
+    }
+    g_LyrKes_DistIpv4RwLocker = g_LyrKes_DistIpv6RwLocker = g_LyrKes_DistKaRwLocker = 0x20003;
+    EXPECT_EQ(LyrKes_Dist_CreateHashTable(), 0u);
+    EXPECT_EQ(g_LyrKes_DistIpv4RwLocker | g_LyrKes_DistIpv6RwLocker | g_LyrKes_DistKaRwLocker, 0u);
+    g_LyrKes_DistIpv4RwLocker = g_LyrKes_DistIpv6RwLocker = g_LyrKes_DistKaRwLocker = 0;
+    LyrKes_Dist_Deinit();
+}
+
+// --- the locker ---
+
+// A thread that takes a locker and gives it up when told.
+class Holder {
+  public:
+    using Step = void (*)(uint32_t *);
+
+    Holder(uint32_t &word, Step lock, Step unlock)
+        : thread_([this, &word, lock, unlock] {
+              lock(&word);
+              inside_ = true;
+              while (!leaving_) {
+                  std::this_thread::sleep_for(100us);
+              }
+              unlock(&word);
+          }) {}
+
+    ~Holder() {
+        Leave();
+    }
+
+    bool Enters() const {
+        return Eventually([this] { return inside_.load(); });
+    }
+    // Long enough for a thread that does not wait.
+    bool Waits() const {
+        std::this_thread::sleep_for(20ms);
+        return !inside_;
+    }
+    void Leave() {
+        leaving_ = true;
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+    }
+
+    static bool Eventually(const std::function<bool()> &condition) {
+        const auto end = std::chrono::steady_clock::now() + 10s;
+        while (!condition() && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(100us);
+        }
+        return condition();
+    }
+
+  private:
+    std::atomic<bool> inside_{false};
+    std::atomic<bool> leaving_{false};
+    std::thread thread_;
+};
+
+struct Reader : Holder {
+    explicit Reader(uint32_t &word) : Holder(word, LyrKes_DistReadLock, LyrKes_DistReadUnlock) {}
+};
+struct Writer : Holder {
+    explicit Writer(uint32_t &word) : Holder(word, LyrKes_DistWriteLock, LyrKes_DistWriteUnlock) {}
+};
+
+bool Becomes(uint32_t &word, uint32_t value) {
+    return Holder::Eventually([&] { return std::atomic_ref(word).load() == value; });
+}
+
+TEST(DistLocker, WaitingWriterComesBeforeNewReaders) {
+    uint32_t word = 0;
+    Reader first(word), second(word);
+    ASSERT_TRUE(first.Enters() && second.Enters()) << "readers share";
+    EXPECT_EQ(std::atomic_ref(word).load(), 2u);
+
+    Writer writer(word);
+    ASSERT_TRUE(Becomes(word, 0x10002));
+    Reader late(word);
+    EXPECT_TRUE(writer.Waits() && late.Waits());
+    EXPECT_TRUE(Becomes(word, 0x10002)) << "a waiting reader does not count";
+    first.Leave();
+    EXPECT_TRUE(writer.Waits());
+    second.Leave();
+    ASSERT_TRUE(writer.Enters());
+    EXPECT_TRUE(late.Waits());
+    EXPECT_TRUE(Becomes(word, 0x10000));
+
+    writer.Leave();
+    ASSERT_TRUE(late.Enters());
+    late.Leave();
+    EXPECT_EQ(word, 0u);
+}
+
+TEST(DistLocker, WritersExcludeEachOther) {
+    uint32_t word = 0;
+    Writer first(word);
+    ASSERT_TRUE(first.Enters());
+    Writer second(word);
+    EXPECT_TRUE(second.Waits());
+    first.Leave();
+    ASSERT_TRUE(second.Enters());
+    second.Leave();
+    EXPECT_EQ(word, 0u);
+    LyrKes_DistWriteUnlock(&word);
+    EXPECT_EQ(word, 0u) << "an unlock of a free locker does not wrap it";
+}
+
+TEST(DistLocker, ReadersSeeWhatWritersDidAsAWhole) {
+    constexpr int kRounds = 2000;
+    uint32_t word = 0;
+    int left = 0, right = 0;
+    auto write = [&] {
+        for (int i = 0; i < kRounds; ++i) {
+            const lyr::WriteGuard guard(word);
+            ++left;
+            ++right;
+        }
+    };
+    std::thread first(write), second(write);
+    int torn = 0;
+    for (int i = 0; i < kRounds; ++i) {
+        const lyr::ReadGuard guard(word);
+        torn += left != right ? 1 : 0;
+    }
+    first.join();
+    second.join();
+    EXPECT_EQ(torn, 0);
+    EXPECT_EQ(left, 2 * kRounds);
+    EXPECT_EQ(word, 0u);
+}
+
+}  // namespace

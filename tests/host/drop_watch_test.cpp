@@ -1,0 +1,323 @@
+// The watch over dropped packets and its alarm, in simulated time.
+#include "dfx/drop_watch.h"
+
+#include <gmock/gmock.h>
+#include <sys/time.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <regex>
+#include <thread>
+
+#include "dfx/drop_trap.h"
+#include "dfx/packet_counters.h"
+#include "dist_tables.h"
+#include "kes/timer.h"
+
+namespace {
+std::atomic<time_t> wallClock;  // 0: the system's
+}  // namespace
+
+// Stands before the C library's own for the module as well.
+extern "C" int gettimeofday(timeval *now, void * /*zone*/) noexcept {
+    timespec system = {};
+    clock_gettime(CLOCK_REALTIME, &system);
+    *now = {wallClock != 0 ? wallClock.load() : system.tv_sec, 0};
+    return 0;
+}
+
+namespace {
+
+using namespace host_test;
+using standin::LineKind;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr uint32_t kDropped = 4;
+
+class DropWatch : public HostTest {
+  protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        standin::SetTimersManual(true);
+        wallClock = 1'000'000;
+        TraceOn();
+        ForgetLines();
+    }
+    void TearDown() override {
+        HostTest::TearDown();
+        EXPECT_EQ(standin::CurrentHoldings().timers, 0u) << "after the stop";
+        standin::SetTimersManual(false);
+        wallClock = 0;
+    }
+    static void Count(uint32_t result, uint32_t times = 1) {
+        const uint32_t control = 1;
+        for (uint32_t i = 0; i < times; ++i) {
+            LyrKes_CwpCtrlPktStatic(&control, result);
+        }
+    }
+    static void Pass(uint32_t seconds) {
+        for (uint32_t i = 0; i < seconds; ++i) {
+            ++wallClock;
+            standin::AdvanceTimers(1000);
+        }
+    }
+    static void Reset() {
+        LyrKes_StopMsgDropStatTimer();
+        LyrKes_ClearMsgDropStat();
+    }
+    static bool IsOpen() {
+        return g_lyrKesMsgDropStat.periodStart != LYR_DROP_WATCH_CLOSED;
+    }
+    static size_t Timers() {
+        return standin::CurrentHoldings().timers;
+    }
+    // Raises and restores so far, a letter each.
+    std::string Alarms() {
+        std::string alarms;
+        for (const std::string &line : Lines(LineKind::kAlarm)) {
+            alarms += line.starts_with("raise ") ? 'R' : line.starts_with("restore ") ? 'r' : '?';
+        }
+        return alarms;
+    }
+};
+
+TEST_F(DropWatch, TheFirstDropOpensIt) {
+    Count(0, 5);
+    EXPECT_FALSE(IsOpen());
+    EXPECT_EQ(Timers(), 0u);
+    Count(kDropped);
+    EXPECT_EQ(g_lyrKesMsgDropStat.periodStart, 1'000'000u);
+    EXPECT_EQ(g_lyrKesMsgDropStat.dropNum, 1u);
+    EXPECT_EQ(g_lyrKesMsgDropStat.totalNum, 1u);
+    EXPECT_EQ(Timers(), 1u);
+    Count(0);
+    Count(2);
+    Count(kDropped);
+    EXPECT_EQ(g_lyrKesMsgDropStat.dropNum, 2u);
+    EXPECT_EQ(g_lyrKesMsgDropStat.totalNum, 4u);
+    EXPECT_EQ(Timers(), 1u) << "one timer for all";
+}
+
+// Periods by letter: d with a drop, q quiet.
+TEST_F(DropWatch, FivePeriodsRaiseAndFiveQuietOnesRestore) {
+    const struct {
+        const char *periods, *alarms;
+    } cases[] = {
+        {"dddd", ""},
+        {"ddddd", "R"},
+        {"dddddddddddd", "R"},
+        {"ddddqdddd", ""},
+        {"ddddqddddd", "R"},
+        {"dddddqqqq", "R"},
+        {"dddddqqqqq", "Rr"},
+        {"dddddqqqqdqqqq", "R"},
+        {"dddddqqqqdqqqqq", "Rr"},
+        {"dddddqqqqqqdddd", "Rr"},
+        {"dddddqqqqqddddd", "RrR"},
+        {"dddddqqqqqdddddqqqqq", "RrRr"},
+    };
+    for (const auto &[periods, alarms] : cases) {
+        SCOPED_TRACE(periods);
+        Reset();
+        ForgetLines();
+        for (const char *period = periods; *period != '\0'; ++period) {
+            Count(*period == 'd' ? kDropped : 0);
+            Pass(61);
+        }
+        EXPECT_EQ(Alarms(), alarms);
+        EXPECT_EQ(g_lyrKesMsgDropStat.alarmRaised, *alarms != '\0' && Alarms().back() == 'R');
+    }
+}
+
+TEST_F(DropWatch, SaysHowMuchIsDropped) {
+    for (uint32_t period = 1; period <= 5; ++period) {
+        Count(kDropped, 2);
+        Count(0, 4);
+        Pass(60);
+        EXPECT_THAT(Lines(LineKind::kReport), IsEmpty()) << "before the period's end";
+        Pass(1);
+        const std::vector<std::string> lines = TakeLines(LineKind::kReport);
+        EXPECT_EQ(lines.at(0), "msg drop happened, dropNum=" + std::to_string(2 * period) +
+                                   ", totalNum=" + std::to_string(6 * period) +
+                                   ", lastDropNum=" + std::to_string(2 * (period - 1)));
+        if (period == 5) {
+            EXPECT_EQ(lines.at(1),
+                      "continuous msg drop in the last 5 min, dropNum=10, totalNum=30, "
+                      "dropRate=33%");
+        }
+        EXPECT_EQ(lines.size(), period == 5 ? 2u : 1u);
+    }
+    EXPECT_TRUE(IsOpen()) << "it goes on after the alarm, from the beginning";
+    EXPECT_EQ(g_lyrKesMsgDropStat.totalNum, 0u);
+    EXPECT_EQ(g_lyrKesMsgDropStat.periodStart, wallClock.load());
+    Pass(5 * 61);
+    EXPECT_FALSE(std::exchange(g_lyrKesMsgDropStat.alarmRaised, uint8_t{0}));
+}
+
+TEST_F(DropWatch, AlarmsCarryEveryAttribute) {
+    LyrKes_NotifyVelCapwapTaskContinuousMessageDropTrap("KES LYR HOST");
+    LyrKes_NotifyVelCapwapTaskContinuousMessageDropTrapRestore("KES LYR HOST");
+    EXPECT_EQ(LyrKes_SendCapwapTaskContinuousMessageDropTrap("x", 4), 0u);
+    const std::vector<std::string> lines = Lines(LineKind::kAlarm);
+    ASSERT_EQ(lines.size(), 3u);
+    const char *const expected[] = {
+        R"(raise id=0x0F2C2004 type=1 severity=4 clear-type=0 time=T time-kind=1 )"
+        R"(para-type=25 length=13 "KES LYR HOST")",
+        R"(restore id=0x0F2C2004 type=2 severity=4 clear-type=1 time=T time-kind=1 )"
+        R"(para-type=25 length=13 "KES LYR HOST")",
+        R"(alarm id=0x0F2C2004 type=4 severity=4 clear-type=2 time=T time-kind=1 )"
+        R"(para-type=25 length=2 "x")",
+    };
+    for (size_t i = 0; i < lines.size(); ++i) {
+        EXPECT_EQ(std::regex_replace(lines[i], std::regex("time=20.*minute-ms=[0-9]+"), "time=T"),
+                  expected[i]);
+    }
+    ImSysTime now = {};
+    const time_t before = time(nullptr);
+    LyrKes_IMSysTime(&now);
+    tm utc = {};
+    utc.tm_year = now.year - 1900;
+    utc.tm_mon = now.month - 1;
+    utc.tm_mday = now.day;
+    utc.tm_hour = now.hour;
+    utc.tm_min = now.minute;
+    utc.tm_sec = now.second;
+    EXPECT_NEAR(static_cast<double>(timegm(&utc)), static_cast<double>(before), 1);
+    EXPECT_EQ(now.weekDay, utc.tm_wday);
+    EXPECT_LT(now.milliseconds, 1000u);
+    EXPECT_EQ(now.minuteMilliseconds, now.second * 1000u + now.milliseconds);
+    EXPECT_EQ(LyrKes_IMAgentSetAlarmAttr(4, 1, nullptr), kError);
+}
+
+TEST_F(DropWatch, ClosesWithItsTimer) {
+    // A quiet period closes the watch, the next tick ends the timer.
+    Count(kDropped);
+    Pass(61);
+    EXPECT_TRUE(IsOpen());
+    Pass(61);
+    EXPECT_FALSE(IsOpen());
+    EXPECT_EQ(Timers(), 1u);
+    Pass(1);
+    EXPECT_EQ(Timers(), 0u);
+    EXPECT_EQ(g_lyrKesMsgDropStatTimer, TOV_TIMER_ID_NONE);
+    EXPECT_EQ(g_lyrKesMsgDropStat.dropNum, 0u);
+    // So does a clock that goes back, and a count that does.
+    Count(kDropped);
+    wallClock = wallClock - 1000;
+    Pass(1);
+    EXPECT_FALSE(IsOpen());
+    Count(kDropped);
+    g_lyrKesMsgDropStat.lastDropNum = 2;
+    Pass(61);
+    EXPECT_FALSE(IsOpen());
+    EXPECT_EQ(Timers(), 1u) << "a drop before the next tick keeps the timer";
+    Pass(2);
+    EXPECT_EQ(Timers(), 0u);
+    EXPECT_THAT(Alarms(), IsEmpty());
+}
+
+TEST_F(DropWatch, ATimerThatCannotBeDeletedIsReported) {
+    Count(kDropped);
+    standin::FailCall("TovSLcoreTimerDelete");
+    const uint32_t id = g_lyrKesMsgDropStatTimer;
+    LyrKes_StopMsgDropStatTimer();
+    EXPECT_EQ(g_lyrKesMsgDropStatTimer, TOV_TIMER_ID_NONE);
+    EXPECT_THAT(TakeLines(LineKind::kReport),
+                ElementsAre("failed to stop msg drop stat timer, ret 1"));
+    EXPECT_EQ(TovSLcoreTimerDelete(id), 0u);
+}
+
+TEST_F(DropWatch, WithoutATimer) {
+    standin::FailCall("TovSLcoreTimerCreateAndStart");
+    Count(kDropped);
+    EXPECT_THAT(TakeLines(LineKind::kReport),
+                ElementsAre("failed to start msg drop stat timer, ret 2"));
+    Count(kDropped, 3);
+    EXPECT_TRUE(IsOpen());
+    EXPECT_EQ(Timers(), 0u) << "not tried again";
+    EXPECT_THAT(Lines(LineKind::kReport), IsEmpty());
+    Restart();
+    Count(kDropped);
+    EXPECT_EQ(Timers(), 1u) << "until the module is started again";
+}
+
+TEST_F(DropWatch, AnAlarmThatCannotBeSentChangesNothing) {
+    for (const char *operation : {"TOV_ImAgentMsgCreate", "TOV_ImAgentSetAlarmComAttr",
+                                  "TOV_ImAgentAddPara", "TOV_ImAgentSend"}) {
+        SCOPED_TRACE(operation);
+        Reset();
+        for (int period = 0; period < 10; ++period) {
+            if (period % 5 == 4) {
+                ForgetLines();
+                standin::FailCall(operation);
+            }
+            Count(period < 5 ? kDropped : 0);
+            Pass(61);
+            if (period % 5 == 4) {
+                EXPECT_THAT(
+                    Lines(LineKind::kReport),
+                    ::testing::Contains("failed to send capwap task continuous message drop trap, "
+                                        "name=KES LYR HOST, alarm type=" +
+                                        std::to_string(period < 5 ? 1 : 2) + ", ret=-1."));
+                EXPECT_EQ(g_lyrKesMsgDropStat.alarmRaised, period < 5);
+            }
+        }
+        EXPECT_EQ(standin::CurrentHoldings().imMessages, 0u);
+    }
+    EXPECT_THAT(Alarms(), IsEmpty());
+}
+
+// The timer may have taken itself away already, so that the engine knows of nothing to wait for.
+TEST_F(DropWatch, AStopWaitsForARunningTick) {
+    std::promise<void> reached, released;
+    standin::SetLineSink([&](LineKind, std::string_view line) {
+        if (line.starts_with("msg drop happened")) {
+            reached.set_value();
+            released.get_future().wait();
+        }
+    });
+    Count(kDropped);
+    wallClock += 61;
+    std::future<uint32_t> tick =
+        std::async(std::launch::async, LyrKes_MsgDropStatTimerProc, nullptr);
+    reached.get_future().wait();
+    std::future<uint32_t> stop = std::async(std::launch::async, LyrKes_Exit);
+    EXPECT_EQ(stop.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+    released.set_value();
+    EXPECT_EQ(tick.get(), 0u);
+    EXPECT_EQ(stop.get(), 0u);
+    EXPECT_FALSE(IsOpen());
+    EXPECT_EQ(g_lyrKesMsgDropStat.lastDropNum, 0u);
+    standin::JoinCreatedThreads();
+    ASSERT_EQ(LyrKes_Init(), 0u);
+}
+
+TEST_F(DropWatch, StopsWhileItRuns) {
+    standin::SetTimersManual(false);
+    wallClock = 0;
+    for (int round = 0; round < 20; ++round) {
+        Count(kDropped);
+        std::atomic<bool> stop = false;
+        // Ticks that come as fast as they can, as from a timer that is late.
+        std::thread ticks([&stop] {
+            while (!stop) {
+                LyrKes_MsgDropStatTimerProc(nullptr);
+                LyrKes_ClearMsgDropStat();
+            }
+        });
+        std::thread drops([] { Count(kDropped, 2000); });
+        Count(kDropped, 2000);
+        drops.join();
+        stop = true;
+        ticks.join();
+        Restart();
+        EXPECT_EQ(Timers(), 0u);
+        EXPECT_FALSE(IsOpen());
+        EXPECT_EQ(g_lyrKesMsgDropStat.dropNum, 0u);
+    }
+}
+
+}  // namespace

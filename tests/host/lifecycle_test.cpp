@@ -1,0 +1,341 @@
+#include "module/lifecycle.h"
+
+#include <gmock/gmock.h>
+
+#include <cstring>
+#include <thread>
+
+#include "channel/service_channel.h"
+#include "channel/station_service.h"
+#include "dist_tables.h"
+#include "kes/hook.h"
+#include "kes/patch.h"
+#include "lb/dist_lifecycle.h"
+#include "lb/rpc_server.h"
+#include "module/capability.h"
+#include "module/hot_patch.h"
+#include "module/registration.h"
+#include "packet/capwap_header.h"
+#include "packet/packet_entry.h"
+#include "standin/packet_path.h"
+
+namespace {
+
+using namespace host_test;
+using standin::LineKind;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+using Texts = std::vector<std::string>;
+
+// --- registration ---
+
+TEST(Registration, RecordIsWhereTheEngineReadsIt) {
+    uint8_t expected[176] = {};
+    auto put = [&](size_t offset, auto value) {
+        std::memcpy(&expected[offset], &value, sizeof(value));
+    };
+    put(16, mod_kes_lyrhost.next);
+    put(24, mod_kes_lyrhost.name);
+    put(40, &LyrKes_Init);
+    put(48, &LyrKes_Exit);
+    put(72, 2u);
+    put(88, mod_kes_lyrhost.moduleId);
+    put(120, 720u);
+    put(128, &tov_mod_ctr_mod_kes_lyrhost);
+    put(136, &tov_mod_localctr_mod_kes_lyrhost);
+    put(144, &tov_mod_dtr_mod_kes_lyrhost);
+    put(152, &tov_mod_localdtr_mod_kes_lyrhost);
+    EXPECT_EQ(std::memcmp(expected, &mod_kes_lyrhost, sizeof(expected)), 0);
+    EXPECT_STREQ(mod_kes_lyrhost.name, "kes_lyrhost");
+    EXPECT_EQ(mod_plugin_register(), &mod_kes_lyrhost);
+    EXPECT_EQ(g_pluginModRegHead, &mod_kes_lyrhost);
+    EXPECT_EQ(mod_kes_lyrhost_usrctx, nullptr);
+    EXPECT_EQ(mod_kes_lyrhost_usrctx_len, 0u);
+}
+
+TEST(Registration, LinksInFrontOfWhatIsThere) {
+    TovModRegRecord other = {};
+    TovModRegRecord *const before = std::exchange(g_pluginModRegHead, &other);
+    TovModRegRecord *const next = mod_kes_lyrhost.next;
+    tov_modregfn_mod_kes_lyrhost();
+    EXPECT_EQ(g_pluginModRegHead, &mod_kes_lyrhost);
+    EXPECT_EQ(mod_kes_lyrhost.next, &other);
+    mod_kes_lyrhost.next = next;
+    g_pluginModRegHead = before;
+}
+
+TEST(Registration, ConstructorsTakeOverTheModuleId) {
+    mod_kes_lyrhost.moduleId = 77;
+    EXPECT_EQ(mod_kes_lyrhost_id, 0u);
+    mod_kes_lyrhost.ctr();
+    mod_kes_lyrhost.moduleId = 78;
+    EXPECT_EQ(mod_kes_lyrhost_id, 77u);
+    mod_kes_lyrhost.localCtr();
+    EXPECT_EQ(per_lcore_mod_kes_lyrhost_usrid, 78u);
+    std::thread([] {
+        EXPECT_EQ(per_lcore_mod_kes_lyrhost_usrid, 0u) << "each lcore has its own";
+    }).join();
+    mod_kes_lyrhost.localDtr();
+    EXPECT_EQ(per_lcore_mod_kes_lyrhost_usrid, 0u);
+    EXPECT_EQ(mod_kes_lyrhost_id, 77u);
+    mod_kes_lyrhost.dtr();
+    EXPECT_EQ(mod_kes_lyrhost_id, 0u);
+}
+
+// --- capabilities and hot patch ---
+
+class Frame : public EngineTest {
+  protected:
+    void SetUp() override {
+        EngineTest::SetUp();
+        TraceOn();
+    }
+};
+
+TEST_F(Frame, Capabilities) {
+    EXPECT_EQ(LyrKes_InitSvcNum(), 27u);
+    EXPECT_THAT(TakeLines(LineKind::kReport),
+                ElementsAre("Get capset WCWP_SPEC_SVC_NUM failed, ret=2."));
+    for (const uint32_t value : {0u, 5u, 0xFFFFFFFFu}) {
+        standin::SetCapability("WCWP_SPEC_SVC_NUM", value);
+        EXPECT_EQ(LyrKes_InitSvcNum(), value);
+        EXPECT_EQ(g_lyrHostsvcNum, value);
+    }
+    EXPECT_THAT(Lines(LineKind::kReport), IsEmpty());
+    EXPECT_EQ(LyrKes_GetCapsetSpec("no such", 9), 9u);
+    EXPECT_EQ(LyrKes_GetCapsetSpec(nullptr, 9), 0u);
+    EXPECT_THAT(TakeLines(LineKind::kReport),
+                ElementsAre("Get capset no such failed, ret=2.", "spec name is NULL"));
+}
+
+TEST_F(Frame, HotPatchNotices) {
+    const struct {
+        int32_t operation;
+        const char *library;
+        uint32_t result, handled;
+        Texts lines;
+    } cases[] = {
+        {0, "liblyr_host.so", 0, 1, {"[lyrkes]patch c2h active."}},
+        {1, "liblyr_host.so", 0, 1, {"[lyrkes]patch c2h deactive."}},
+        {2, "liblyr_host.so", 1, 1, {}},
+        {-1, "liblyr_host.so", 1, 1, {}},
+        {0, "liblyr_host.so.1", 0, 0, {}},
+        {0, "/liblyr_host.so", 0, 0, {}},
+        {0, "", 0, 0, {}},
+        {2, "libother.so", 0, 0, {}},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.library);
+        std::array<char, 512> record;  // as the facility fills it
+        record.fill('x');
+        std::strcpy(&record[397], row.library);
+        HostPatchRecord patch;
+        std::memcpy(&patch, record.data(), sizeof(patch));
+        uint32_t handled = 0xAAAAAAAA;
+        EXPECT_EQ(liblyr_host_PAT_C2HSyncHookFunc(row.operation, nullptr, &patch, &handled),
+                  row.result);
+        EXPECT_EQ(handled, row.handled);
+        EXPECT_EQ(TakeLines(LineKind::kReport), row.lines);
+    }
+    const HostPatchRecord patch = {};
+    uint32_t handled = 7;
+    EXPECT_EQ(liblyr_host_PAT_C2HSyncHookFunc(0, nullptr, nullptr, &handled), 1u);
+    EXPECT_EQ(handled, 7u);
+    EXPECT_EQ(liblyr_host_PAT_C2HSyncHookFunc(0, nullptr, &patch, nullptr), 1u);
+    const std::string line = "[lyrkes]Err: input para is NULL.";
+    EXPECT_THAT(TakeLines(LineKind::kReport), ElementsAre(line, line));
+}
+
+// --- start ---
+
+std::string Joined(const Texts &texts) {
+    std::string joined;
+    for (const std::string &text : texts) {
+        joined += (joined.empty() ? "" : "|") + text;
+    }
+    return joined;
+}
+
+bool ServiceIsOpen() {
+    const auto request = KaSessions::Request(kDelete, 1, 1);
+    uint32_t replySize = 0, result = 0;
+    return MundCall(KaSessions::kOperation, &request, sizeof(request), nullptr, 0, &replySize,
+                    &result) != MUND_STATUS_NO_SERVICE;
+}
+
+class Start : public EngineTest {
+  protected:
+    void SetUp() override {
+        EngineTest::SetUp();
+        standin::SetCapability("WCWP_SPEC_SVC_NUM", 27);
+        standin::SetCapability("WCWP_SPEC_MAX_LINK_NUM", 100);
+        standin::SetCapability("WCWP_SPEC_MAX_DATA_LINK_NUM", 100);
+        TraceOn();
+    }
+
+    static void ExpectNothingLeft() {
+        EXPECT_THAT(standin::ModuleMemoryByTag(kModuleId), IsEmpty());
+        EXPECT_EQ(standin::CurrentHoldings(), standin::Holdings{});
+        EXPECT_EQ(MundMessagesInUse(), 0u);
+        EXPECT_FALSE(ServiceIsOpen());
+        const Packet packet = MakePacket(Ipv4Tunnels::Frame(1));
+        EXPECT_EQ(standin::RunReceivePath(packet.get()), standin::Fate::kReturned);
+        EXPECT_TRUE(g_LyrKes_DistIpv4Tbl == nullptr && g_LyrKes_DistIpv6Tbl == nullptr &&
+                    g_LyrKes_DistKaTbl == nullptr);
+        for (const uint32_t pktType : {0, 1}) {
+            EXPECT_EQ(LyrKes_GetChnMapByPktType(pktType), nullptr);
+            EXPECT_EQ(LyrKes_GetThdInfoByPktType(pktType), nullptr);
+        }
+        EXPECT_EQ(LyrKes_GetStaSvcInfo(), 0u);
+    }
+
+    static void Stop() {
+        EXPECT_EQ(LyrKes_Exit(), 0u);
+        standin::JoinCreatedThreads();
+    }
+
+    // The calls of the engine that one start makes.
+    static std::vector<std::pair<std::string, uint32_t>> CallsOfAStart() {
+        standin::CountCalls();
+        EXPECT_EQ(LyrKes_Init(), 0u);
+        auto calls = standin::CallCounts();
+        Stop();
+        standin::ClearFaults();
+        return calls;
+    }
+};
+
+TEST_F(Start, OpensTheDoorsAndStopClosesThem) {
+    EXPECT_EQ(LyrKes_Init(), 0u);
+    EXPECT_EQ(standin::WlanIdReader(), LyrKes_GetVadoAcTunnelWlanId);
+    EXPECT_TRUE(ServiceIsOpen());
+    Stop();
+    ExpectNothingLeft();
+    EXPECT_THAT(Lines(LineKind::kReport), IsEmpty());
+
+    standin::ClearCapabilities();
+    EXPECT_EQ(LyrKes_Init(), 0u);
+    EXPECT_EQ(g_LyrKes_DistIpv4Cap, 23397u);
+    EXPECT_EQ(g_LyrKes_DistKaCap, 11699u);
+    EXPECT_EQ(TakeLines(LineKind::kReport),
+              (Texts{"Get capset WCWP_SPEC_SVC_NUM failed, ret=2.",
+                     "Get capset WCWP_SPEC_MAX_LINK_NUM failed, ret=2.",
+                     "Get capset WCWP_SPEC_MAX_DATA_LINK_NUM failed, ret=2."}));
+    Stop();
+}
+
+TEST_F(Start, EveryCallOfTheEngineFailingInTurn) {
+    const auto calls = CallsOfAStart();
+    uint32_t failed = 0;
+    for (const auto &[operation, count] : calls) {
+        for (uint32_t n = 1; n <= count; ++n) {
+            SCOPED_TRACE(testing::Message() << operation << " failing at call " << n);
+            standin::FailCall(operation, n);
+            const uint32_t result = LyrKes_Init();
+            standin::ClearFaults();
+            if (result == 0) {
+                Stop();
+            } else {
+                EXPECT_EQ(result, 1u);
+                ++failed;
+                standin::JoinCreatedThreads();  // for the name of one that was started
+            }
+            ExpectNothingLeft();
+            EXPECT_EQ(LyrKes_Init(), 0u) << "afterwards";
+            Stop();
+        }
+    }
+    // Eight allocations, the reconciliation's queue and thread, the service's name and
+    // registration, the hook.
+    EXPECT_GE(failed, 13u);
+}
+
+TEST_F(Start, EveryFailingStepSaysWhy) {
+    uint32_t allocations = 0;
+    for (const auto &[operation, count] : CallsOfAStart()) {
+        allocations += operation == "TovMemAllocInner" ? count : 0;
+    }
+    constexpr const char *kAllocation = "TovMemAllocInner";
+    constexpr const char *kNoMap = "ChannelMap init TovMemAlloc failed";
+    constexpr const char *kNoThreads = "ThreadInfoId init TovMemAlloc failed";
+    constexpr const char *kNoTables = "create hash table failed.|init distribution failed.";
+    constexpr const char *kNoHook = "register kes hook failed, ret=3.|init distribution failed.";
+    constexpr const char *kRecon = "verify/lyr_kes_reconciliation";
+    constexpr const char *kNoServer = "init create ravel rpc server failed.";
+    constexpr const char *kNoService =
+        "create ravel rpc server failed, ret:1.|init create ravel rpc server failed.";
+    constexpr const char *kStatistics = "dfx/lyr_kes_cwpstat";
+    const struct {
+        const char *operation;
+        uint32_t n;
+        const char *lines;
+        const char *assertion;  // null: none
+        uint32_t result = 1;
+    } cases[] = {
+        // The module does without these.
+        {kAllocation, 1, "", kStatistics, 0},
+        {kAllocation, 4, "", kStatistics, 0},
+        {"HostHookRegister", 1, "register kes hook(KES TXIN)failed, ret=3.", nullptr, 0},
+        {kAllocation, 5, kNoMap, "channel/lyr_kes_channel"},
+        {kAllocation, 6, kNoThreads, "channel/lyr_kes_channel"},
+        {kAllocation, 7, kNoMap, "channel/lyr_kes_channel"},
+        {kAllocation, 8, kNoThreads, "channel/lyr_kes_channel"},
+        {kAllocation, allocations - 2, kNoTables, "lb/lyr_kes_dist"},
+        {kAllocation, allocations - 1, kNoTables, "lb/lyr_kes_dist"},
+        {kAllocation, allocations, kNoTables, "lb/lyr_kes_dist"},
+        {kAllocation, 9, "Reconciliation init TovMemAlloc failed", kRecon},
+        {"TovCreatePipeQue", 1, "", kRecon},
+        {"TovThreadCreate", 1, "", kRecon},
+        {"strcpy_s", 1, kNoServer, nullptr},
+        {"RegRavelRpcServerToKes", 1, kNoService, "lb/lyr_kes_mund"},
+        {"HostHookRegister", 5, kNoHook, nullptr},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(testing::Message() << row.operation << " " << row.n);
+        standin::FailCall(row.operation, row.n);
+        ForgetLines();
+        EXPECT_EQ(LyrKes_Init(), row.result);
+        standin::ClearFaults();
+        EXPECT_EQ(Joined(Lines(LineKind::kReport)), row.lines);
+        if (row.result == 0) {
+            LyrKes_Exit();
+        }
+        standin::JoinCreatedThreads();
+        EXPECT_THAT(Joined(TakeLines(LineKind::kAssertion)),
+                    row.assertion == nullptr
+                        ? ::testing::Matcher<std::string>(IsEmpty())
+                        : StartsWith(std::string("src/host/lyr_kes/") + row.assertion + ":"));
+    }
+}
+
+// --- stop ---
+
+TEST_F(Start, StopReleasesWhatItCannotUnregister) {
+    ASSERT_EQ(LyrKes_Init(), 0u);
+    DeclareController();
+    ASSERT_EQ(Change<Ipv4Tunnels>(kAdd, 1, 3), 0u);
+    standin::FailCall("HostHookUnregister");
+    standin::FailCall("RavelRpcServerUnReg");
+    ForgetLines();
+    Stop();
+    const Texts lines = TakeLines(LineKind::kReport);
+    EXPECT_THAT(lines, Contains("unregister kes hook failed, ret=4."));
+    EXPECT_THAT(lines, Contains("destroy ravel rpc server failed, ret:1."));
+    EXPECT_EQ(lines.size(), 2u);
+    EXPECT_THAT(standin::ModuleMemoryByTag(kModuleId), IsEmpty());
+
+    // What still comes in fails softly.
+    EXPECT_EQ(Change<Ipv4Tunnels>(kAdd, 1, 3), kError);
+    EXPECT_EQ(Change<KaSessions>(kDelete, 1, 3), kError);
+    EXPECT_EQ(Call(MUND_OP_WapiTunnel, LyrKesWapiTunnelReq{0, 1}), 0u);
+    const Packet packet = MakePacket(Ipv4Tunnels::Frame(1));
+    EXPECT_EQ(standin::RunReceivePath(packet.get()), standin::Fate::kReturned);
+    EXPECT_EQ(HostHookUnregister(HOST_HOOK_HOST_RX, LyrKes_PktProc), 0u);
+    LyrKes_RavelRpcServerDestroy();
+    LyrKes_InitStaSvcInfo();
+}
+
+}  // namespace

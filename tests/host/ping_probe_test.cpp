@@ -1,0 +1,422 @@
+// The statistics hooks: pings counted, probes traced, pages read.
+#include <gmock/gmock.h>
+
+#include <cstring>
+#include <ctime>
+
+#include "dfx/debug_trace.h"
+#include "dfx/ping_stat.h"
+#include "dfx/probe_trace.h"
+#include "dfx/stat_hooks.h"
+#include "dist_tables.h"
+#include "kes/hook.h"
+#include "standin/packet_path.h"
+
+namespace {
+
+using namespace host_test;
+using capwap::Bytes;
+using standin::LineKind;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr uint32_t kVendor = LYR_KES_VENDOR_PEN * 256;
+constexpr uint32_t kProbeRequest = kVendor + 77, kProbeResponse = kVendor + 78;
+constexpr uint32_t kPing = kVendor + 117, kPingReply = kVendor + 118;
+constexpr uint32_t kPoints[] = {HOST_HOOK_TX_IN, HOST_HOOK_TX_OUT, HOST_HOOK_RX_IN,
+                                HOST_HOOK_RX_OUT};
+constexpr const char *kPeer = "10.0.10.1", *kPeer6 = "2001:db8::10:1";
+const capwap::Mac kApMac = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55};
+
+// A message of a type with so many bytes behind the CAPWAP header.
+Bytes Message(uint32_t type, size_t length, const capwap::Header &header = {}) {
+    Bytes message = capwap::EncodeHeader(header);
+    const size_t start = message.size();
+    message.resize(start + length);
+    for (size_t i = 0; i < 4 && i < length; ++i) {
+        message[start + i] = static_cast<uint8_t>(type >> (24 - 8 * i));
+    }
+    return message;
+}
+
+// A probe with the access point's MAC address among its elements.
+Bytes Probe(uint32_t type, size_t elements = 24) {
+    Bytes message = Message(type, 8 + elements);
+    for (size_t i = 0; i < kApMac.size() && 28 + i < message.size(); ++i) {
+        message[28 + i] = kApMac[i];
+    }
+    return message;
+}
+
+// Between the controller and the peer, as a hook kind sees it.
+capwap::FrameSpec Frame(uint32_t kind, Bytes payload, bool ipv6 = false) {
+    const char *peer = ipv6 ? kPeer6 : kPeer, *controller = ipv6 ? kController6 : kController;
+    return kind < 2 ? UdpFrame(controller, 5246, peer, 40000, std::move(payload))
+                    : UdpFrame(peer, 40000, controller, 5246, std::move(payload));
+}
+
+class StatHooks : public HostTest {
+  protected:
+    static LyrKesCwpPingStatRsp Ping(uint32_t msgType, std::string_view peer = "0.0.0.0") {
+        LyrKesCwpPingStatReq request = {msgType, Address(peer)};
+        std::vector<uint8_t> bytes;
+        EXPECT_EQ(Call(MUND_OP_CwpPingStat, request, &bytes), 0u);
+        LyrKesCwpPingStatRsp reply = {};
+        EXPECT_EQ(bytes.size(), sizeof(reply));
+        std::memcpy(&reply, bytes.data(), std::min(bytes.size(), sizeof(reply)));
+        return reply;
+    }
+    // The counters as numbers: packets, fragments, bytes of each kind.
+    static std::vector<uint32_t> Counts() {
+        const LyrKesCwpPingStatRsp reply = Ping(LYR_KES_PING_GET);
+        EXPECT_EQ(reply.result, 0u);
+        std::vector<uint32_t> counts;
+        for (const LyrKesCwpPingCount &count : reply.counts) {
+            counts.insert(counts.end(), {count.pktCnt, count.fragCnt, count.byteCnt});
+        }
+        return counts;
+    }
+    static LyrKesCwpTraceRecordRsp Read(uint32_t startIdx, uint32_t msgType = LYR_KES_PROBE_GET) {
+        std::vector<uint8_t> bytes;
+        EXPECT_EQ(Call(MUND_OP_CwpTraceRecord, LyrKesCwpTraceRecordReq{startIdx, msgType}, &bytes),
+                  0u);
+        LyrKesCwpTraceRecordRsp reply = {};
+        EXPECT_EQ(bytes.size(), sizeof(reply));
+        std::memcpy(&reply, bytes.data(), std::min(bytes.size(), sizeof(reply)));
+        return reply;
+    }
+    // What a packet is marked with once it has passed a point.
+    static std::pair<uint32_t, uint32_t> Pass(uint32_t kind, const Packet &packet) {
+        EXPECT_EQ(standin::RunHooks(kPoints[kind], packet.get()), HOST_HOOK_CONTINUE);
+        const standin::HostMbufMeta &meta = standin::MetaOf(packet.get());
+        return {meta.needStat, meta.needTrace};
+    }
+    static std::pair<uint32_t, uint32_t> Pass(uint32_t kind, const capwap::FrameSpec &frame) {
+        return Pass(kind, MakePacket(frame));
+    }
+};
+
+constexpr std::pair<uint32_t, uint32_t> kUnmarked = {0, 0}, kCounted = {1, 0}, kTraced = {0, 1};
+
+// --- ping ---
+
+TEST_F(StatHooks, PingsOfThePeerAtEveryPoint) {
+    for (const bool ipv6 : {false, true}) {
+        for (uint32_t kind = 0; kind < 4; ++kind) {
+            SCOPED_TRACE(testing::Message() << (ipv6 ? "IPv6 " : "IPv4 ") << kind);
+            EXPECT_EQ(Ping(LYR_KES_PING_SET, ipv6 ? kPeer6 : kPeer).result, 0u);
+            EXPECT_EQ(Pass(kind, Frame(kind, Message(kPing, 100), ipv6)), kCounted);
+            EXPECT_EQ(Pass(kind, Frame(kind, Message(kPingReply, 36, {.fragment = true}), ipv6)),
+                      kCounted);
+            std::vector<uint32_t> expected(12);
+            const std::array<uint32_t, 3> counts = {2, 1, 64};
+            std::ranges::copy(counts, expected.begin() + 3 * kind);
+            if (kind == KES_HOOK_RXOUT) {
+                std::ranges::copy(counts, expected.begin() + 3 * KES_HOOK_RXIN);
+            }
+            EXPECT_EQ(Counts(), expected);
+        }
+    }
+    EXPECT_EQ(g_LyrHostCwpTrace.count, 0u) << "pings are not traced";
+}
+
+TEST_F(StatHooks, WhatIsNoPingOfThePeer) {
+    const auto ipv4 = [](uint32_t kind, Bytes payload) { return Frame(kind, std::move(payload)); };
+    capwap::FrameSpec tcp = ipv4(3, Message(kPing, 100));
+    tcp.ipProtocol = 6;
+    capwap::FrameSpec data = ipv4(3, Message(kPing, 100));
+    data.dstPort = 5247;
+    const capwap::FrameSpec whole = ipv4(3, Message(kPing, 1000));
+    const std::vector<Bytes> fragments = capwap::BuildFragments(whole, 512);
+    ASSERT_GE(fragments.size(), 2u);
+    const struct {
+        const char *name;
+        uint32_t kind;
+        Packet packet;
+    } cases[] = {
+        {"another type", 3, MakePacket(ipv4(3, Message(kVendor + 116, 100)))},
+        {"an RFC 5415 type", 3, MakePacket(ipv4(3, Message(13, 100)))},
+        {"35 bytes", 3, MakePacket(ipv4(3, Message(kPing, 35)))},
+        {"3 bytes", 3, MakePacket(ipv4(3, Message(kPing, 3)))},
+        {"no CAPWAP header", 3, MakePacket(ipv4(3, {0}))},
+        {"TCP", 3, MakePacket(tcp)},
+        {"the data port", 3, MakePacket(data)},
+        {"a later IP fragment", 3, MakePacket(fragments[1])},
+        {"the peer as destination of what is received", 3,
+         MakePacket(ipv4(0, Message(kPing, 100)))},
+        {"the peer as source of what is sent", 0, MakePacket(ipv4(3, Message(kPing, 100)))},
+        {"IPv6", 3, MakePacket(Frame(3, Message(kPing, 100), true))},
+    };
+    for (const bool ipv6 : {false, true}) {
+        Ping(LYR_KES_PING_SET, ipv6 ? kPeer6 : kPeer);
+        for (uint32_t kind = 0; kind < 4; ++kind) {
+            EXPECT_EQ(Pass(kind, Frame(kind, Message(kPing, 35), ipv6)), kUnmarked);
+            const auto later = capwap::BuildFragments(Frame(kind, Message(kPing, 1000), ipv6), 512);
+            EXPECT_EQ(Pass(kind, MakePacket(later.at(1))), kUnmarked);
+        }
+        EXPECT_THAT(Counts(), ::testing::Each(0u));
+    }
+    Ping(LYR_KES_PING_SET, kPeer);
+    TraceOn(LYR_TRACE_FAILURE);
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(Pass(row.kind, row.packet), kUnmarked);
+    }
+    EXPECT_THAT(Counts(), ::testing::Each(0u));
+    EXPECT_THAT(Lines(LineKind::kReport),
+                ::testing::Contains("kes probe trace len parse fail, type:3, pktLen:35, "
+                                    "cwpPingHeadTotal:36"));
+    EXPECT_EQ(Pass(3, MakePacket(fragments[0])), kCounted) << "the first fragment is one";
+    for (uint32_t kind = 0; kind < 4; ++kind) {
+        EXPECT_EQ(standin::RunHooks(kPoints[kind], nullptr), HOST_HOOK_DISCARD);
+    }
+    EXPECT_EQ(LyrKes_ParseCheckCwpType(cases[2].packet.get(), 3), HOST_HOOK_DISCARD);
+    EXPECT_EQ(LyrKes_ParseCheckCwpType(cases[3].packet.get(), 3), HOST_HOOK_DISCARD);
+    EXPECT_EQ(LyrKes_ParseCheckCwpType(cases[0].packet.get(), 3), HOST_HOOK_CONTINUE);
+}
+
+TEST_F(StatHooks, ThePeerAndTheCountersOverTheService) {
+    const auto ping = [] { return Pass(0, Frame(0, Message(kPing, 40))); };
+    EXPECT_EQ(ping(), kUnmarked) << "no peer yet";
+    Ping(LYR_KES_PING_SET, kPeer);
+    ping();
+    EXPECT_EQ(Ping(LYR_KES_PING_RESET).result, 0u);
+    EXPECT_THAT(Counts(), ::testing::Each(0u));
+    EXPECT_EQ(ping(), kCounted) << "a reset keeps the peer";
+    Ping(LYR_KES_PING_SET, kPeer);
+    EXPECT_THAT(Counts(), ::testing::Each(0u)) << "a new peer starts from zero";
+    g_LyrHostCwpPingStat.counters[0] = {0x1'00000001, 0x2'00000002, 0x3'FFFFFFFF};
+    EXPECT_EQ(ping(), kCounted);
+    EXPECT_EQ(Counts(), (std::vector<uint32_t>{2, 2, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0}))
+        << "the low 32 bits";
+    const LyrKesCwpPingStatRsp unknown = Ping(3);
+    EXPECT_EQ(unknown.result, 2u);
+    EXPECT_EQ(unknown.counts[0].pktCnt, 0u);
+    for (const char *nobody : {"::", "0.0.0.0"}) {
+        Ping(LYR_KES_PING_SET, kPeer);
+        Ping(LYR_KES_PING_SET, nobody);
+        EXPECT_EQ(g_LyrHostCwpPingStat.pingEnable, 0);
+        EXPECT_EQ(ping(), kUnmarked);
+    }
+    Ping(LYR_KES_PING_SET, kPeer6);
+    Restart();
+    EXPECT_EQ(g_LyrHostCwpPingStat.pingEnable, 0) << "not beyond a stop";
+}
+
+// --- probe ---
+
+struct Sighting {
+    uint32_t kind;
+    bool ipv6;
+    const char *name;
+    capwap::Mac mac;
+};
+
+TEST_F(StatHooks, ProbesAtEveryPoint) {
+    TraceOn();
+    ForgetLines();
+    const capwap::Mac srcMac = {2, 0, 0, 0, 0, 1}, dstMac = {2, 0, 0, 0, 0, 2};
+    const Sighting expected[] = {
+        {0, false, "ServerReq", kApMac}, {0, true, "ServerResp", kApMac},
+        {1, false, "ServerReq", dstMac}, {1, true, "ServerResp", dstMac},
+        {2, false, "ServerReq", srcMac}, {2, true, "ServerResp", srcMac},
+        {3, false, "ServerReq", srcMac}, {3, true, "ServerResp", srcMac},
+    };
+    const auto before = static_cast<uint32_t>(time(nullptr));
+    for (const Sighting &sighting : expected) {
+        // What is received is looked at for the peer only.
+        Ping(LYR_KES_PING_SET, sighting.ipv6 ? kPeer6 : kPeer);
+        const bool request = std::string_view(sighting.name) == "ServerReq";
+        EXPECT_EQ(Pass(sighting.kind,
+                       Frame(sighting.kind, Probe(request ? kProbeRequest : kProbeResponse),
+                             sighting.ipv6)),
+                  kTraced);
+    }
+    const LyrKesCwpTraceRecordRsp page = Read(0);
+    EXPECT_EQ(page.result, LYR_KES_PROBE_LAST);
+    ASSERT_EQ(page.entryNum, std::size(expected));
+    for (size_t i = 0; i < std::size(expected); ++i) {
+        SCOPED_TRACE(i);
+        const LyrKesCwpTraceEntry &entry = page.entries[i];
+        EXPECT_STREQ(entry.name, expected[i].name);
+        EXPECT_EQ(std::memcmp(entry.mac, expected[i].mac.data(), 6), 0);
+        EXPECT_EQ(entry.hookKind, expected[i].kind);
+        const LyrKesRpcIpAddr peer = Address(expected[i].ipv6 ? kPeer6 : kPeer);
+        EXPECT_EQ(std::memcmp(&entry.peerAddr, &peer, sizeof(peer)), 0);
+        EXPECT_GE(entry.seconds, before);
+        const time_t seconds = entry.seconds;
+        tm local = {};
+        localtime_r(&seconds, &local);
+        EXPECT_EQ(entry.date, static_cast<uint32_t>(local.tm_year + 1900) << 16 |
+                                  static_cast<uint32_t>((local.tm_mon + 1) << 8 | local.tm_mday));
+        EXPECT_NEAR((entry.time >> 16) * 3600 + (entry.time >> 8 & 255) * 60 + (entry.time & 255),
+                    local.tm_hour * 3600 + local.tm_min * 60 + local.tm_sec, 1);
+    }
+    const std::vector<std::string> lines = Lines(LineKind::kReport);
+    ASSERT_EQ(lines.size(), std::size(expected));
+    for (size_t i = 0; i < lines.size(); ++i) {
+        const auto [date, time] = std::pair(page.entries[i].date, page.entries[i].time);
+        EXPECT_TRUE(lines[i].ends_with(Text("[time: %u/%02u/%02u %02u:%02u:%02u]", date >> 16,
+                                            date >> 8 & 255, date & 255, time >> 16,
+                                            time >> 8 & 255, time & 255)))
+            << lines[i];
+    }
+    EXPECT_TRUE(
+        lines[2].starts_with("[dbgPkt][1][ServerReq][ip-ver:4, src-ip: "
+                             "a000001|a000001:0:0:0, dst-ip: a000a01|a000a01:0:0:0][time: "))
+        << lines[2];
+    EXPECT_TRUE(
+        lines[5].starts_with("[dbgPkt][2][ServerResp][ip-ver:6, src-ip: "
+                             "20010db8|20010db8:0:0:100001, dst-ip: 20010db8|20010db8:0:0:1][time"))
+        << lines[5];
+}
+
+TEST_F(StatHooks, WhatIsTracedAndWhatIsNot) {
+    const auto request = [](uint32_t kind) { return Frame(kind, Probe(kProbeRequest)); };
+    Packet marked = MakePacket(Frame(1, capwap::ControlMessage(13, 1, {})));
+    standin::MetaOf(marked.get()).needTrace = 1;
+    Packet markedData = MakePacket(UdpFrame(kController, 5247, kPeer, 5247, Probe(kProbeRequest)));
+    standin::MetaOf(markedData.get()).needTrace = 1;
+    Packet marked2 = MakePacket(Frame(0, capwap::ControlMessage(13, 1, {})));
+    standin::MetaOf(marked2.get()).needTrace = 1;
+    const auto caused = [](uint16_t cause, const capwap::FrameSpec &frame) {
+        Packet packet = MakePacket(frame);
+        standin::MetaOf(packet.get()).causeId = cause;
+        return packet;
+    };
+    const capwap::FrameSpec arp = {.etherType = 0x0806, .payload = Bytes(28)};
+    const struct {
+        const char *name;
+        uint32_t kind;
+        Packet packet;
+        std::vector<const char *> records;
+    } cases[] = {
+        {"sent, whoever the peer", 1, MakePacket(request(1)), {"ServerReq"}},
+        {"received without a peer", 2, MakePacket(request(2)), {}},
+        {"entering with 23 bytes of elements",
+         0,
+         MakePacket(Frame(0, Probe(kProbeRequest, 23))),
+         {}},
+        {"leaving with 23 bytes of elements",
+         1,
+         MakePacket(Frame(1, Probe(kProbeRequest, 23))),
+         {"ServerReq"}},
+        {"marked by the engine", 1, std::move(marked), {"ServerResp"}},
+        {"marked, entering, not a probe", 0, std::move(marked2), {}},
+        {"marked, not control", 1, std::move(markedData), {}},
+        {"recognised request", 3, caused(1769, request(3)), {"ServerReq"}},
+        {"recognised response", 2, caused(1770, request(2)), {"ServerResp"}},
+        {"recognised, whatever it is", 2, caused(1770, Frame(2, {})), {"ServerResp"}},
+        {"recognised, no IP", 2, caused(1769, arp), {}},
+        {"another cause", 2, caused(1771, request(2)), {}},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(row.name);
+        Read(0, LYR_KES_PROBE_CLEAR);
+        Pass(row.kind, row.packet);
+        const LyrKesCwpTraceRecordRsp page = Read(0);
+        std::vector<std::string> names;
+        for (uint32_t i = 0; i < page.entryNum; ++i) {
+            names.emplace_back(page.entries[i].name);
+        }
+        EXPECT_EQ(names, std::vector<std::string>(row.records.begin(), row.records.end()));
+    }
+}
+
+TEST_F(StatHooks, APeerWithoutAMac) {
+    TraceOn();
+    ForgetLines();
+    const HostIpAddr source = {4, {}, {0x0A000001, 0, 0, 0}};
+    const HostIpAddr destination = {6, {}, {0x20010DB8, 1, 2, 3}};
+    const uint8_t mac[6] = {1, 2, 3, 4, 5, 6};
+    LyrKes_FillInCwpProbeInfo(KES_HOOK_TXOUT, kProbeRequest, mac, &source, nullptr, &destination);
+    LyrKes_FillInCwpProbeInfo(KES_HOOK_RXIN, kProbeRequest, nullptr, &source, mac, &destination);
+    EXPECT_EQ(g_LyrHostCwpTrace.count, 2u) << "kept all the same";
+    EXPECT_EQ(g_LyrHostCwpTrace.records[0].mac[0], 0);
+    const std::vector<std::string> lines = Lines(LineKind::kReport);
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(lines[0],
+              "LyrKes_CwpProbeTraceProc get dst mac fail, dst Ip is 20010db8|20010db8:1:2:3");
+    EXPECT_EQ(lines[2],
+              "LyrKes_CwpProbeTraceProc get dst mac fail, src Ip is a000001|a000001:0:0:0");
+    uint8_t small[5];
+    EXPECT_EQ(LyrKes_GetPeerMacFromCapwapProbeMsg(MakePacket(Frame(0, Probe(kProbeRequest))).get(),
+                                                  small, sizeof(small)),
+              kError);
+}
+
+TEST_F(StatHooks, TheRingAndItsPages) {
+    constexpr uint32_t kRing = LYR_CWP_TRACE_NUM;
+    for (const uint32_t sightings : {0u, 1u, 256u, 257u, kRing - 1, kRing, kRing + 1, 5000u}) {
+        SCOPED_TRACE(sightings);
+        const LyrKesCwpTraceRecordRsp cleared = Read(0, LYR_KES_PROBE_CLEAR);
+        EXPECT_EQ(cleared.result, LYR_KES_PROBE_LAST);
+        EXPECT_EQ(cleared.entryNum, 0u);
+        for (uint32_t i = 0; i < sightings; ++i) {
+            CwpTraceRcd record = {};
+            record.seconds = i;
+            LyrKes_AddGlbCwpTraceRecord(&record);
+        }
+        const uint32_t held = std::min(sightings, kRing);
+        EXPECT_EQ(g_LyrHostCwpTrace.count, held);
+        EXPECT_EQ(g_LyrHostCwpTrace.tail, sightings % kRing);
+        EXPECT_EQ(g_LyrHostCwpTrace.head, (sightings - held) % kRing);
+        uint32_t next = sightings - held, startIdx = 0;
+        for (LyrKesCwpTraceRecordRsp page = Read(0);; page = Read(startIdx)) {
+            for (uint32_t i = 0; i < page.entryNum; ++i) {
+                ASSERT_EQ(page.entries[i].seconds, next++);
+            }
+            startIdx += page.entryNum;
+            if (page.result != LYR_KES_PROBE_MORE) {
+                EXPECT_EQ(page.result, LYR_KES_PROBE_LAST);
+                break;
+            }
+            ASSERT_EQ(page.entryNum, 256u);
+        }
+        EXPECT_EQ(next, sightings);
+    }
+    // The ring is full.
+    const struct {
+        uint32_t startIdx, entryNum, result;
+    } pages[] = {
+        {1791, 256, LYR_KES_PROBE_MORE}, {1792, 256, LYR_KES_PROBE_LAST},
+        {1793, 255, LYR_KES_PROBE_LAST}, {2047, 1, LYR_KES_PROBE_LAST},
+        {2048, 0, LYR_KES_PROBE_LAST},   {0xFFFFFFFF, 0, LYR_KES_PROBE_LAST},
+    };
+    for (const auto &[startIdx, entryNum, result] : pages) {
+        const LyrKesCwpTraceRecordRsp page = Read(startIdx);
+        EXPECT_EQ(page.entryNum, entryNum) << startIdx;
+        EXPECT_EQ(page.result, result) << startIdx;
+    }
+    // As an append leaves it that has met a clear: no record that was not written.
+    const auto [tail, count] = std::pair(g_LyrHostCwpTrace.tail, g_LyrHostCwpTrace.count);
+    g_LyrHostCwpTrace.tail = 3;
+    g_LyrHostCwpTrace.count = 4;
+    EXPECT_EQ(Read(0).entryNum, 3u);
+    g_LyrHostCwpTrace.tail = tail;
+    g_LyrHostCwpTrace.count = count;
+    const LyrKesCwpTraceRecordRsp unknown = Read(0, 2);
+    EXPECT_EQ(unknown.result, LYR_KES_PROBE_LAST);
+    EXPECT_EQ(unknown.entryNum, 0u);
+    EXPECT_EQ(g_LyrHostCwpTrace.count, kRing);
+}
+
+TEST_F(StatHooks, HooksThatCannotBeRegistered) {
+    constexpr const char *kNames[] = {"TXIN", "TXOUT", "RXIN", "RXOUT"};
+    TraceOn();
+    LyrKes_UnRegCwpStatTrace();
+    for (uint32_t n = 1; n <= 4; ++n) {
+        ForgetLines();
+        standin::FailCall("HostHookRegister", n);
+        LyrKes_RegCwpStatTrace();
+        EXPECT_THAT(TakeLines(LineKind::kReport),
+                    ElementsAre(Text("register kes hook(KES %s)failed, ret=3.", kNames[n - 1])));
+        LyrKes_UnRegCwpStatTrace();
+        EXPECT_THAT(TakeLines(LineKind::kReport), ElementsAre("unregister kes hook failed, ret=4."))
+            << "the others were there";
+    }
+    LyrKes_RegCwpStatTrace();
+}
+
+}  // namespace

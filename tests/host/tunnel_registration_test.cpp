@@ -1,0 +1,240 @@
+#include "lb/tunnel_registration.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <functional>
+
+#include "channel/service_channel.h"
+#include "channel/station_service.h"
+#include "dist_tables.h"
+#include "lb/dist_lifecycle.h"
+#include "module/capability.h"
+#include "standin/channels.h"
+
+namespace {
+
+using namespace host_test;
+using standin::LineKind;
+using ::testing::Contains;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
+
+constexpr uint32_t kInstances = 28;
+constexpr uint32_t kCapwap = LYR_PKT_TYPE_CAPWAP;
+constexpr uint32_t kWapi = LYR_PKT_TYPE_WAPI;
+
+std::vector<uint32_t> Channels(uint32_t pktType) {
+    const uint32_t *map = LyrKes_GetChnMapByPktType(pktType);
+    return {map, map + g_lyrHostsvcNum + 1};
+}
+
+std::string NoChannel(const std::string &name) {
+    return "get channel id by channel name " + name + " failed.";
+}
+
+std::string NoThread(const std::string &name) {
+    return "get thread info by thread name " + name + " failed.";
+}
+
+template <class Table>
+class Registration : public TracedHostTest {};
+TYPED_TEST_SUITE(Registration, AllTables, TableNames);
+
+TYPED_TEST(Registration, AddRefreshDelete) {
+    using Table = TypeParam;
+    const struct {
+        const char *name;
+        uint32_t operation, nodeId;
+        uint32_t result;
+        Contents contents;
+        uint32_t lines;  // about a missing channel, or about the node id
+    } steps[] = {
+        {"delete of none", kDelete, 3, 0, {}, 0},
+        {"node id above the instances", kAdd, kInstances, 1, {}, 1},
+        {"add", kAdd, 3, 0, {{1, 3}}, Table::kNeedsChannel},
+        {"refresh", kAdd, 5, 0, {{1, 5}}, 0},
+        {"unknown operation", 2, 6, 2, {{1, 5}}, 0},
+        {"refresh by one above the instances", kAdd, kInstances, 1, {{1, 5}}, 1},
+        {"refresh by the highest node id", kAdd, 0xFFFFFFFF, 1, {{1, 5}}, 1},
+        {"delete under another node id", kDelete, 9, 0, {}, 0},
+        {"last instance", kAdd, kInstances - 1, 0, {{1, kInstances - 1}}, Table::kNeedsChannel},
+        {"delete under one above the instances", kDelete, kInstances, 0, {}, 0},
+    };
+    for (const auto &step : steps) {
+        SCOPED_TRACE(step.name);
+        this->ForgetLines();
+        EXPECT_EQ(Change<Table>(step.operation, 1, step.nodeId), step.result);
+        EXPECT_EQ(ContentsOf<Table>(), step.contents);
+        const auto lines = this->TakeReports();
+        ASSERT_THAT(lines, SizeIs(step.lines));
+        EXPECT_THAT(lines, Each(HasSubstr(std::to_string(step.nodeId))));
+        EXPECT_EQ(Table::kLocker, 0u);
+    }
+    EXPECT_THAT(Channels(kCapwap), Each(TOV_CHANNEL_ID_NONE));
+
+    ASSERT_EQ(Change<Table>(kAdd, 1, 3), 0u);
+    auto *entry = EntriesOf<Table>().at(0);
+    EXPECT_EQ(std::exchange(entry->reconMark, 2), 0u);
+    ASSERT_EQ(Change<Table>(kAdd, 1, 4), 0u);
+    EXPECT_EQ(entry->reconMark, 2u) << "a refresh is no confirmation";
+}
+
+TYPED_TEST(Registration, NoMemoryForAnEntry) {
+    const std::string name = TypeParam::kName;
+    this->ForgetLines();
+    standin::FailCall("TovMemAllocInner");
+    EXPECT_EQ(Change<TypeParam>(kAdd, 1, 3), 1u);
+    EXPECT_THAT(this->TakeReports(), ElementsAre("Add " + name + " tunnel TovMemAlloc failed"));
+    EXPECT_THAT(ContentsOf<TypeParam>(), IsEmpty());
+    EXPECT_EQ(TypeParam::kLocker, 0u);
+    ASSERT_EQ(Change<TypeParam>(kAdd, 1, 3), 0u);
+    EXPECT_THAT(standin::ModuleMemoryByTag(kModuleId), Contains(StartsWith(TypeParam::kAddTag)));
+}
+
+class RegistrationTest : public TracedHostTest {
+  protected:
+    Texts Reported(const std::function<void()> &run) {
+        ForgetLines();
+        run();
+        return TakeReports();
+    }
+};
+
+// An add searches, makes its entry with no lock held, and then inserts it. The line about a missing
+// channel comes out in between.
+TEST_F(RegistrationTest, WhatHappensBetweenSearchAndInsertion) {
+    using Table = Ipv4Tunnels;
+    const Instance known(1, kCapwap);
+    ASSERT_EQ(Change<Table>(kAdd, 2, 1), 0u);
+    auto add = [](uint32_t nodeId) {
+        const auto request = Table::Request(kAdd, 1, nodeId);
+        return LyrHost_Kes_CwpTunnel(&request, nullptr);
+    };
+    auto addMeanwhile = [&](const std::function<void()> &meanwhile) {
+        standin::SetLineSink([&](LineKind kind, std::string_view) {
+            if (kind == LineKind::kReport) {
+                meanwhile();
+            }
+        });
+        const uint32_t result = add(7);
+        standin::SetLineSink({});
+        return result;
+    };
+    EXPECT_EQ(addMeanwhile([&] { EXPECT_EQ(add(1), 0u); }), 0u);
+    Contents contents = ContentsOf<Table>();
+    std::sort(contents.begin(), contents.end());
+    EXPECT_EQ(contents, (Contents{{1, 7}, {2, 1}}));
+
+    const auto remove = Table::Request(kDelete, 1, 0);
+    ASSERT_EQ(LyrHost_Kes_CwpTunnel(&remove, nullptr), 0u);
+    const auto memory = standin::ModuleMemory(kModuleId).blocks;
+    LyrKesDistIpv4Key key;
+    LyrKes_DistIPv4SetKey(&key, &remove);
+    LyrKesDistBucket &bucket = g_LyrKes_DistIpv4Tbl[Table::kIndexOf(&key, sizeof(key))];
+    EXPECT_EQ(addMeanwhile([&] { bucket.next = nullptr; }), kError);
+    bucket.next = &bucket;
+    EXPECT_EQ(standin::ModuleMemory(kModuleId).blocks, memory);
+
+    EXPECT_EQ(addMeanwhile(LyrKes_Dist_Deinit), kError);
+    ASSERT_EQ(LyrKes_Dist_Init(), 0u);
+}
+
+TEST_F(RegistrationTest, SessionThatCannotBeCopied) {
+    const auto lines = Reported([] {
+        standin::FailCall("memcpy_s");
+        EXPECT_EQ(Change<KaSessions>(kAdd, 1, 3), 1u);
+    });
+    EXPECT_THAT(lines,
+                ElementsAre("Add KA tunnel memcpy_s failed, err = " + std::to_string(ERANGE)));
+    EXPECT_THAT(ContentsOf<KaSessions>(), IsEmpty());
+}
+
+TEST_F(RegistrationTest, ResolvesTheInstanceOnceItIsThere) {
+    const std::string channel = "chn/kes2lyrcwp7", thread = "thd/kes2lyrcwp7";
+    auto addTunnel = [](uint32_t n) { EXPECT_EQ(Change<Ipv4Tunnels>(kAdd, n, 7), 0u); };
+    EXPECT_THAT(Reported([&] { addTunnel(1); }), ElementsAre(NoChannel(channel)));
+
+    const uint32_t lone = standin::OpenChannel(channel, 4);
+    EXPECT_THAT(Reported([&] { addTunnel(2); }), ElementsAre(NoThread(thread)));
+    EXPECT_THAT(Channels(kCapwap), Each(TOV_CHANNEL_ID_NONE));
+    standin::CloseChannel(lone);
+
+    const Instance instance(7, kCapwap);
+    EXPECT_THAT(Reported([&] { addTunnel(1); }), IsEmpty()) << "a refresh resolves nothing";
+    EXPECT_EQ(g_kes2lyrHostChnMap[kCapwap][7], TOV_CHANNEL_ID_NONE);
+    EXPECT_THAT(Reported([&] { addTunnel(3); }), IsEmpty());
+    EXPECT_EQ(g_kes2lyrHostChnMap[kCapwap][7], instance.ChannelId());
+    EXPECT_EQ(g_lyrHostThreadInfoId[kCapwap][7], TOV_ThreadInfoGetByName(thread.c_str()));
+    EXPECT_THAT(Channels(kWapi), Each(TOV_CHANNEL_ID_NONE));
+
+    standin::CountCalls();
+    addTunnel(4);
+    EXPECT_EQ(Change<Ipv4Tunnels>(kDelete, 4, 7), 0u);
+    EXPECT_EQ(standin::CallCount("TOV_ChannelGetIdByName"), 0u) << "resolved already";
+    EXPECT_EQ(g_kes2lyrHostChnMap[kCapwap][7], instance.ChannelId());
+}
+
+TEST_F(RegistrationTest, ChannelOfAnInstanceThatCannotBeResolved) {
+    EXPECT_THAT(Reported([] { EXPECT_EQ(LyrKes_DistAddChannel(3, 2), kError); }),
+                ElementsAre("channel map not initialized, pid 3, pktType 2"));
+    TovThreadInfo **threads = std::exchange(g_lyrHostThreadInfoId[kWapi], nullptr);
+    EXPECT_THAT(Reported([] { EXPECT_EQ(LyrKes_DistAddChannel(3, kWapi), kError); }),
+                ElementsAre("thread info not initialized, pid 3, pktType 1"));
+    g_lyrHostThreadInfoId[kWapi] = threads;
+    EXPECT_EQ(LyrKes_DistAddChannel(kInstances, kWapi), kError);
+
+    // A name of 20 characters does not fit.
+    standin::SetCapability("WCWP_SPEC_SVC_NUM", 20000);
+    Restart();
+    EXPECT_THAT(Reported([] { EXPECT_EQ(LyrKes_DistAddChannel(12345, kWapi), kError); }),
+                IsEmpty());
+    EXPECT_THAT(Reported([] { EXPECT_EQ(LyrKes_DistAddChannel(12345, kCapwap), kError); }),
+                ElementsAre(NoChannel("chn/kes2lyrcwp12345")));
+}
+
+TEST_F(RegistrationTest, RangesOfStationInstances) {
+    const struct {
+        uint32_t start, count;
+        bool accepted;
+        uint32_t first, end;  // instances resolved
+    } cases[] = {
+        {20, 10, true, 20, 28},  // cut at the last instance
+        {0, 28, true, 0, 28},         {3, 1, true, 3, 4},           {5, 0, true, 0, 0},
+        {28, 28, true, 0, 0},         {29, 0, false, 0, 0},         {0, 29, false, 0, 0},
+        {1, 0xFFFFFFFF, false, 0, 0}, {0xFFFFFFFF, 1, false, 0, 0},
+    };
+    for (const auto &row : cases) {
+        SCOPED_TRACE(testing::Message() << row.start << ", " << row.count);
+        LyrKes_SetStaSvcInfo(0x700000009);
+        std::vector<std::string> expected;
+        for (uint32_t node = row.first; node < row.end; ++node) {
+            expected.push_back(NoChannel("chn/kes2lyrwapi" + std::to_string(node)));
+        }
+        if (!row.accepted) {
+            expected = {"Invalid sta vcpu info, startVcpuId:" + std::to_string(row.start) +
+                        ", instSpec:" + std::to_string(row.count)};
+        }
+        std::vector<uint8_t> reply;
+        const LyrKesWapiTunnelReq request = {row.start, row.count};
+        const uint32_t refused = row.accepted ? 0 : 1;
+        const auto lines =
+            Reported([&] { EXPECT_EQ(Call(MUND_OP_WapiTunnel, request, &reply), refused); });
+        EXPECT_EQ(lines, expected);
+        EXPECT_THAT(reply, ElementsAre(refused, 0, 0, 0));
+        EXPECT_EQ(LyrKes_GetStaSvcInfo(),
+                  row.accepted ? uint64_t{row.count} << 32 | row.start : 0x700000009);
+    }
+
+    const Instance instance(20, kWapi);
+    ASSERT_EQ(Call(MUND_OP_WapiTunnel, LyrKesWapiTunnelReq{20, 1}), 0u);
+    EXPECT_EQ(g_kes2lyrHostChnMap[kWapi][20], instance.ChannelId());
+    ASSERT_EQ(Call(MUND_OP_WapiTunnel, LyrKesWapiTunnelReq{21, 1}), 0u);
+    EXPECT_EQ(g_kes2lyrHostChnMap[kWapi][20], instance.ChannelId()) << "stays resolved";
+}
+
+}  // namespace
