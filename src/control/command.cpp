@@ -1,6 +1,7 @@
 #include "control/command.h"
 
 #include "control/command_lines.h"
+#include "control/json_line.h"
 #include "control/reply_format.h"
 #include "mund/messages.h"
 
@@ -134,7 +135,7 @@ std::string Outcome::ToJson() const {
     if (!reply.is_null()) {
         json["reply"] = reply;
     }
-    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    return JsonLine(json);
 }
 
 Outcome Execute(const Command &command, const Caller &caller) {

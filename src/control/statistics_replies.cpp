@@ -5,6 +5,7 @@
 
 #include "control/record_table.h"
 #include "control/reply_format.h"
+#include "control/statistics_words.h"
 #include "control/values.h"
 #include "mund/statistics_messages.h"
 
@@ -28,16 +29,7 @@ ordered_json ReadResult(const Bytes &request, const Ask &ask) {
 
 // The counters by class of packets.
 
-ordered_json DecodePktStat(std::string_view words, const LyrKesPktStat &row) {
-#define COUNTER(field, words) {#field, row.field},
-    return {{"class", words}, LYR_KES_PKT_STAT_COUNTERS(COUNTER)};
-#undef COUNTER
-}
-
 ordered_json ReadPktStats(const Bytes &request, const Ask &ask) {
-#define WORDS(name, words) words,
-    constexpr std::string_view kClasses[] = {LYR_KES_PKT_STAT_ROWS(WORDS)};
-#undef WORDS
     const auto reply = AskFor<LyrKesGetPktStatisticsRsp>(ask, request);
     if (reply.rowNum != LYR_KES_PKT_STAT_ROW_NUM ||
         reply.counterNum != LYR_KES_PKT_STAT_COUNTER_NUM) {
@@ -46,11 +38,7 @@ ordered_json ReadPktStats(const Bytes &request, const Ask &ask) {
                          std::to_string(LYR_KES_PKT_STAT_ROW_NUM) + " of " +
                          std::to_string(LYR_KES_PKT_STAT_COUNTER_NUM));
     }
-    ordered_json classes = ordered_json::array();
-    for (size_t i = 0; i < std::size(kClasses); ++i) {
-        classes.push_back(DecodePktStat(kClasses[i], reply.rows[i]));
-    }
-    return {{"classes", std::move(classes)}};
+    return {{"classes", PacketCountersToJson(reply.rows)}};
 }
 
 std::string RenderPktStats(const ordered_json &reply) {
@@ -128,17 +116,13 @@ std::string RenderMsgTypeStats(const ordered_json &reply) {
 
 // The ping counters.
 
-#define WORDS(name, words) words,
-constexpr std::string_view kPoints[] = {LYR_KES_HOOK_KINDS(WORDS)};
-#undef WORDS
-
 ordered_json ReadPingStats(const Bytes &request, const Ask &ask) {
     const auto reply = AskFor<LyrKesCwpPingStatRsp>(ask, request);
     CheckResult(reply.result);
     ordered_json points = ordered_json::array();
-    for (size_t i = 0; i < std::size(kPoints); ++i) {
+    for (size_t i = 0; i < std::size(kHookPointWords); ++i) {
         const LyrKesCwpPingCount &count = reply.counts[i];
-        points.push_back({{"point", kPoints[i]},
+        points.push_back({{"point", kHookPointWords[i]},
                           {"packets", count.pktCnt},
                           {"fragments", count.fragCnt},
                           {"bytes", count.byteCnt}});
@@ -162,7 +146,8 @@ std::string MomentText(uint32_t date, uint32_t time) {
 }
 
 std::string PointText(uint32_t kind) {
-    return kind < std::size(kPoints) ? std::string(kPoints[kind]) : "point " + std::to_string(kind);
+    return kind < std::size(kHookPointWords) ? kHookPointWords[kind]
+                                             : "point " + std::to_string(kind);
 }
 
 ordered_json DecodeProbe(uint32_t position, const LyrKesCwpTraceEntry &entry) {
@@ -225,6 +210,19 @@ ordered_json ReadProbesCleared(const Bytes &request, const Ask &ask) {
 }
 
 }  // namespace
+
+ordered_json PacketCountersToJson(
+    std::span<const LyrKesPktStat, LYR_KES_PKT_STAT_ROW_NUM> classes) {
+    ordered_json list = ordered_json::array();
+    for (size_t i = 0; i < classes.size(); ++i) {
+        ordered_json counters = {{"class", kPacketClassWords[i]}};
+        for (const PacketCounter &counter : kPacketCounters) {
+            counters[counter.field] = classes[i].*counter.value;
+        }
+        list.push_back(std::move(counters));
+    }
+    return list;
+}
 
 const ReplyFormat kPktStatsReply = {sizeof(LyrKesGetPktStatisticsRsp), ReadPktStats,
                                     RenderPktStats};

@@ -3,9 +3,11 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <cstdio>
 #include <ctime>
+#include <iterator>
 #include <string>
 
 #include "capwap/message_type.h"
@@ -74,6 +76,15 @@ std::string AddressText(const uint16_t (&ipv6)[8]) {
     return inet_ntop(AF_INET6, &address, text, sizeof text);
 }
 
+std::string AddressText(const uint32_t (&ipv6)[4]) {
+    uint16_t groups[8];
+    for (size_t i = 0; i < std::size(ipv6); ++i) {
+        groups[2 * i] = static_cast<uint16_t>(ipv6[i] >> 16);
+        groups[2 * i + 1] = static_cast<uint16_t>(ipv6[i]);
+    }
+    return AddressText(groups);
+}
+
 std::string MacText(const uint8_t (&mac)[6]) {
     char text[18];
     std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
@@ -94,6 +105,20 @@ std::string TimeText(int64_t seconds, std::optional<uint32_t> milliseconds) {
         std::snprintf(fraction, sizeof fraction, ".%03u", *milliseconds % 1000);
     }
     return std::string(moment) + fraction + std::string(zone).insert(3, ":");
+}
+
+std::string HexText(uint64_t value) {
+    char text[20];
+    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
+    return text;
+}
+
+std::string IdentifierOf(std::string_view words) {
+    std::string identifier(words);
+    std::ranges::transform(identifier, identifier.begin(), [](unsigned char c) {
+        return c == ' ' ? '_' : static_cast<char>(std::tolower(c));
+    });
+    return identifier;
 }
 
 bool IsUnspecified(const LyrKesRpcIpAddr &address) {

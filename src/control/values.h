@@ -21,6 +21,8 @@ LyrKesRpcIpAddr ParseAddress(std::string_view name, std::string_view text);
 // An address in its usual text form: a u32 in host order, or eight groups in host order.
 std::string AddressText(uint32_t ipv4);
 std::string AddressText(const uint16_t (&ipv6)[8]);
+// The same of four words in host order.
+std::string AddressText(const uint32_t (&ipv6)[4]);
 
 // Six bytes in hexadecimal, with ':' between them.
 std::string MacText(const uint8_t (&mac)[6]);
@@ -28,6 +30,12 @@ std::string MacText(const uint8_t (&mac)[6]);
 // A moment in local time, as ISO 8601 writes it: 2024-05-17T09:30:00+02:00. The second has
 // milliseconds only where they are given.
 std::string TimeText(int64_t seconds, std::optional<uint32_t> milliseconds = std::nullopt);
+
+// 0x and the hexadecimal digits.
+std::string HexText(uint64_t value);
+
+// Words as a name for programs, in lower case and without spaces: "dtls_handshake".
+std::string IdentifierOf(std::string_view words);
 
 // True for 0.0.0.0 and ::.
 bool IsUnspecified(const LyrKesRpcIpAddr &address);

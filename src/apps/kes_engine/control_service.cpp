@@ -1,11 +1,11 @@
 #include "control_service.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "control/json_line.h"
 #include "engine.h"
 #include "explanation.h"
 #include "failure.h"
@@ -17,19 +17,18 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 mund::WireReply TextReply(const Json &object) {
-    const std::string text = object.dump(-1, ' ', false, Json::error_handler_t::replace);
+    const std::string text = control::JsonLine(object);
     return {.status = MUND_WIRE_OK, .payload = {text.begin(), text.end()}};
 }
 
 // The engine counts a module's memory by the place in its source that took it; here it is summed up
 // by function.
-Json MemoryToJson(const std::vector<std::string> &memory) {
+Json MemoryToJson(const std::vector<standin::MemoryOfPlace> &memory) {
     std::map<std::string, standin::MemoryUse> byFunction;
-    for (const std::string &line : memory) {
-        standin::MemoryUse &use = byFunction[line.substr(0, line.find(':'))];
-        char *end = nullptr;
-        use.blocks += std::strtoull(line.c_str() + line.find(' '), &end, 10);
-        use.bytes += std::strtoull(end, nullptr, 10);
+    for (const auto &[function, line, held] : memory) {
+        standin::MemoryUse &use = byFunction[function];
+        use.blocks += held.blocks;
+        use.bytes += held.bytes;
     }
     Json list = Json::array();
     for (const auto &[function, use] : byFunction) {

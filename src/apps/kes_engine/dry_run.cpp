@@ -12,6 +12,7 @@
 #include "kes/channel.h"
 #include "kes/hook.h"
 #include "kes/interface_index.h"
+#include "packet_class.h"
 
 namespace kes_engine {
 namespace {
@@ -33,8 +34,6 @@ enum DistAnswer : uint32_t {
 constexpr size_t kFlagsAt = 3;
 constexpr uint8_t kFlagFragment = 0x80;
 constexpr uint8_t kFlagKeepalive = 0x08;
-constexpr uint8_t kPreambleTypeMask = 0x0F;
-constexpr uint8_t kPreambleDtls = 1;
 constexpr size_t kContentTypeAt = 4;
 
 bool IsFromOrTo(const HostMbuf *packet, uint16_t port) {

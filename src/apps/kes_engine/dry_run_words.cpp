@@ -12,15 +12,6 @@ namespace {
 
 using std::to_string;
 
-std::string Ipv6Text(const uint32_t (&words)[4]) {
-    uint16_t groups[8];
-    for (size_t i = 0; i < 4; ++i) {
-        groups[2 * i] = static_cast<uint16_t>(words[i] >> 16);
-        groups[2 * i + 1] = static_cast<uint16_t>(words[i]);
-    }
-    return control::AddressText(groups);
-}
-
 // From whom to whom, as far as the frame tells; begins with a space.
 std::string EndsText(const standin::HostMbufMeta &meta) {
     const auto ends = [](const std::string &src, const std::string &dst) {
@@ -30,7 +21,7 @@ std::string EndsText(const standin::HostMbufMeta &meta) {
         case HOST_PROTO_IPV4:
             return ends(control::AddressText(meta.srcIp), control::AddressText(meta.dstIp));
         case HOST_PROTO_IPV6:
-            return ends(Ipv6Text(meta.srcIp6), Ipv6Text(meta.dstIp6));
+            return ends(control::AddressText(meta.srcIp6), control::AddressText(meta.dstIp6));
         default:
             return meta.hasMacs ? ends(control::MacText(meta.srcMac), control::MacText(meta.dstMac))
                                 : "";
@@ -65,7 +56,8 @@ std::string PortsText(const HostMbuf *packet) {
 }
 
 std::string AddressText(const MundModuleAddress &address) {
-    return address.ipVer == 6 ? Ipv6Text(address.words) : control::AddressText(address.words[0]);
+    return address.ipVer == 6 ? control::AddressText(address.words)
+                              : control::AddressText(address.words[0]);
 }
 
 std::string SourceText(size_t position, const MundSourceRecord &source) {
@@ -89,8 +81,8 @@ std::string KeyText(const Ipv4TunnelKey &key) {
 }
 
 std::string KeyText(const Ipv6TunnelKey &key) {
-    return TunnelText("[" + Ipv6Text(key.src) + "]", key.srcPort, "[" + Ipv6Text(key.dst) + "]",
-                      key.dstPort, key.vpn);
+    return TunnelText("[" + control::AddressText(key.src) + "]", key.srcPort,
+                      "[" + control::AddressText(key.dst) + "]", key.dstPort, key.vpn);
 }
 
 std::string KeyText(const SessionKey &key) {

@@ -3,10 +3,12 @@
 #include <chrono>
 #include <iostream>
 
+#include "control/json_line.h"
 #include "explanation.h"
 #include "failure.h"
 #include "interruption.h"
 #include "module_caller.h"
+#include "mund/module_objects.h"
 #include "standin/runtime.h"
 
 namespace kes_engine {
@@ -20,7 +22,6 @@ static_assert(kPacketBuffers > kMaxWorkers * ForwardingThread::kBatch);
 constexpr std::chrono::milliseconds kListenSlice{50};
 
 // The module's own word on how many instances it serves: numbered from 0 to this, inclusive.
-constexpr const char *kInstanceCountObject = "g_lyrHostsvcNum";
 
 }  // namespace
 
@@ -43,9 +44,10 @@ void Engine::Start() {
     if (const std::string wrong = module_.Start(); !wrong.empty()) {
         throw Failure("cannot start the module: " + wrong);
     }
-    const auto *last = static_cast<const uint32_t *>(module_.Symbol(kInstanceCountObject));
+    const auto *last = static_cast<const uint32_t *>(module_.Symbol(MUND_OBJECT_LAST_INSTANCE));
     if (last == nullptr) {
-        throw Failure("module '" + options_.module + "' has no object " + kInstanceCountObject);
+        throw Failure("module '" + options_.module + "' has no object " +
+                      MUND_OBJECT_LAST_INSTANCE);
     }
     // No channel refuses a packet for lack of room: all buffers fit into any one of them.
     instances_.emplace(uint64_t{*last} + 1, pool_.Capacity(), out_);
@@ -135,7 +137,7 @@ void Engine::Print(const Frame &frame, const Explanation &explanation) const {
     if (options_.jsonReport) {
         nlohmann::ordered_json object = {{"frame", frame.number}};
         object.update(explanation.ToJson());
-        std::cout << object.dump() << '\n';
+        std::cout << control::JsonLine(object) << '\n';
     } else {
         std::cout << "frame " << frame.number << '\n' << explanation.ToText() << '\n';
     }
@@ -181,7 +183,7 @@ State Engine::StateNow() const {
             .received = received_,
             .fates = forwarding_->FatesSoFar(),
             .instances = instances_->Counts(),
-            .memory = standin::ModuleMemoryByTag(module_.Id())};
+            .memory = standin::ModuleMemoryByPlace(module_.Id())};
 }
 
 void Engine::ExecuteAfter(const std::vector<control::Command> &commands) {
@@ -196,7 +198,7 @@ void Engine::ExecuteAfter(const std::vector<control::Command> &commands) {
 void Engine::Receive(const Frame &frame) {
     HostMbuf *packet = pool_.Receive(frame.bytes, ArrivalOf(frame));
     if (packet == nullptr) {
-        throw Failure("'" + options_.capture + "': frame " + std::to_string(frame.number) +
+        throw Failure("'" + options_.Source() + "': frame " + std::to_string(frame.number) +
                       " has " + std::to_string(frame.bytes.size()) + " bytes; at most " +
                       std::to_string(standin::MbufPool::kMaxFrame) + " fit into a buffer");
     }

@@ -19,6 +19,7 @@
 #include "service_instances.h"
 #include "standin/mbuf_pool.h"
 #include "standin/module_loader.h"
+#include "standin/runtime.h"
 
 namespace kes_engine {
 
@@ -31,7 +32,7 @@ struct State {
     uint64_t received = 0;
     Fates fates;
     std::vector<InstanceCount> instances;
-    std::vector<std::string> memory;  // of the module, by allocating function
+    std::vector<standin::MemoryOfPlace> memory;  // that the module holds
 };
 
 class Engine {

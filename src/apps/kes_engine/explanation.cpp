@@ -1,7 +1,6 @@
 #include "explanation.h"
 
-#include <cstdio>
-
+#include "control/values.h"
 #include "dry_run.h"
 #include "failure.h"
 #include "module_view.h"
@@ -33,9 +32,7 @@ const char *FateName(standin::Fate fate) {
 }
 
 std::string ValueText(uint64_t value) {
-    char text[24];
-    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
-    return value == 0 ? "0" : text;
+    return value == 0 ? "0" : control::HexText(value);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstring>
 
+#include "control/statistics_words.h"
 #include "failure.h"
 #include "module_caller.h"
 #include "mund/call.h"
@@ -79,7 +80,7 @@ std::vector<std::string> ContradictionsIn(const PacketCounters &counters,
         const auto compare = [&](const char *counter, uint32_t counted, const char *what,
                                  uint32_t expected) {
             if (counted != expected) {
-                lines.push_back(std::string("counters of ") + kClassWords[row] +
+                lines.push_back(std::string("counters of ") + control::kPacketClassWords[row] +
                                 " packets: " + std::to_string(counted) + " " + counter + ", but " +
                                 std::to_string(expected) + " " + what);
             }

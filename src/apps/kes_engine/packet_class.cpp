@@ -12,8 +12,6 @@ namespace {
 
 constexpr size_t kIpv6Header = 40;
 constexpr size_t kUdpHeader = 8;
-constexpr uint8_t kPreambleTypeMask = 0x0F;  // RFC 5415, section 4.1
-constexpr uint8_t kPreambleDtls = 1;
 
 // Of the data channel, the module wants handshakes and keepalives; their preambles differ.
 std::optional<size_t> ClassOnDataPort(const HostMbuf *packet, const standin::HostMbufMeta &meta) {

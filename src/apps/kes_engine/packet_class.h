@@ -9,10 +9,9 @@
 
 namespace kes_engine {
 
-// The classes in words, in the order of the module's rows.
-#define KES_ENGINE_CLASS(name, words) words,
-inline constexpr const char *kClassWords[] = {LYR_KES_PKT_STAT_ROWS(KES_ENGINE_CLASS)};
-#undef KES_ENGINE_CLASS
+// The type in the first byte of CAPWAP (RFC 5415, section 4.1).
+constexpr uint8_t kPreambleTypeMask = 0x0F;
+constexpr uint8_t kPreambleDtls = 1;
 
 // Packets by class, as wide as the module's counters, so that both wrap alike.
 using ClassCounts = std::array<uint32_t, LYR_KES_PKT_STAT_ROW_NUM>;

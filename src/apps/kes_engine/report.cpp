@@ -1,29 +1,27 @@
 #include "report.h"
 
 #include <algorithm>
-#include <cctype>
 #include <iomanip>
 #include <nlohmann/json.hpp>
 #include <sstream>
+
+#include "control/statistics_words.h"
+#include "control/values.h"
 
 namespace kes_engine {
 namespace {
 
 using Json = nlohmann::ordered_json;
+using control::IdentifierOf;
+using control::kPacketClassWords;
+using control::kPacketCounters;
+using control::PacketCounter;
 
 constexpr int kCounterWidth = 16;
 
 double PacketsPerSecond(const Result &result) {
     return result.seconds > 0 ? static_cast<double>(result.frames) / result.seconds : 0;
 }
-
-struct Counter {
-    const char *words;
-    uint32_t LyrKesPktStat::*value;
-};
-#define COUNTER(field, words) {words, &LyrKesPktStat::field},
-constexpr Counter kCounters[] = {LYR_KES_PKT_STAT_COUNTERS(COUNTER)};
-#undef COUNTER
 
 void PrintTotals(std::ostream &out, const Result &result) {
     const auto row = [&out](const char *name) -> std::ostream & {
@@ -76,10 +74,10 @@ void PrintCounters(std::ostream &out, const Result &result) {
         return;
     }
     out << "\ncounters           ";
-    for (const char *name : kClassWords) {
+    for (const char *name : kPacketClassWords) {
         out << std::setw(kCounterWidth) << name;
     }
-    for (const Counter &counter : kCounters) {
+    for (const PacketCounter &counter : kPacketCounters) {
         out << '\n' << std::left << std::setw(19) << counter.words << std::right;
         for (const LyrKesPktStat &of : *result.counters) {
             out << std::setw(kCounterWidth) << of.*counter.value;
@@ -122,19 +120,12 @@ Json InstanceToJson(const InstanceReport &report) {
 }
 
 // A key for words, as in "send_failed".
-std::string Key(std::string words) {
-    std::ranges::transform(words, words.begin(), [](unsigned char c) {
-        return static_cast<char>(c == ' ' ? '_' : std::tolower(c));
-    });
-    return words;
-}
-
 Json CountersToJson(const Result &result) {
     Json classes;
     for (size_t row = 0; result.counters && row < result.counters->size(); ++row) {
-        Json &counters = classes[Key(kClassWords[row])];
-        for (const Counter &counter : kCounters) {
-            counters[Key(counter.words)] = (*result.counters)[row].*counter.value;
+        Json &counters = classes[IdentifierOf(kPacketClassWords[row])];
+        for (const PacketCounter &counter : kPacketCounters) {
+            counters[IdentifierOf(counter.words)] = (*result.counters)[row].*counter.value;
         }
     }
     return classes;

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "control/input_error.h"
+#include "control/json_line.h"
 #include "control/values.h"
 #include "kes_engine/capture_reader.h"
 #include "own_commands.h"
@@ -45,7 +46,7 @@ void PrintObject(const Frame &frame, const ordered_json &answer) {
     ordered_json object = {{"frame", frame.number}};
     object.update(answer);
     object["frame"] = frame.number;
-    std::cout << object.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+    std::cout << control::JsonLine(object) << '\n';
 }
 
 std::unique_ptr<CaptureReader> Open(const std::string &path) {

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "control/input_error.h"
+#include "control/json_line.h"
 #include "control/values.h"
 #include "module_object.h"
 #include "mund/module_objects.h"
@@ -168,7 +169,7 @@ class LinePrinter {
                                    {"kind", KindOf(line.kind).name},
                                    {"lost", lost_},
                                    {"text", text}};
-        std::cout << json.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+        std::cout << control::JsonLine(json) << '\n';
     }
 
     void PrintText(const MundWireLine &line, std::string_view text) {

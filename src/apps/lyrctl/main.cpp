@@ -8,6 +8,7 @@
 #include "client.h"
 #include "command_list.h"
 #include "control/command.h"
+#include "control/json_line.h"
 #include "options.h"
 
 namespace lyrctl {
@@ -37,7 +38,7 @@ void PrintAnswer(const std::string &command, const std::string &failure,
     if (reply != nullptr) {
         json["reply"] = *reply;
     }
-    std::cout << json.dump(-1, ' ', false, ordered_json::error_handler_t::replace) << '\n';
+    std::cout << control::JsonLine(json) << '\n';
 }
 
 ExitStatus RunOwn(Client &client, const Entry &entry, std::span<const std::string> words) {

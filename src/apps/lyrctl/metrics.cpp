@@ -1,10 +1,11 @@
 // metrics: all counters in the text exposition format of Prometheus.
 #include <algorithm>
-#include <cctype>
 #include <string>
 #include <string_view>
 
 #include "capwap/message_type.h"
+#include "control/statistics_words.h"
+#include "control/values.h"
 #include "module_object.h"
 #include "object_format.h"
 #include "own_commands.h"
@@ -13,20 +14,10 @@
 namespace lyrctl {
 namespace {
 
-#define WORDS(name, words) words,
-constexpr std::string_view kPacketTypes[] = {MUND_PACKET_TYPES(WORDS)};
-constexpr std::string_view kClasses[] = {LYR_KES_PKT_STAT_ROWS(WORDS)};
-constexpr std::string_view kPoints[] = {LYR_KES_HOOK_KINDS(WORDS)};
-#undef WORDS
-
-// A label's value for words, as in "dtls_handshake".
-std::string Key(std::string_view words) {
-    std::string key(words);
-    std::ranges::transform(key, key.begin(), [](unsigned char c) {
-        return c == ' ' ? '_' : static_cast<char>(std::tolower(c));
-    });
-    return key;
-}
+using control::IdentifierOf;
+using control::kHookPointWords;
+using control::kPacketClassWords;
+using control::kPacketTypeWords;
 
 // Families of samples, in the order in which they are begun.
 class Metrics {
@@ -69,7 +60,7 @@ void AddByClass(Metrics &metrics, const Reading &reading, const char *label,
                 std::span<const ClassCounter> counters) {
     for (size_t i = 0; i < reading.classes.size(); ++i) {
         for (const ClassCounter &counter : counters) {
-            metrics.Sample({{"class", Key(kClasses[i])}, {label, counter.label}},
+            metrics.Sample({{"class", IdentifierOf(kPacketClassWords[i])}, {label, counter.label}},
                            reading.classes[i].*counter.count);
         }
     }
@@ -84,7 +75,7 @@ void AddClasses(Metrics &metrics, const Reading &reading) {
                                          {"session_id_failed", &LyrKesPktStat::kaSessionFailCnt}};
     metrics.Counter("lyr_host_packets_received_total", "Packets that the module classified.");
     for (size_t i = 0; i < reading.classes.size(); ++i) {
-        metrics.Sample({{"class", Key(kClasses[i])}}, reading.classes[i].rxCnt);
+        metrics.Sample({{"class", IdentifierOf(kPacketClassWords[i])}}, reading.classes[i].rxCnt);
     }
     metrics.Counter("lyr_host_packets_total", "Classified packets by what became of them.");
     AddByClass(metrics, reading, "result", kResults);
@@ -100,8 +91,8 @@ void AddHandOffs(Metrics &metrics, control::Connection &engine) {
     metrics.Counter("lyr_host_handoffs_total",
                     "Packets put into the channel of a service instance, and those refused there.");
     for (size_t i = 0; i < handedOver.size(); ++i) {
-        metrics.Sample({{"type", kPacketTypes[i]}, {"result", "sent"}}, handedOver[i])
-            .Sample({{"type", kPacketTypes[i]}, {"result", "failed"}}, failed[i]);
+        metrics.Sample({{"type", kPacketTypeWords[i]}, {"result", "sent"}}, handedOver[i])
+            .Sample({{"type", kPacketTypeWords[i]}, {"result", "failed"}}, failed[i]);
     }
     metrics.Counter("lyr_host_wapi_frames_total", "WAPI frames meant for a service instance.")
         .Sample(ReadObject<uint32_t>(engine, MUND_OBJECT_WAPI_FRAMES));
@@ -131,11 +122,11 @@ void AddDropWatch(Metrics &metrics, const MundDropWatch &watch) {
 void AddTables(Metrics &metrics, const Reading &reading) {
     metrics.Gauge("lyr_host_table_entries", "Tunnels and sessions that are registered.");
     for (const TableFill &table : reading.tables) {
-        metrics.Sample({{"table", Key(table.name)}}, table.entries);
+        metrics.Sample({{"table", IdentifierOf(table.name)}}, table.entries);
     }
     metrics.Gauge("lyr_host_table_buckets", "Hash buckets of the tables.");
     for (const TableFill &table : reading.tables) {
-        metrics.Sample({{"table", Key(table.name)}}, table.buckets);
+        metrics.Sample({{"table", IdentifierOf(table.name)}}, table.buckets);
     }
 }
 
@@ -168,8 +159,9 @@ void AddPings(Metrics &metrics, control::Connection &engine) {
     const auto ping = ReadObject<MundPingStat>(engine, MUND_OBJECT_PING);
     for (const Field &field : kFields) {
         metrics.Counter(field.name, field.help);
-        for (size_t i = 0; i < std::size(kPoints); ++i) {
-            metrics.Sample({{"point", Key(kPoints[i])}}, ping.counters[i].*field.count);
+        for (size_t i = 0; i < std::size(kHookPointWords); ++i) {
+            metrics.Sample({{"point", IdentifierOf(kHookPointWords[i])}},
+                           ping.counters[i].*field.count);
         }
     }
 }

@@ -1,11 +1,13 @@
 #include "object_format.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <iterator>
 
 #include "capwap/message_type.h"
 #include "control/message_bytes.h"
+#include "control/statistics_words.h"
 #include "control/values.h"
 
 namespace lyrctl {
@@ -14,27 +16,13 @@ namespace {
 using Bytes = std::span<const uint8_t>;
 using control::MessageOf;
 
-#define WORDS(name, words) words,
-constexpr std::string_view kPacketTypes[] = {MUND_PACKET_TYPES(WORDS)};
-constexpr std::string_view kPoints[] = {LYR_KES_HOOK_KINDS(WORDS)};
-constexpr std::string_view kClasses[] = {LYR_KES_PKT_STAT_ROWS(WORDS)};
-#undef WORDS
-
-std::string WordsAddress(const uint32_t (&words)[4]) {
-    uint16_t groups[8];
-    for (size_t i = 0; i < std::size(groups); ++i) {
-        groups[i] = static_cast<uint16_t>(words[i / 2] >> (i % 2 == 0 ? 16 : 0));
-    }
-    return control::AddressText(groups);
-}
-
 // Null for an address that there is not.
 ordered_json AddressOf(uint8_t version, const uint32_t (&words)[4]) {
     switch (version) {
         case 4:
             return control::AddressText(words[0]);
         case 6:
-            return WordsAddress(words);
+            return control::AddressText(words);
         default:
             return nullptr;
     }
@@ -98,26 +86,21 @@ ordered_json DecodeTimer(Bytes bytes) {
 template <typename Value>
 ordered_json DecodeByPacketType(Bytes bytes) {
     ordered_json values;
-    for (size_t i = 0; i < std::size(kPacketTypes); ++i) {
+    for (size_t i = 0; i < std::size(control::kPacketTypeWords); ++i) {
         const auto value = MessageOf<Value>(bytes.subspan(i * sizeof(Value)));
+        ordered_json &shown = values[control::kPacketTypeWords[i]];
         if constexpr (sizeof(Value) == sizeof(uint64_t)) {
-            values[std::string(kPacketTypes[i])] = PointerText(value);
+            shown = PointerText(value);
         } else {
-            values[std::string(kPacketTypes[i])] = value;
+            shown = value;
         }
     }
     return values;
 }
 
 ordered_json DecodePacketCounters(Bytes bytes) {
-    ordered_json classes = ordered_json::array();
-    for (size_t i = 0; i < std::size(kClasses); ++i) {
-        const auto row = MessageOf<LyrKesPktStat>(bytes.subspan(i * sizeof(LyrKesPktStat)));
-#define COUNTER(field, words) {#field, row.field},
-        classes.push_back({{"class", kClasses[i]}, LYR_KES_PKT_STAT_COUNTERS(COUNTER)});
-#undef COUNTER
-    }
-    return classes;
+    using Classes = std::array<LyrKesPktStat, LYR_KES_PKT_STAT_ROW_NUM>;
+    return control::PacketCountersToJson(MessageOf<Classes>(bytes));
 }
 
 ordered_json DecodeDropWatch(Bytes bytes) {
@@ -136,9 +119,9 @@ ordered_json DecodeDropWatch(Bytes bytes) {
 ordered_json DecodePing(Bytes bytes) {
     const auto ping = MessageOf<MundPingStat>(bytes);
     ordered_json points = ordered_json::array();
-    for (size_t i = 0; i < std::size(kPoints); ++i) {
+    for (size_t i = 0; i < std::size(control::kHookPointWords); ++i) {
         const MundPingCounter &count = ping.counters[i];
-        points.push_back({{"point", kPoints[i]},
+        points.push_back({{"point", control::kHookPointWords[i]},
                           {"packets", count.pktCnt},
                           {"fragments", count.fragCnt},
                           {"bytes", count.byteCnt}});

@@ -1,8 +1,8 @@
 // What exported objects hold: the show commands, and inspect.
 #include <algorithm>
-#include <cstdio>
 
 #include "control/record_table.h"
+#include "control/statistics_words.h"
 #include "control/values.h"
 #include "module_object.h"
 #include "object_format.h"
@@ -76,12 +76,6 @@ std::string Layout(const ordered_json &value) {
     return Pairs(plain) + tables;
 }
 
-std::string HandleText(uint64_t handle) {
-    char text[20];
-    std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(handle));
-    return text;
-}
-
 void AddChannels(ordered_json &channels, control::Connection &engine, uint32_t type,
                  std::string_view typeName) {
     const auto ids = ReadArray<uint32_t>(engine, MUND_OBJECT_CHANNELS, type);
@@ -93,7 +87,7 @@ void AddChannels(ordered_json &channels, control::Connection &engine, uint32_t t
              {"instance", i},
              {"resolved", resolved},
              {"channel", resolved ? ordered_json(ids[i]) : nullptr},
-             {"thread", threads[i] != 0 ? ordered_json(HandleText(threads[i])) : nullptr}});
+             {"thread", threads[i] != 0 ? ordered_json(control::HexText(threads[i])) : nullptr}});
     }
 }
 
@@ -176,12 +170,9 @@ std::string RenderWapi(const ordered_json &reply) {
 }
 
 ordered_json ReadChannels(Client &client, const Arguments &) {
-#define WORDS(name, words) words,
-    constexpr std::string_view kTypes[] = {MUND_PACKET_TYPES(WORDS)};
-#undef WORDS
     ordered_json channels = ordered_json::array();
-    for (uint32_t type = 0; type < std::size(kTypes); ++type) {
-        AddChannels(channels, client.Engine(), type, kTypes[type]);
+    for (uint32_t type = 0; type < std::size(control::kPacketTypeWords); ++type) {
+        AddChannels(channels, client.Engine(), type, control::kPacketTypeWords[type]);
     }
     return {{"channels", std::move(channels)}};
 }

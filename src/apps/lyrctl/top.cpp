@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "control/input_error.h"
+#include "control/json_line.h"
 #include "own_commands.h"
 #include "reading.h"
 #include "terminal.h"
@@ -37,9 +38,7 @@ ExitStatus PrintJson(Client &client, bool once) {
     Reading earlier = TakeReading(client);
     do {
         Reading later = NextReading(client, earlier);
-        std::cout
-            << TopJson(earlier, later).dump(-1, ' ', false, ordered_json::error_handler_t::replace)
-            << std::endl;
+        std::cout << control::JsonLine(TopJson(earlier, later)) << std::endl;
         earlier = std::move(later);
     } while (!once && std::cout);
     return kOk;

@@ -6,10 +6,13 @@
 #include <cstdio>
 #include <ctime>
 
+#include "control/statistics_words.h"
 #include "control/values.h"
 
 namespace lyrctl {
 namespace {
+
+using control::kPacketClassWords;
 
 struct ClassColumn {
     const char *heading;
@@ -30,7 +33,6 @@ constexpr ClassColumn kClassColumns[] = {
 };
 
 #define WORDS(name, words) words,
-constexpr const char *kClasses[] = {LYR_KES_PKT_STAT_ROWS(WORDS)};
 constexpr const char *kFates[] = {LYRCTL_FATES(WORDS)};
 #undef WORDS
 constexpr size_t kFateNum = std::size(kFates);
@@ -156,8 +158,8 @@ void AddClasses(Lines &lines, const Interval &interval) {
         heading += Format("%*s", column.width, column.heading);
     }
     lines.push_back({heading, Emphasis::kHeading});
-    for (size_t row = 0; row < std::size(kClasses); ++row) {
-        std::string text = Format("%-14s", kClasses[row]);
+    for (size_t row = 0; row < std::size(kPacketClassWords); ++row) {
+        std::string text = Format("%-14s", kPacketClassWords[row]);
         for (const ClassColumn &column : kClassColumns) {
             text += Format("%*.0f", column.width, interval.Class(row, column.count));
         }
@@ -255,9 +257,9 @@ ordered_json TopJson(const Reading &earlier, const Reading &later) {
     for (size_t i = 0; i < kFateNum; ++i) {
         json["fates"][kFates[i]] = {{"total", FateOf(later, i)}, {"perSecond", interval.Fate(i)}};
     }
-    for (size_t row = 0; row < std::size(kClasses); ++row) {
+    for (size_t row = 0; row < std::size(kPacketClassWords); ++row) {
         ordered_json &rates = json["classes"].emplace_back();
-        rates["class"] = kClasses[row];
+        rates["class"] = kPacketClassWords[row];
         for (const ClassColumn &column : kClassColumns) {
             rates[column.key] = interval.Class(row, column.count);
         }

@@ -1,11 +1,13 @@
 #include "kes/memory.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <mutex>
 #include <string>
+#include <tuple>
 #include <unordered_map>
 #include <utility>
 
@@ -85,20 +87,32 @@ MemoryUse ModuleMemory(uint32_t moduleId) {
     return found == accounts.end() ? MemoryUse{} : found->second.use;
 }
 
-std::vector<std::string> ModuleMemoryByTag(uint32_t moduleId) {
+std::vector<MemoryOfPlace> ModuleMemoryByPlace(uint32_t moduleId) {
+    std::map<std::pair<const char *, uint32_t>, MemoryUse> uses;
     const std::lock_guard lock(mutex);
-    std::map<std::pair<std::string, uint32_t>, MemoryUse> uses;
-    if (const auto found = accounts.find(moduleId); found != accounts.end()) {
-        for (const Block *block = found->second.blocks; block != nullptr; block = block->next) {
-            MemoryUse &use = uses[{block->tag, block->line}];
-            ++use.blocks;
-            use.bytes += block->size;
-        }
+    const auto found = accounts.find(moduleId);
+    const Block *block = found == accounts.end() ? nullptr : found->second.blocks;
+    for (; block != nullptr; block = block->next) {
+        MemoryUse &use = uses[{block->tag, block->line}];
+        ++use.blocks;
+        use.bytes += block->size;
     }
-    std::vector<std::string> texts;
+    // A tag may go with the module once its blocks are freed.
+    std::vector<MemoryOfPlace> places;
     for (const auto &[place, use] : uses) {
-        texts.push_back(place.first + ":" + std::to_string(place.second) + " " +
-                        std::to_string(use.blocks) + " " + std::to_string(use.bytes));
+        places.push_back({place.first, place.second, use});
+    }
+    return places;
+}
+
+std::vector<std::string> ModuleMemoryByTag(uint32_t moduleId) {
+    std::vector<MemoryOfPlace> places = ModuleMemoryByPlace(moduleId);
+    std::ranges::sort(places, {},
+                      [](const MemoryOfPlace &of) { return std::tie(of.tag, of.line); });
+    std::vector<std::string> texts;
+    for (const auto &[tag, line, use] : places) {
+        texts.push_back(tag + ":" + std::to_string(line) + " " + std::to_string(use.blocks) + " " +
+                        std::to_string(use.bytes));
     }
     return texts;
 }

@@ -68,7 +68,15 @@ struct MemoryUse {
 
 // What a module holds of the engine's allocator.
 MemoryUse ModuleMemory(uint32_t moduleId);
-// The same by allocating function: "tag:line blocks bytes", one text each.
+// What a module holds from one place of its source. Tags that are equal but stand at different
+// addresses have places of their own.
+struct MemoryOfPlace {
+    std::string tag;
+    uint32_t line = 0;
+    MemoryUse use;
+};
+std::vector<MemoryOfPlace> ModuleMemoryByPlace(uint32_t moduleId);
+// The same in order and in words: "tag:line blocks bytes", one text each.
 std::vector<std::string> ModuleMemoryByTag(uint32_t moduleId);
 // The allocator beneath TovMemAllocInner, which answers any tag and cannot be told to fail: null
 // only when there is no memory. TovMemFreeInner takes the block back.

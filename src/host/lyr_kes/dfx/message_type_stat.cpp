@@ -49,15 +49,6 @@ bool Count(uint32_t *counts, uint32_t *nextCounts, uint32_t packetType, uint32_t
     return true;
 }
 
-// Releases those of the first `end` arrays that `made` says were made here.
-void FreeCounts(const bool (&made)[std::size(kCounts)], size_t end) {
-    for (size_t i = 0; i < end; ++i) {
-        if (made[i]) {
-            lyr::FreeInstanceArray(stat.*kCounts[i]);
-        }
-    }
-}
-
 // Copies one array into its area of a reply. False if the area is too small.
 bool CopyCounts(uint32_t (&area)[LYR_KES_MSG_TYPE_STAT_NUM], const uint32_t *counts,
                 uint32_t entryNum) {
@@ -127,18 +118,21 @@ LyrKesPktMsgTypeStat *LyrKes_GetPktMsgTypeStat() {
 
 uint32_t LyrKes_InitPktMsgTypeStat() {
     lyr::StoreRelaxed(stat.statMsgType, LYR_KES_MSG_TYPE_OFF);
-    bool made[std::size(kCounts)] = {};
-    for (size_t i = 0; i < std::size(kCounts); ++i) {
-        uint32_t *&counts = stat.*kCounts[i];
+    uint32_t **made[std::size(kCounts)];
+    size_t madeNum = 0;
+    for (const Counts member : kCounts) {
+        uint32_t *&counts = stat.*member;
         if (counts != nullptr) {
             continue;
         }
         counts = lyr::NewInstanceArray<uint32_t>(0, "LyrKes_InitPktMsgTypeStat", __LINE__);
         if (counts == nullptr) {
-            FreeCounts(made, i);
+            while (madeNum > 0) {
+                lyr::FreeInstanceArray(*made[--madeNum]);
+            }
             return ReportMissing(__LINE__);
         }
-        made[i] = true;
+        made[madeNum++] = &counts;
     }
     return kOk;
 }

@@ -71,15 +71,9 @@ void StampTime(CwpTraceRcd &record) {
 #define TRACED_ADDRESS(address) (address)->ip[0], LYR_WORDS_ARGS((address)->ip)
 
 void ReportNoMac(uint32_t hookKind, const HostIpAddr *peer) {
-    if (lyr::IsTransmit(hookKind)) {
-        LyrKesDebugTrace(LYR_TRACE_FAILURE, false, nullptr,
-                         "LyrKes_CwpProbeTraceProc get dst mac fail, dst Ip is %x|%x:%x:%x:%x",
-                         TRACED_ADDRESS(peer));
-    } else {
-        LyrKesDebugTrace(LYR_TRACE_FAILURE, false, nullptr,
-                         "LyrKes_CwpProbeTraceProc get dst mac fail, src Ip is %x|%x:%x:%x:%x",
-                         TRACED_ADDRESS(peer));
-    }
+    LyrKesDebugTrace(LYR_TRACE_FAILURE, false, nullptr,
+                     "LyrKes_CwpProbeTraceProc get dst mac fail, %s Ip is %x|%x:%x:%x:%x",
+                     lyr::IsTransmit(hookKind) ? "dst" : "src", TRACED_ADDRESS(peer));
 }
 
 void PrintRecord(const CwpTraceRcd &record, const HostIpAddr *srcAddr, const HostIpAddr *dstAddr) {

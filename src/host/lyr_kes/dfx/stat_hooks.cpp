@@ -5,13 +5,11 @@
 #include "dfx/probe_trace.h"
 #include "dfx/vendor_message.h"
 #include "kes/hook.h"
-#include "module/diag_log.h"
+#include "module/hook_registration.h"
 #include "packet/capwap_fields.h"
 #include "packet/capwap_header.h"
 
 namespace {
-
-constexpr uint32_t kHookPriority = 100;
 
 // Why the engine brings up a packet that it has recognised as a probe itself.
 constexpr uint16_t kCauseProbeRequest = 1769;
@@ -73,20 +71,13 @@ bool CountPing(HostMbuf *packet, uint32_t hookKind, const uint8_t *header, uint1
 
 void LyrKes_RegCwpStatTrace() {
     for (const StatHook &statHook : kStatHooks) {
-        const uint64_t result =
-            HostHookRegister(statHook.point, kHookPriority, statHook.hook, "LyrHost");
-        if (result != 0) {
-            LYR_KES_DiagLog(LYR_HOST_ERR, statHook.failure, result);
-        }
+        lyr::RegisterHook(statHook.point, statHook.hook, statHook.failure);
     }
 }
 
 void LyrKes_UnRegCwpStatTrace() {
     for (const StatHook &statHook : kStatHooks) {
-        const uint64_t result = HostHookUnregister(statHook.point, statHook.hook);
-        if (result != 0) {
-            LYR_KES_DiagLog(LYR_HOST_ERR, "unregister kes hook failed, ret=%lx.", result);
-        }
+        lyr::UnregisterHook(statHook.point, statHook.hook);
     }
 }
 

@@ -3,23 +3,18 @@
 #include "kes/hook.h"
 #include "lb/dist_table.h"
 #include "module/diag_log.h"
+#include "module/hook_registration.h"
 #include "module/status.h"
 #include "packet/capwap_header.h"
 #include "packet/packet_entry.h"
-
-namespace {
-constexpr uint32_t kHookPriority = 100;
-}
 
 uint32_t LyrKes_Dist_Init() {
     if (LyrKes_Dist_CreateHashTable() != lyr::kOk) {
         LYR_KES_DiagLog(LYR_HOST_ERR, "create hash table failed.");
         return lyr::kFailed;
     }
-    const uint64_t result =
-        HostHookRegister(HOST_HOOK_HOST_RX, kHookPriority, LyrKes_PktProc, "LyrHost");
-    if (result != 0) {
-        LYR_KES_DiagLog(LYR_HOST_ERR, "register kes hook failed, ret=%lx.", result);
+    if (lyr::RegisterHook(HOST_HOOK_HOST_RX, LyrKes_PktProc,
+                          "register kes hook failed, ret=%lx.") != 0) {
         lyr::ReleaseTables();
         return lyr::kFailed;
     }
@@ -28,9 +23,6 @@ uint32_t LyrKes_Dist_Init() {
 }
 
 void LyrKes_Dist_Deinit() {
-    const uint64_t result = HostHookUnregister(HOST_HOOK_HOST_RX, LyrKes_PktProc);
-    if (result != 0) {
-        LYR_KES_DiagLog(LYR_HOST_ERR, "unregister kes hook failed, ret=%lx.", result);
-    }
+    lyr::UnregisterHook(HOST_HOOK_HOST_RX, LyrKes_PktProc);
     lyr::ReleaseTables();
 }

@@ -5,17 +5,13 @@
 
 #include "lb/rpc_server.h"
 #include "module/diag_log.h"
+#include "mund/messages.h"
 #include "mund/rpc.h"
 
 namespace lyr {
 
-// Whether an operation got both of its pointers; logs it if not.
-inline bool HasMessages(const char *operation, const void *inMsg, void *const *outMsg) {
-    if (inMsg != nullptr && outMsg != nullptr) {
-        return true;
-    }
+inline void ReportNoMessages(const char *operation) {
     LYR_KES_DiagLog(LYR_HOST_ERR, "%s inMsg or outMsg is NULL, proc fail.", operation);
-    return false;
 }
 
 // A zero-filled reply, stored in the reply slot, or null.
@@ -38,6 +34,22 @@ Reply *NewReply(const char *operation, void **outMsg) {
         LYR_KES_DiagLog(LYR_HOST_ERR, "%s rpc msg new fail.", operation);
     }
     return reply;
+}
+
+// Runs an operation: work(request, reply) fills the zeroed reply and answers the result. An
+// operation that did not get both of its messages answers `withoutMessages`.
+template <class Request, class Reply, class Work>
+uint32_t Answer(const char *operation, const void *inMsg, void **outMsg, uint32_t withoutMessages,
+                Work work) {
+    if (inMsg == nullptr || outMsg == nullptr) {
+        ReportNoMessages(operation);
+        return withoutMessages;
+    }
+    auto *reply = NewReply<Reply>(operation, outMsg);
+    if (reply == nullptr) {
+        return MUND_RESULT_FAILED;
+    }
+    return work(*static_cast<const Request *>(inMsg), *reply);
 }
 
 // What every free twin does; null is ignored.

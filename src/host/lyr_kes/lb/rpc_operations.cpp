@@ -54,6 +54,58 @@ bool IsAddOrDelete(uint32_t operation) {
     return operation == LYR_KES_OPERATION_ADD || operation == LYR_KES_OPERATION_DELETE;
 }
 
+uint32_t QueryTables(const LyrKesLbDfxReq &request, LyrKesLbDfxRsp &reply) {
+    LYR_KES_DiagLog(LYR_HOST_INFO,
+                    "LyrHost_Kes_LoadBalanceDfx ipVer[%u] msgType[%u] tunnelPort[%u] index[%u]",
+                    request.ipVer, request.msgType, request.tunnelPort, request.index);
+    switch (request.msgType) {
+        case LYR_KES_LB_COUNT:
+            return LyrHost_Kes_LbEntryNum(&request, &reply);
+        case LYR_KES_LB_LIST:
+            return LyrHost_Kes_LbEntryInfo(&request, &reply);
+        default:
+            return MUND_RESULT_FAILED;
+    }
+}
+
+uint32_t UsePingStatistics(const LyrKesCwpPingStatReq &request, LyrKesCwpPingStatRsp &reply) {
+    const LyrKesRpcIpAddr &peer = request.peerAddr;
+    switch (request.msgType) {
+        case LYR_KES_PING_GET:
+            reply.result = LyrKes_CwpPingGetStat(&reply);
+            break;
+        case LYR_KES_PING_RESET:
+            LyrKes_ResetCwpPingStat();
+            break;
+        case LYR_KES_PING_SET:
+            LyrKes_UpdateCwpPingConfig(peer.ipVer == 0, peer.ipv4Addr, peer.ipv6Addr);
+            break;
+        default:
+            reply.result = MUND_RESULT_REFUSED;
+            break;
+    }
+    return MUND_RESULT_OK;
+}
+
+uint32_t UseMessageTypeStatistics(const LyrKesCwpMsgTypeStatReq &request,
+                                  LyrKesCwpMsgTypeStatRsp &reply) {
+    switch (request.msgType) {
+        case LYR_KES_MSG_TYPE_GET:
+            reply.result = LyrKes_GetCwpMsgTypeStat(&reply);
+            break;
+        case LYR_KES_MSG_TYPE_SELECT:
+            reply.result = LyrKes_SetCwpMsgTypeStat(request.cwpMsgType);
+            break;
+        case LYR_KES_MSG_TYPE_RESET:
+            LyrKes_ResetPktMsgTypeStatCnt();
+            break;
+        default:
+            reply.result = MUND_RESULT_REFUSED;
+            break;
+    }
+    return MUND_RESULT_OK;
+}
+
 }  // namespace
 
 uint32_t LyrHost_Kes_CwpTunnel(const void *inMsg, void ** /*outMsg*/) {
@@ -88,38 +140,16 @@ uint32_t LyrHost_Kes_KaTunnel(const void *inMsg, void ** /*outMsg*/) {
 }
 
 uint32_t LyrHost_Kes_WapiTunnel(const void *inMsg, void **outMsg) {
-    if (!lyr::HasMessages(__func__, inMsg, outMsg)) {
-        return MUND_RESULT_REFUSED;
-    }
-    auto *reply = lyr::NewReply<LyrKesWapiTunnelRsp>(__func__, outMsg);
-    if (reply == nullptr) {
-        return MUND_RESULT_FAILED;
-    }
-    const auto *request = static_cast<const LyrKesWapiTunnelReq *>(inMsg);
-    reply->result = LyrKes_DistAddWapiTunnel(request->startVcpuId, request->instSpec);
-    return reply->result;
+    return lyr::Answer<LyrKesWapiTunnelReq, LyrKesWapiTunnelRsp>(
+        __func__, inMsg, outMsg, MUND_RESULT_REFUSED, [](const auto &request, auto &reply) {
+            reply.result = LyrKes_DistAddWapiTunnel(request.startVcpuId, request.instSpec);
+            return reply.result;
+        });
 }
 
 uint32_t LyrHost_Kes_LoadBalanceDfx(const void *inMsg, void **outMsg) {
-    if (!lyr::HasMessages(__func__, inMsg, outMsg)) {
-        return MUND_RESULT_REFUSED;
-    }
-    auto *reply = lyr::NewReply<LyrKesLbDfxRsp>(__func__, outMsg);
-    if (reply == nullptr) {
-        return MUND_RESULT_FAILED;
-    }
-    const auto *request = static_cast<const LyrKesLbDfxReq *>(inMsg);
-    LYR_KES_DiagLog(LYR_HOST_INFO,
-                    "LyrHost_Kes_LoadBalanceDfx ipVer[%u] msgType[%u] tunnelPort[%u] index[%u]",
-                    request->ipVer, request->msgType, request->tunnelPort, request->index);
-    switch (request->msgType) {
-        case LYR_KES_LB_COUNT:
-            return LyrHost_Kes_LbEntryNum(request, reply);
-        case LYR_KES_LB_LIST:
-            return LyrHost_Kes_LbEntryInfo(request, reply);
-        default:
-            return MUND_RESULT_FAILED;
-    }
+    return lyr::Answer<LyrKesLbDfxReq, LyrKesLbDfxRsp>(__func__, inMsg, outMsg, MUND_RESULT_REFUSED,
+                                                       QueryTables);
 }
 
 uint32_t LyrHost_Kes_CwpSrc(const void *inMsg, void ** /*outMsg*/) {
@@ -201,30 +231,8 @@ uint32_t LyrHost_Kes_VerifyRcdReset(const void *inMsg, void ** /*outMsg*/) {
 }
 
 uint32_t LyrHost_Kes_CwpPingStat(const void *inMsg, void **outMsg) {
-    if (!lyr::HasMessages(__func__, inMsg, outMsg)) {
-        return MUND_RESULT_FAILED;
-    }
-    auto *reply = lyr::NewReply<LyrKesCwpPingStatRsp>(__func__, outMsg);
-    if (reply == nullptr) {
-        return MUND_RESULT_FAILED;
-    }
-    const auto *request = static_cast<const LyrKesCwpPingStatReq *>(inMsg);
-    const LyrKesRpcIpAddr &peer = request->peerAddr;
-    switch (request->msgType) {
-        case LYR_KES_PING_GET:
-            reply->result = LyrKes_CwpPingGetStat(reply);
-            break;
-        case LYR_KES_PING_RESET:
-            LyrKes_ResetCwpPingStat();
-            break;
-        case LYR_KES_PING_SET:
-            LyrKes_UpdateCwpPingConfig(peer.ipVer == 0, peer.ipv4Addr, peer.ipv6Addr);
-            break;
-        default:
-            reply->result = MUND_RESULT_REFUSED;
-            break;
-    }
-    return MUND_RESULT_OK;
+    return lyr::Answer<LyrKesCwpPingStatReq, LyrKesCwpPingStatRsp>(
+        __func__, inMsg, outMsg, MUND_RESULT_FAILED, UsePingStatistics);
 }
 
 uint32_t LyrHost_Kes_CwpTraceRecord(const void *inMsg, void **outMsg) {
@@ -247,34 +255,13 @@ uint32_t LyrHost_Kes_CwpTraceRecord(const void *inMsg, void **outMsg) {
 }
 
 uint32_t LyrHost_Kes_CwpMsgTypeStat(const void *inMsg, void **outMsg) {
-    if (!lyr::HasMessages(__func__, inMsg, outMsg)) {
-        return MUND_RESULT_FAILED;
-    }
-    auto *reply = lyr::NewReply<LyrKesCwpMsgTypeStatRsp>(__func__, outMsg);
-    if (reply == nullptr) {
-        return MUND_RESULT_FAILED;
-    }
-    const auto *request = static_cast<const LyrKesCwpMsgTypeStatReq *>(inMsg);
-    switch (request->msgType) {
-        case LYR_KES_MSG_TYPE_GET:
-            reply->result = LyrKes_GetCwpMsgTypeStat(reply);
-            break;
-        case LYR_KES_MSG_TYPE_SELECT:
-            reply->result = LyrKes_SetCwpMsgTypeStat(request->cwpMsgType);
-            break;
-        case LYR_KES_MSG_TYPE_RESET:
-            LyrKes_ResetPktMsgTypeStatCnt();
-            break;
-        default:
-            reply->result = MUND_RESULT_REFUSED;
-            break;
-    }
-    return MUND_RESULT_OK;
+    return lyr::Answer<LyrKesCwpMsgTypeStatReq, LyrKesCwpMsgTypeStatRsp>(
+        __func__, inMsg, outMsg, MUND_RESULT_FAILED, UseMessageTypeStatistics);
 }
 
-uint32_t LyrHost_Kes_GetPktStatistics(const void *inMsg, void **outMsg) {
+uint32_t LyrHost_Kes_GetPktStatistics(const void * /*inMsg*/, void **outMsg) {
     if (outMsg == nullptr) {
-        lyr::HasMessages(__func__, inMsg, outMsg);
+        lyr::ReportNoMessages(__func__);
         return MUND_RESULT_FAILED;
     }
     auto *reply = lyr::CreateReply<LyrKesGetPktStatisticsRsp>(__func__, outMsg);
@@ -287,9 +274,9 @@ uint32_t LyrHost_Kes_GetPktStatistics(const void *inMsg, void **outMsg) {
     return MUND_RESULT_OK;
 }
 
-uint32_t LyrHost_Kes_ResetPktStatistics(const void *inMsg, void **outMsg) {
+uint32_t LyrHost_Kes_ResetPktStatistics(const void * /*inMsg*/, void **outMsg) {
     if (outMsg == nullptr) {
-        lyr::HasMessages(__func__, inMsg, outMsg);
+        lyr::ReportNoMessages(__func__);
         return MUND_RESULT_FAILED;
     }
     LyrKes_ClearCtrlPktStatic();
