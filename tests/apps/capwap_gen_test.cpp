@@ -1,31 +1,32 @@
 // The packet builder, the decoder that names packets, and the traffic made with both.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <sstream>
 
+#include "capture.h"
 #include "capwap/describe.h"
 #include "capwap/message_type.h"
-#include "capwap/packet_builder.h"
 #include "capwap/wire.h"
 #include "capwap_gen/capture_writer.h"
 #include "capwap_gen/commands.h"
 #include "capwap_gen/traffic.h"
+#include "program.h"
 
 namespace capwap_gen {
 namespace {
 
+using capwap::BuildFrame;
 using capwap::Bytes;
+using capwap::ControlMessage;
 using capwap::Describe;
 using capwap::FrameSpec;
-using capwap::Writer;
+using programs::Directory;
+using programs::Lines;
+using programs::Outcome;
+using testing::HasSubstr;
 
 uint32_t Read16(std::span<const uint8_t> bytes, size_t at) {
     return static_cast<uint32_t>(bytes[at] << 8 | bytes[at + 1]);
@@ -42,39 +43,32 @@ std::string Hex(std::span<const uint8_t> bytes) {
 }
 
 FrameSpec Spec4(Bytes payload) {
-    return {.srcIp = capwap::Ipv4("10.64.0.1"),
-            .dstIp = capwap::Ipv4("10.0.0.1"),
-            .payload = std::move(payload)};
+    return programs::Udp("10.64.0.1", 5246, "10.0.0.1", 5246, std::move(payload));
 }
 
 FrameSpec Spec6(Bytes payload) {
-    return {.srcIp6 = capwap::Ipv6("2001:db8:1::1"),
-            .dstIp6 = capwap::Ipv6("2001:db8::ffff:1"),
-            .payload = std::move(payload)};
+    return programs::Udp("2001:db8:1::1", 5246, "2001:db8::ffff:1", 5246, std::move(payload));
 }
 
 // Where the parts of a frame without extension headers lie.
 struct Layout {
     bool ipv6;
-    size_t ip, ipHeader;
-    size_t Payload() const {
-        return ip + ipHeader;
-    }
+    size_t ip, payload, end;
 };
 
 Layout LayoutOf(std::span<const uint8_t> frame) {
     size_t type = 12;
     while (Read16(frame, type) == 0x8100 || Read16(frame, type) == 0x88A8)
         type += 4;
-    bool ipv6 = Read16(frame, type) == 0x86DD;
-    return {ipv6, type + 2, ipv6 ? 40 : (frame[type + 2] & 15u) * 4};
+    const size_t ip = type + 2;
+    if (Read16(frame, type) == 0x86DD)
+        return {true, ip, ip + 40, ip + 40 + Read16(frame, ip + 4)};
+    return {false, ip, ip + (frame[ip] & 15u) * 4, ip + Read16(frame, ip + 2)};
 }
 
 std::span<const uint8_t> IpPayload(std::span<const uint8_t> frame) {
-    Layout layout = LayoutOf(frame);
-    size_t size =
-        layout.ipv6 ? Read16(frame, layout.ip + 4) : Read16(frame, layout.ip + 2) - layout.ipHeader;
-    return frame.subspan(layout.Payload(), size);
+    const Layout layout = LayoutOf(frame);
+    return frame.subspan(layout.payload, layout.end - layout.payload);
 }
 
 TEST(MessageType, NamesComeInPairsAndLeadBackToTheirTypes) {
@@ -122,7 +116,7 @@ TEST(PacketBuilder, PayloadsMatchTheirLayouts) {
          capwap::EncodeHeader(
              {.radioMac = capwap::Mac{1, 2, 3, 4, 5, 6}, .wirelessInfo = {9, 8, 7, 6}}),
          "003002300000000006010203040506000409080706000000"},
-        {"control message", capwap::ControlMessage(0x00010203, 7, element),
+        {"control message", ControlMessage(0x00010203, 7, element),
          "00100200000000000001020307000a0012340003aabbcc"},
         {"keepalive", capwap::Keepalive({0x01020304, 0x05060708, 0x090A0B0C, 0x0D0E0F10}),
          "0010000800000000001600230010"
@@ -141,14 +135,11 @@ TEST(PacketBuilder, FramesMatchTheirLayout) {
     tagged.vlans = {100, 200};
     tagged.ipId = 0x0102;
     tagged.padToMinimum = false;
-    EXPECT_EQ(Hex(capwap::BuildFrame(tagged)),
+    EXPECT_EQ(Hex(BuildFrame(tagged)),
               "02000000000202000000000188a80064810000c80800"
               "4500001d010200004011658d0a4000010a000001147e147e00096d9e55");
-
-    FrameSpec wapi = {.etherType = 0x88B4, .payload = {1, 2, 3}};
-    Bytes padded = capwap::BuildFrame(wapi);
-    EXPECT_EQ(padded.size(), 60u);
-    EXPECT_EQ(Hex(std::span(padded).first(18)), "02000000000202000000000188b401020300");
+    EXPECT_EQ(Hex(BuildFrame({.etherType = 0x88B4, .payload = {1, 2, 3}})),
+              "02000000000202000000000188b401020300" + std::string(2 * 42, '0'));
 }
 
 // Each sum was worked out apart from the builder.
@@ -179,7 +170,7 @@ TEST(PacketBuilder, ChecksumsAreRight) {
         {"0, which has to be 0xFFFF (RFC 768)", Spec4({0xC2, 0x9C}), kUdp4, 0xFFFF},
     };
     for (const auto &c : kCases)
-        EXPECT_EQ(Read16(capwap::BuildFrame(c.spec), c.at), c.checksum) << c.name;
+        EXPECT_EQ(Read16(BuildFrame(c.spec), c.at), c.checksum) << c.name;
 }
 
 TEST(PacketBuilder, FragmentsReassemble) {
@@ -205,7 +196,7 @@ TEST(PacketBuilder, FragmentsReassemble) {
     };
     for (auto c : kCases) {
         c.spec.ipId = 0x4242;
-        Bytes whole = capwap::BuildFrame(c.spec);
+        Bytes whole = BuildFrame(c.spec);
         std::vector<Bytes> fragments = capwap::BuildFragments(c.spec, c.limit);
         ASSERT_EQ(fragments.size(), c.count) << c.name;
         if (c.count == 1) {
@@ -238,42 +229,36 @@ TEST(PacketBuilder, FragmentsReassemble) {
 TEST(PacketBuilder, RefusesWhatNoPacketCanBe) {
     EXPECT_THROW(capwap::BuildFragments(Spec4({1}), 12), std::invalid_argument);
     EXPECT_THROW(capwap::BuildFragments(Spec4({1}), 0), std::invalid_argument);
-    EXPECT_THROW(capwap::BuildFrame(Spec4(Bytes(65508))), std::length_error);
-    EXPECT_THROW(capwap::BuildFrame(Spec6(Bytes(65528))), std::length_error);
-    EXPECT_THROW(capwap::Ipv4("10.0.0"), std::invalid_argument);
-    EXPECT_THROW(capwap::Ipv6("10.0.0.1"), std::invalid_argument);
+    EXPECT_THROW(BuildFrame(Spec4(Bytes(65508))), std::length_error);
+    EXPECT_THROW(BuildFrame(Spec6(Bytes(65528))), std::length_error);
 }
 
 // Frames that the traffic below does not hold, or holds only among others.
 TEST(Describe, NamesFrames) {
-    auto data = [](Bytes payload) {
-        FrameSpec spec = Spec4(std::move(payload));
-        spec.srcPort = spec.dstPort = capwap::kDataPort;
-        return capwap::BuildFrame(spec);
+    auto udp = [](uint16_t from, uint16_t to, const Bytes &payload) {
+        return BuildFrame(programs::Udp("10.64.0.1", from, "10.0.0.1", to, payload));
     };
-    FrameSpec hopByHop = Spec6(capwap::ControlMessage(13, 0, {}));
+    const uint16_t control = capwap::kControlPort, data = capwap::kDataPort;
+    const Bytes echo = ControlMessage(13, 0, {});
+    FrameSpec hopByHop = Spec6(echo);
     hopByHop.ipv6Extension = {17, 0, 1, 4, 0, 0, 0, 0};
-    FrameSpec toDataPort = Spec4(capwap::ControlMessage(13, 0, {}));
-    toDataPort.srcPort = capwap::kDataPort;
-    FrameSpec elsewhere = Spec4(capwap::ControlMessage(13, 0, {}));
-    elsewhere.srcPort = elsewhere.dstPort = 5248;
-    Bytes fragmentedKeepalive = capwap::Keepalive({1, 2, 3, 4}, {.fragment = true, .wbid = 0});
     Bytes trailing = capwap::Keepalive({1, 2, 3, 4});
     trailing.push_back(0);
     const struct {
         Bytes frame;
         const char *name;
     } kCases[] = {
-        {capwap::BuildFrame(hopByHop), "Echo Request"},
-        {capwap::BuildFrame(toDataPort), "Echo Request"},
-        {capwap::BuildFrame(Spec4(capwap::ControlMessage(8323150, 0, {}))), "message type 8323150"},
-        {data(capwap::DtlsRecord(25, Bytes(4))), "DTLS content type 25"},
-        {data(fragmentedKeepalive), "CAPWAP fragment"},
-        {data(trailing), "damaged"},
-        {data(capwap::DataFrame({})), "Data"},
-        {data({}), "damaged"},
-        {capwap::BuildFrame(elsewhere), "not CAPWAP"},
-        {capwap::BuildFrame({.vlans = {1, 2, 3}, .etherType = 0x88B4}), "WAPI"},
+        {BuildFrame(hopByHop), "Echo Request"},
+        {udp(data, control, echo), "Echo Request"},
+        {udp(control, control, ControlMessage(8323150, 0, {})), "message type 8323150"},
+        {udp(data, data, capwap::DtlsRecord(25, Bytes(4))), "DTLS content type 25"},
+        {udp(data, data, capwap::Keepalive({1, 2, 3, 4}, {.fragment = true, .wbid = 0})),
+         "CAPWAP fragment"},
+        {udp(data, data, trailing), "damaged"},
+        {udp(data, data, capwap::DataFrame({})), "Data"},
+        {udp(data, data, {}), "damaged"},
+        {udp(5248, 5248, echo), "not CAPWAP"},
+        {BuildFrame({.vlans = {1, 2, 3}, .etherType = 0x88B4}), "WAPI"},
         {{}, "damaged"},
     };
     for (const auto &c : kCases)
@@ -282,10 +267,10 @@ TEST(Describe, NamesFrames) {
 
 TEST(Describe, IsTotal) {
     Random random(5);
-    const FrameSpec kSpecs[] = {Spec4(capwap::ControlMessage(3, 1, capwap::Element(35, Bytes(16)))),
+    const FrameSpec kSpecs[] = {Spec4(ControlMessage(3, 1, capwap::Element(35, Bytes(16)))),
                                 Spec6(capwap::DtlsRecord(22, Bytes(40)))};
     for (const FrameSpec &spec : kSpecs) {
-        Bytes frame = capwap::BuildFrame(spec);
+        Bytes frame = BuildFrame(spec);
         for (size_t size = 0; size < frame.size(); size++)
             EXPECT_EQ(Describe(Bytes(frame.begin(), frame.begin() + static_cast<ptrdiff_t>(size))),
                       "damaged");
@@ -297,12 +282,6 @@ TEST(Describe, IsTotal) {
             EXPECT_FALSE(Describe(mutated).empty());
         }
     }
-}
-
-// A file of the running test's own, since tests may run at once.
-std::string TempFile(const std::string &suffix) {
-    return testing::TempDir() + "capwap_gen_" +
-           testing::UnitTest::GetInstance()->current_test_info()->name() + suffix;
 }
 
 TrafficOptions Everything() {
@@ -320,13 +299,13 @@ std::vector<Frame> FramesOf(const TrafficOptions &options) {
     return frames;
 }
 
+// The bytes of a capture.
 std::string Capture(const TrafficOptions &options, bool nanoseconds = false) {
-    std::string path = TempFile(".pcap");
-    CaptureWriter writer(path, nanoseconds);
+    const Directory directory;
+    CaptureWriter writer(directory.Path("pcap"), nanoseconds);
     Traffic(options).Generate([&](const Frame &frame) { writer.Write(frame); });
     writer.Close();
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    return directory.Read("pcap");
 }
 
 uint64_t HashOf(const Traffic &traffic) {
@@ -480,32 +459,8 @@ TEST(Traffic, VendorMessagesCarryWhatStatisticsGoBy) {
     EXPECT_EQ(seen.size(), 6u * 2u * 2u) << "pings whole and cut, probes; families; directions";
 }
 
-// What a command prints, on both streams, and how it ends.
-struct Outcome {
-    std::string output;
-    int status;
-};
-
-Outcome Shell(const std::string &command) {
-    Outcome outcome;
-    FILE *pipe = popen(("(" + command + ") 2>&1").c_str(), "r");
-    char buffer[4096];
-    for (size_t size; (size = fread(buffer, 1, sizeof(buffer), pipe)) > 0;)
-        outcome.output.append(buffer, size);
-    outcome.status = WEXITSTATUS(pclose(pipe));
-    return outcome;
-}
-
 // Fields of a frame as tshark has them, first occurrences only.
 using Witness = std::map<std::string, std::string>;
-
-std::vector<std::string> Split(const std::string &text, char separator) {
-    std::vector<std::string> parts;
-    std::istringstream in(text + separator);
-    for (std::string part; std::getline(in, part, separator);)
-        parts.push_back(part);
-    return parts;
-}
 
 std::string ContentOf(const Witness &witness) {
     static const std::map<std::string, std::string> kRecords = {{"20", "DTLS change cipher spec"},
@@ -533,49 +488,38 @@ std::string ContentOf(const Witness &witness) {
 }
 
 TEST(Traffic, IsWhatAnotherDecoderSees) {
-    if (Shell("tshark --version").status != 0)
+    const Directory directory;
+    if (directory.Shell("tshark --version").status != 0)
         GTEST_SKIP() << "tshark is not installed";
     TrafficOptions options = Everything();
     options.mix = Mix::Parse("all,damaged=0,ping=10,probe=5");
-    std::string path = TempFile(".pcap");
-    CaptureWriter writer(path, true);
-    std::vector<std::string> contents;
-    Traffic(options).Generate([&](const Frame &frame) {
-        writer.Write(frame);
-        contents.emplace_back(frame.content);
-    });
-    writer.Close();
-
-    const std::vector<std::string> fields = Split(
-        "_ws.malformed wai.version ip.flags.mf ip.frag_offset ipv6.fraghdr.nxt "
-        "capwap.preamble.type capwap.header.flags.f capwap.header.flags.k dtls.record.content_type "
-        "dtls.handshake.type dtls.handshake.ciphersuite capwap.control.header.message_type "
-        "ip.checksum.status udp.checksum.status tcp.checksum.status icmp.checksum.status "
-        "icmpv6.checksum.status",
-        ' ');
-    std::string command = "tshark -r " + path + " -T fields -E separator=';' -E occurrence=f";
-    for (const char *protocol : {"ip", "udp", "tcp"})
-        command += std::string(" -o ") + protocol + ".check_checksum:TRUE";
-    for (const std::string &field : fields)
+    directory.Write("pcap", Capture(options, true));
+    std::string command =
+        "tshark -r pcap -T fields -E header=y -E separator=';' -E occurrence=f "
+        "-o ip.check_checksum:TRUE -o udp.check_checksum:TRUE -o tcp.check_checksum:TRUE";
+    for (const std::string field :
+         {"_ws.malformed", "wai.version", "ip.flags.mf", "ip.frag_offset", "ipv6.fraghdr.nxt",
+          "capwap.preamble.type", "capwap.header.flags.f", "capwap.header.flags.k",
+          "dtls.record.content_type", "dtls.handshake.type", "dtls.handshake.ciphersuite",
+          "capwap.control.header.message_type", "ip.checksum.status", "udp.checksum.status",
+          "tcp.checksum.status", "icmp.checksum.status", "icmpv6.checksum.status"})
         command += " -e " + field;
-    std::istringstream lines(Shell(command + " 2>/dev/null").output);
-    size_t number = 0;
-    for (std::string line; std::getline(lines, line); number++) {
-        ASSERT_LT(number, contents.size());
-        SCOPED_TRACE("frame " + std::to_string(number + 1));
-        const std::vector<std::string> values = Split(line, ';');
-        ASSERT_EQ(values.size(), fields.size());
+    const std::vector<std::string> lines = Lines(directory.Shell(command).out);
+    const std::vector<Frame> frames = FramesOf(options);
+    ASSERT_EQ(lines.size(), 1 + frames.size());
+    for (size_t i = 0; i < frames.size(); i++) {
+        SCOPED_TRACE("frame " + std::to_string(i + 1));
+        std::istringstream fields(lines[0]), values(lines[i + 1]);
         Witness witness;
-        for (size_t i = 0; i < fields.size(); i++) {
-            witness[fields[i]] = values[i];
-            ASSERT_FALSE(fields[i].ends_with(".status") && values[i] == "0") << fields[i];
+        for (std::string field; std::getline(fields, field, ';');) {
+            std::getline(values, witness[field], ';');
+            ASSERT_FALSE(field.ends_with(".status") && witness[field] == "0") << field;
         }
         ASSERT_EQ(witness["_ws.malformed"], "");
-        ASSERT_EQ(ContentOf(witness), contents[number]);
+        ASSERT_EQ(ContentOf(witness), frames[i].content);
         bool hello = witness["dtls.handshake.type"] == "1" || witness["dtls.handshake.type"] == "2";
         ASSERT_EQ(witness["dtls.handshake.ciphersuite"], hello ? "0x008c" : "");
     }
-    EXPECT_EQ(number, contents.size());
 }
 
 TEST(Program, RefusesBadOptionsInOneLine) {
@@ -599,26 +543,27 @@ TEST(Program, RefusesBadOptionsInOneLine) {
         {"--out /dev/full", "cannot write", "/dev/full"},
         {"--out x --bogus", "not expected", "--bogus"},
     };
+    const Directory directory;
     for (const auto &c : kCases) {
-        Outcome outcome = Shell("cd " + testing::TempDir() + " && " CAPWAP_GEN " " + c.options);
+        const Outcome outcome = directory.Shell(CAPWAP_GEN " " + std::string(c.options));
         EXPECT_NE(outcome.status, 0) << c.options;
-        EXPECT_EQ(std::ranges::count(outcome.output, '\n'), 1) << outcome.output;
-        EXPECT_NE(outcome.output.find(c.names), std::string::npos) << outcome.output;
-        EXPECT_NE(outcome.output.find(c.value), std::string::npos) << outcome.output;
+        EXPECT_EQ(Lines(outcome.out + outcome.err).size(), 1u) << outcome.out << outcome.err;
+        EXPECT_THAT(outcome.err, HasSubstr(c.names));
+        EXPECT_THAT(outcome.err, HasSubstr(c.value));
     }
 }
 
 TEST(Program, WritesWhatTheLibraryMakesAndSumsItUp) {
-    std::string path = TempFile("_program.pcap");
-    Outcome outcome = Shell(CAPWAP_GEN " --out " + path + " --commands " + path +
-                            ".cmd --aps 40 --instances 7 --rounds 100 --unregistered 20");
-    ASSERT_EQ(outcome.status, 0) << outcome.output;
-    std::ifstream capture(path, std::ios::binary), commands(path + ".cmd");
-    std::string written{std::istreambuf_iterator<char>(capture), {}};
-    EXPECT_TRUE(written == Capture(Everything()));
-    std::stringstream expected;
-    WriteCommands(expected, Traffic(Everything()));
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(commands), {}), expected.str());
+    const Directory directory;
+    const Outcome outcome =
+        directory.Shell(CAPWAP_GEN
+                        " --out pcap --commands commands --aps 40 --instances 7 --rounds 100 "
+                        "--unregistered 20");
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_TRUE(directory.Read("pcap") == Capture(Everything()));
+    std::ostringstream commands;
+    WriteCommands(commands, Traffic(Everything()));
+    EXPECT_EQ(directory.Read("commands"), commands.str());
 
     Tally tally(7);
     for (const Frame &frame : FramesOf(Everything()))
@@ -626,8 +571,7 @@ TEST(Program, WritesWhatTheLibraryMakesAndSumsItUp) {
     uint64_t fates = tally.returned + tally.undelivered;
     auto expectLine = [&](const std::string &what, uint64_t count) {
         const std::string line = "  " + what + std::string(40 - what.size(), ' ');
-        EXPECT_NE(outcome.output.find(line + std::to_string(count) + '\n'), std::string::npos)
-            << line << count;
+        EXPECT_THAT(outcome.out, HasSubstr(line + std::to_string(count) + '\n'));
     };
     for (const auto &[content, count] : tally.byContent)
         expectLine(std::string(content), count);
@@ -642,7 +586,7 @@ TEST(Program, WritesWhatTheLibraryMakesAndSumsItUp) {
 // The module decides on every frame from the commands; what each instance then holds is named by
 // content, so that a frame's fate is not made up for by another's.
 TEST(Program, AReplayMeetsThePredictions) {
-    std::string path = TempFile("");
+    const Directory directory;
     for (const char *mix :
          {"all", "damaged=9,fragment=1", "control=1,keepalive=1,handshake=1", "ping=1,probe=1"}) {
         TrafficOptions options = Everything();
@@ -650,32 +594,28 @@ TEST(Program, AReplayMeetsThePredictions) {
         options.mix = Mix::Parse(mix);
         Traffic traffic(options);
         EXPECT_EQ(std::ranges::count(traffic.AccessPoints(), true, &AccessPoint::registered), 32);
-        std::ofstream commands(path + ".cmd");
+        std::ostringstream commands;
         WriteCommands(commands, traffic);
-        commands.close();
-        CaptureWriter writer(path + ".pcap", false);
-        uint64_t frames = 0, fates[3] = {};
+        directory.Write("commands", commands.str());
+        directory.Write("pcap", Capture(options));
+        Tally tally(7);
         std::map<uint32_t, std::map<std::string, uint64_t>> expected, delivered;
         traffic.Generate([&](const Frame &frame) {
-            writer.Write(frame);
-            frames++;
-            fates[frame.fate.kind]++;
+            tally.Count(frame);
             if (frame.fate.kind == Fate::kDelivered)
                 expected[frame.fate.instance][std::string(frame.content)]++;
         });
-        writer.Close();
-
-        Outcome outcome = Shell(KES_ENGINE " --exec " + path + ".cmd --replay " + path +
-                                ".pcap --rx-port 7 --report json 2>/dev/null");
-        auto report = nlohmann::json::parse(outcome.output, nullptr, false);
-        ASSERT_TRUE(report.is_object()) << outcome.output;
-        EXPECT_EQ(report["received"], frames) << mix;
-        EXPECT_EQ(report["returned"], fates[Fate::kReturned]) << mix;
-        EXPECT_EQ(report["undelivered"], fates[Fate::kUndelivered]) << mix;
+        const Outcome outcome =
+            directory.Shell(KES_ENGINE " --exec commands --replay pcap --rx-port 7 --report json");
+        const auto report = nlohmann::json::parse(outcome.out, nullptr, false);
+        ASSERT_TRUE(report.is_object()) << outcome.err;
+        EXPECT_EQ(report["received"], tally.frames) << mix;
+        EXPECT_EQ(report["returned"], tally.returned) << mix;
+        EXPECT_EQ(report["undelivered"], tally.undelivered) << mix;
         for (const auto &instance : report["instances"])
             instance["messages"].get_to(delivered[instance["instance"]]);
         EXPECT_EQ(delivered, expected) << mix;
-        EXPECT_TRUE(fates[Fate::kUndelivered] > 0 || !options.mix.Weight(Kind::kKeepalive));
+        EXPECT_TRUE(tally.undelivered > 0 || !options.mix.Weight(Kind::kKeepalive));
     }
 }
 

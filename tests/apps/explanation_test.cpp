@@ -2,7 +2,6 @@
 #include "kes_engine/explanation.h"
 
 #include <gtest/gtest.h>
-#include <pcap/pcap.h>
 
 #include <atomic>
 #include <map>
@@ -10,7 +9,7 @@
 #include <sstream>
 #include <thread>
 
-#include "capwap/packet_builder.h"
+#include "capture.h"
 #include "capwap_gen/commands.h"
 #include "capwap_gen/traffic.h"
 #include "control/command.h"
@@ -27,6 +26,7 @@ namespace {
 
 using capwap::Bytes;
 using capwap::FrameSpec;
+using programs::Udp;
 using standin::Fate;
 
 // Port 3 is interface 7, as captures' commands have it; port 4 is interface 8.
@@ -46,36 +46,37 @@ struct Received {
 
 class Explaining : public ::testing::Test {
   protected:
-    void SetUp() override {
-        standin::ClearInterfaceMap();
-        standin::MapInterface(kPort, 7);
-        standin::MapInterface(kOtherPort, 8);
-        standin::SetTimersManual(true);
-    }
-
     // A module of instances 0 to 5, with `buckets` of every tunnel table (odd) for long chains. The
     // instances named have channels; their threads are all this one.
     void Start(uint32_t buckets, std::initializer_list<uint32_t> capwap,
                std::initializer_list<uint32_t> wapi) {
+        standin::ClearInterfaceMap();
+        standin::MapInterface(kPort, 7);
+        standin::MapInterface(kOtherPort, 8);
+        standin::SetTimersManual(true);
         standin::ClearCapabilities();
         ASSERT_TRUE(standin::SetCapability("WCWP_SPEC_SVC_NUM", 5));
         ASSERT_TRUE(standin::SetCapability("WCWP_SPEC_MAX_LINK_NUM", buckets * 10 / 13));
         ASSERT_TRUE(standin::SetCapability("WCWP_SPEC_MAX_DATA_LINK_NUM", 0));
         ASSERT_EQ(module_.Load(LYR_HOST_LIBRARY), "");
         ASSERT_EQ(module_.Start(), "");
-        for (const uint32_t instance : capwap) {
-            Open("kes2lyrcwp", instance);
+        for (const auto &[what, instances] :
+             {std::pair("kes2lyrcwp", capwap), std::pair("kes2lyrwapi", wapi)}) {
+            for (const uint32_t instance : instances) {
+                const std::string name = what + std::to_string(instance);
+                const uint32_t channel = standin::OpenChannel("chn/" + name, 8);
+                ASSERT_NE(channel, TOV_CHANNEL_ID_NONE);
+                ASSERT_EQ(TOV_ThreadInfoRegByName(("thd/" + name).c_str()), 0u);
+                channels_[channel] = instance;
+            }
         }
-        for (const uint32_t instance : wapi) {
-            Open("kes2lyrwapi", instance);
-        }
+    }
+
+    Explanation Explain(const Received &frame) {
+        return Explainer(module_).Explain(frame.bytes, frame.arrival, frame.causeAction);
     }
 
     void TearDown() override {
-        Stop();
-    }
-
-    void Stop() {
         module_.Stop();
         for (const auto &[channel, instance] : channels_) {
             standin::CloseChannel(channel);
@@ -95,8 +96,7 @@ class Explaining : public ::testing::Test {
 
     struct Met {
         Fate fate;
-        std::optional<uint32_t>
-            instance;  // whose channel got it; of a packet that none got: its key
+        std::optional<uint32_t> instance;  // whose channel got it; where none did: its key
     };
 
     // What the module does with a frame.
@@ -121,17 +121,22 @@ class Explaining : public ::testing::Test {
     }
 
     // All that a hand-off would leave behind: counters, watches, records, locks, events.
-    std::map<std::string, std::vector<uint8_t>> Traces() {
-        std::map<std::string, std::vector<uint8_t>> traces;
+    std::map<std::string, Bytes> Traces() {
+        std::map<std::string, Bytes> traces;
+        const auto add = [&](const std::string &name, std::optional<uint32_t> slot = {}) {
+            const standin::ObjectBytes object = standin::ReadObject(module_, name, slot);
+            EXPECT_EQ(object.error, "");
+            traces[name + std::to_string(slot.value_or(0))] = object.bytes;
+        };
         for (const char *name :
              {MUND_OBJECT_HANDED_OVER, MUND_OBJECT_HAND_OFF_FAILED, MUND_OBJECT_WAPI_FRAMES,
               MUND_OBJECT_WAPI_FAILED, MUND_OBJECT_PACKET_COUNTERS, MUND_OBJECT_DROP_WATCH,
               MUND_OBJECT_DROP_TIMER, MUND_OBJECT_PING, MUND_OBJECT_PROBES, MUND_OBJECT_IPV4_LOCK,
               MUND_OBJECT_IPV6_LOCK, MUND_OBJECT_KA_LOCK, MUND_OBJECT_SOURCES}) {
-            Add(traces, name);
+            add(name);
         }
         for (uint32_t slot = 1; slot <= 4; ++slot) {
-            Add(traces, MUND_OBJECT_MSG_TYPE, slot);
+            add(MUND_OBJECT_MSG_TYPE, slot);
         }
         // The event is this one's own and no one else's.
         constexpr uint32_t kOwn = 1u << 31;
@@ -139,7 +144,6 @@ class Explaining : public ::testing::Test {
         TOV_EventWrite(TOV_ThreadInfoGetByName("thd/kes2lyrcwp0"), kOwn);
         EXPECT_EQ(TOV_EventRead(&events), 0u);
         traces["events"] = {static_cast<uint8_t>(events), static_cast<uint8_t>(events >> 8)};
-        traces["memory"] = {};
         for (const std::string &held : standin::ModuleMemoryByTag(module_.Id())) {
             traces["memory"].insert(traces["memory"].end(), held.begin(), held.end());
         }
@@ -149,22 +153,6 @@ class Explaining : public ::testing::Test {
     standin::Module module_;
     standin::MbufPool pool_{64};
     std::map<uint32_t, uint32_t> channels_;  // instance by channel
-
-  private:
-    void Open(const std::string &what, uint32_t instance) {
-        const std::string name = what + std::to_string(instance);
-        const uint32_t channel = standin::OpenChannel("chn/" + name, 8);
-        ASSERT_NE(channel, TOV_CHANNEL_ID_NONE);
-        ASSERT_EQ(TOV_ThreadInfoRegByName(("thd/" + name).c_str()), 0u);
-        channels_[channel] = instance;
-    }
-
-    void Add(std::map<std::string, std::vector<uint8_t>> &traces, const char *name,
-             std::optional<uint32_t> slot = std::nullopt) {
-        standin::ObjectBytes object = standin::ReadObject(module_, name, slot);
-        EXPECT_EQ(object.error, "");
-        traces[name + std::string(slot ? std::to_string(*slot) : "")] = std::move(object.bytes);
-    }
 };
 
 // --- captures ---
@@ -175,20 +163,11 @@ std::vector<Bytes> Generated(const capwap_gen::Traffic &traffic) {
     return frames;
 }
 
-std::vector<Bytes> ReadCapture(const char *path) {
-    char error[PCAP_ERRBUF_SIZE];
-    pcap_t *capture = pcap_open_offline(path, error);
+std::vector<Bytes> Session() {
     std::vector<Bytes> frames;
-    if (capture == nullptr) {
-        ADD_FAILURE() << error;
-        return frames;
+    for (programs::Frame &frame : programs::ReadCapture(TEST_DATA "/ap-session.pcap")) {
+        frames.push_back(std::move(frame.bytes));
     }
-    pcap_pkthdr *header;
-    const u_char *bytes;
-    while (pcap_next_ex(capture, &header, &bytes) == 1) {
-        frames.emplace_back(bytes, bytes + header->caplen);
-    }
-    pcap_close(capture);
     return frames;
 }
 
@@ -208,14 +187,16 @@ std::vector<Received> Arriving(std::vector<Bytes> frames) {
     return arriving;
 }
 
-// As one of the names, the first word of a class's text up to the colon.
+// The step of the name, or an empty text.
+std::string TextOf(const Explanation &explanation, const std::string &step) {
+    const auto said = std::ranges::find(explanation.steps, step, &Explanation::Step::step);
+    return said == explanation.steps.end() ? "" : said->text;
+}
+
+// The class's name, which goes up to the colon.
 std::string ClassOf(const Explanation &explanation) {
-    for (const Explanation::Step &step : explanation.steps) {
-        if (step.step == "class") {
-            return step.text.substr(0, step.text.find(':'));
-        }
-    }
-    return "excluded";
+    const std::string text = TextOf(explanation, "class");
+    return text.empty() ? "excluded" : text.substr(0, text.find(':'));
 }
 
 capwap_gen::Traffic Mixed(uint64_t seed, const char *mix) {
@@ -239,8 +220,6 @@ struct Capture {
     const char *name;
     std::vector<Bytes> frames;
     std::string commands;
-    std::set<std::string> classes;  // that appear
-    std::set<Fate> fates;           // that packets meet
 };
 
 std::vector<Capture> Captures() {
@@ -248,31 +227,20 @@ std::vector<Capture> Captures() {
     const capwap_gen::Traffic broken = Mixed(22, "discovery=1,keepalive=2,damaged=20,fragment=10");
     const std::vector<Bytes> mixed = Generated(everything);
     const std::string commands = CommandsOf(everything);
-    const std::set<std::string> all = {"excluded",       "WAPI", "control",          "keepalive",
-                                       "DTLS handshake", "data", "another UDP port", "not UDP"};
-    const std::set<Fate> anyFate = {Fate::kReturned, Fate::kTaken, Fate::kUndelivered};
     return {
-        {"everything", mixed, commands, all, anyFate},
-        {"no default", mixed, commands + kNoDefaults, all, anyFate},
-        {"nothing registered", mixed, "", all, {Fate::kReturned, Fate::kUndelivered}},
-        {"any interface", mixed, commands + "source add 4 10.9.9.9 --if 99\nwapi 2 0\n", all,
-         anyFate},
-        {"broken",
-         Generated(broken),
-         CommandsOf(broken),
-         {"excluded", "control", "keepalive", "DTLS handshake", "data", "another UDP port",
-          "not UDP"},
-         anyFate},
-        {"session",
-         ReadCapture(TEST_DATA "/ap-session.pcap"),
+        {"everything", mixed, commands},
+        {"no default", mixed, commands + kNoDefaults},
+        {"nothing registered", mixed, ""},
+        {"any interface", mixed, commands + "source add 4 10.9.9.9 --if 99\nwapi 2 0\n"},
+        {"broken", Generated(broken), CommandsOf(broken)},
+        {"session", Session(),
          "source add 1 192.168.10.9 --if 7\ntunnel default --node 3\n"
-         "tunnel add 192.168.10.10 12380 192.168.10.9 5246 --node 4\n",
-         {"excluded", "control", "data", "another UDP port", "not UDP"},
-         anyFate},
+         "tunnel add 192.168.10.10 12380 192.168.10.9 5246 --node 4\n"},
     };
 }
 
 TEST_F(Explaining, ForeseesEveryPacketAndLeavesNoTrace) {
+    std::map<std::string, std::set<Fate>> seen;  // by class
     for (const Capture &capture : Captures()) {
         SCOPED_TRACE(capture.name);
         Start(7, {0, 1, 2, 4}, {0, 1, 3});
@@ -282,50 +250,39 @@ TEST_F(Explaining, ForeseesEveryPacketAndLeavesNoTrace) {
 
         const auto before = Traces();
         std::vector<Explanation> explanations;
-        std::set<std::string> classes;
         for (const Received &frame : frames) {
             explanations.push_back(
                 explainer.Explain(frame.bytes, frame.arrival, frame.causeAction));
-            classes.insert(ClassOf(explanations.back()));
         }
         EXPECT_EQ(Traces(), before);
-        EXPECT_EQ(classes, capture.classes);
 
-        std::set<Fate> fates;
         for (size_t i = 0; i < frames.size(); ++i) {
+            SCOPED_TRACE("frame " + std::to_string(i + 1) + '\n' + explanations[i].ToText());
             const Met met = Deliver(frames[i]);
-            fates.insert(met.fate);
-            ASSERT_EQ(met.fate, explanations[i].fate) << "frame " << i + 1 << '\n'
-                                                      << explanations[i].ToText();
-            if (met.instance || ClassOf(explanations[i]) != "WAPI") {
-                ASSERT_EQ(met.instance, explanations[i].instance) << "frame " << i + 1 << '\n'
-                                                                  << explanations[i].ToText();
+            const std::string packetClass = ClassOf(explanations[i]);
+            seen[packetClass].insert(met.fate);
+            ASSERT_EQ(met.fate, explanations[i].fate);
+            if (met.instance || packetClass != "WAPI") {
+                ASSERT_EQ(met.instance, explanations[i].instance);
             }
         }
-        EXPECT_EQ(fates, capture.fates);
         EXPECT_NE(Traces(), before) << "the traces would not show a hand-off";
-        Stop();
+        TearDown();
     }
+    const std::set<Fate> returned = {Fate::kReturned};
+    const std::set<Fate> any = {Fate::kReturned, Fate::kTaken, Fate::kUndelivered};
+    EXPECT_EQ(seen,
+              (std::map<std::string, std::set<Fate>>{{"excluded", returned},
+                                                     {"WAPI", {Fate::kTaken, Fate::kUndelivered}},
+                                                     {"control", any},
+                                                     {"keepalive", any},
+                                                     {"DTLS handshake", any},
+                                                     {"data", returned},
+                                                     {"another UDP port", returned},
+                                                     {"not UDP", returned}}));
 }
 
 // --- reasons ---
-
-FrameSpec Udp(std::string_view src, uint16_t srcPort, std::string_view dst, uint16_t dstPort,
-              Bytes payload) {
-    FrameSpec spec;
-    if (src.find(':') != src.npos) {
-        spec.ipv6 = true;
-        spec.srcIp6 = capwap::Ipv6(src);
-        spec.dstIp6 = capwap::Ipv6(dst);
-    } else {
-        spec.srcIp = capwap::Ipv4(src);
-        spec.dstIp = capwap::Ipv4(dst);
-    }
-    spec.srcPort = srcPort;
-    spec.dstPort = dstPort;
-    spec.payload = std::move(payload);
-    return spec;
-}
 
 Received Frame(const FrameSpec &spec, uint32_t port = kPort, uint16_t causeAction = 0) {
     return {capwap::BuildFrame(spec), {.rxPort = port}, causeAction};
@@ -351,28 +308,16 @@ constexpr const char *kSite =
     "tunnel add 10.64.0.4 50000 10.0.0.1 5246 --node 4\n"
     "wapi 1 2\n";
 
-// The step of the name, or an empty text.
-std::string TextOf(const Explanation &explanation, const std::string &step) {
-    for (const Explanation::Step &said : explanation.steps) {
-        if (said.step == step) {
-            return said.text;
-        }
-    }
-    return "";
-}
-
 TEST_F(Explaining, GivesTheReason) {
     Start(0, {0, 1, 4}, {2});  // one bucket
     Execute(kSite);
-    const Explainer explainer(module_);
-    const auto explain = [&](const Received &frame) {
-        return explainer.Explain(frame.bytes, frame.arrival, frame.causeAction);
-    };
     for (const auto &[channel, instance] : channels_) {
         if (instance == 4) {
             standin::CloseChannel(channel);
         }
     }
+    const char *const notOurs =
+        "returned to the engine: it is not for a CAPWAP source of the controller";
     const std::string sources =
         "there is source 0 (type 1, 10.0.0.1, interface 7), source 1 (type 2, 2001:db8::1, "
         "interface 7)";
@@ -385,11 +330,9 @@ TEST_F(Explaining, GivesTheReason) {
         const char *result;
     } cases[] = {
         {"wrong destination", Echo("10.64.0.1", "10.0.0.9"), "source",
-         "no source has the destination address 10.0.0.9; " + sources,
-         "returned to the engine: it is not for a CAPWAP source of the controller"},
+         "no source has the destination address 10.0.0.9; " + sources, notOurs},
         {"wrong interface", Echo("10.64.0.1", "255.255.255.255", kOtherPort), "source",
-         "no source admits a broadcast from interface 8; " + sources,
-         "returned to the engine: it is not for a CAPWAP source of the controller"},
+         "no source admits a broadcast from interface 8; " + sources, notOurs},
         {"right interface", Echo("fe80::1", "ff02::18c"), "source",
          "source 0 (type 1, 10.0.0.1, interface 7) is on the interface where the multicast comes "
          "in",
@@ -424,21 +367,20 @@ TEST_F(Explaining, GivesTheReason) {
          "returned to the engine: its cause action is excluded"},
     };
     for (const auto &c : cases) {
-        const Explanation explanation = explain(c.frame);
+        const Explanation explanation = Explain(c.frame);
         EXPECT_EQ(TextOf(explanation, c.step), c.text) << c.what;
         EXPECT_EQ(explanation.text, c.result) << c.what;
     }
-    EXPECT_NE(TextOf(explain(Echo("10.64.0.4", "10.0.0.1")), "channel").find(", which is closed; "),
+    EXPECT_NE(TextOf(Explain(Echo("10.64.0.4", "10.0.0.1")), "channel").find(", which is closed; "),
               std::string::npos);
 }
 
 TEST_F(Explaining, IsTextAndJson) {
     Start(0, {1}, {});
     Execute(kSite);
-    const Explainer explainer(module_);
-    const Received taken = Echo("10.64.0.1", "10.0.0.1");
-    const uint32_t channel = channels_.begin()->first;
-    EXPECT_EQ(explainer.Explain(taken.bytes, taken.arrival, 5).ToText(),
+    Received taken = Echo("10.64.0.1", "10.0.0.1");
+    taken.causeAction = 5;
+    EXPECT_EQ(Explain(taken).ToText(),
               "1. packet: Echo Request, 60 bytes from 10.64.0.1 to 10.0.0.1, in on port 3 "
               "(interface 7), VRF 0\n"
               "2. cause: cause action 5 is not excluded\n"
@@ -450,21 +392,19 @@ TEST_F(Explaining, IsTextAndJson) {
               "7. entry: entry 3 of the chain has this key, for instance 1\n"
               "8. instance: 1 (there are 0 to 5)\n"
               "9. channel: chn/kes2lyrcwp1 is resolved to channel " +
-                  std::to_string(channel) +
+                  std::to_string(channels_.begin()->first) +
                   "; thread thd/kes2lyrcwp1 is known\n"
                   "result: taken by instance 1 (0x1000000)");
-    const Received excluded = Frame({.etherType = 0x88B4}, kOtherPort, 57);
-    EXPECT_EQ(explainer.Explain(excluded.bytes, excluded.arrival, 57).ToJson().dump(),
+    EXPECT_EQ(Explain(Frame({.etherType = 0x88B4}, kOtherPort, 57)).ToJson().dump(),
               R"({"steps":[{"step":"packet","text":"WAPI, 60 bytes from 02:00:00:00:00:01 to )"
               R"(02:00:00:00:00:02, in on port 4 (interface 8), VRF 0"},{"step":"cause","text":)"
               R"("cause action 57, which the module leaves to the engine"}],"result":)"
               R"("returned to the engine: its cause action is excluded","fate":"returned",)"
               R"("instance":null,"value":"0"})");
-    const Received nowhere = Echo("10.64.0.2", "10.0.0.1");
-    const auto json = explainer.Explain(nowhere.bytes, nowhere.arrival, 0).ToJson();
-    EXPECT_EQ(json["fate"], "undelivered");
-    EXPECT_EQ(json["instance"], 3);
-    EXPECT_EQ(json["value"], "0x10000000");
+    auto nowhere = Explain(Echo("10.64.0.2", "10.0.0.1")).ToJson();
+    nowhere.erase("steps");
+    nowhere.erase("result");
+    EXPECT_EQ(nowhere.dump(), R"({"fate":"undelivered","instance":3,"value":"0x10000000"})");
 }
 
 // --- what is not as it should be ---
@@ -472,7 +412,6 @@ TEST_F(Explaining, IsTextAndJson) {
 TEST_F(Explaining, SurvivesBrokenChainsAndMissingTables) {
     Start(0, {1}, {});
     Execute(kSite);
-    const Explainer explainer(module_);
     const Received frame = Echo("10.64.0.1", "10.0.0.1");
     struct Link {
         Link *prev, *next;
@@ -480,20 +419,19 @@ TEST_F(Explaining, SurvivesBrokenChainsAndMissingTables) {
     Link *&table = *static_cast<Link **>(module_.Symbol("g_LyrKes_DistIpv4Tbl"));
 
     Link *second = std::exchange(table->next->next, nullptr);
-    const Explanation broken = explainer.Explain(frame.bytes, frame.arrival, 0);
+    const Explanation broken = Explain(frame);
     EXPECT_EQ(TextOf(broken, "bucket"), "bucket 0 of 1, a chain of 1 entry that is broken");
     EXPECT_EQ(broken.text, "returned to the engine: the table cannot be searched");
     EXPECT_EQ(Deliver(frame).fate, broken.fate);
     table->next->next = second;
 
     Link *buckets = std::exchange(table, nullptr);
-    const Explanation missing = explainer.Explain(frame.bytes, frame.arrival, 0);
+    const Explanation missing = Explain(frame);
     EXPECT_EQ(TextOf(missing, "bucket"), "bucket 0 of 1, but the table does not exist");
     EXPECT_EQ(Deliver(frame).fate, missing.fate);
     table = buckets;
 
-    const Bytes tooLong(standin::MbufPool::kMaxFrame + 1);
-    EXPECT_THROW(explainer.Explain(tooLong, {}, 0), Failure);
+    EXPECT_THROW(Explain({Bytes(standin::MbufPool::kMaxFrame + 1)}), Failure);
 }
 
 TEST(ExplainingNothing, NamesWhatTheModuleLacks) {
@@ -534,8 +472,8 @@ TEST_F(Explaining, IsConsistentWhileTablesChange) {
             }
         }
     };
-    std::thread explaining[] = {std::thread(explain), std::thread(explain)};
-    std::thread receiving([&] {
+    std::jthread explaining[] = {std::jthread(explain), std::jthread(explain)};
+    std::jthread receiving([&] {
         while (!stopping) {
             Deliver(frame);
         }
@@ -548,10 +486,6 @@ TEST_F(Explaining, IsConsistentWhileTablesChange) {
             "source add 1 10.0.0.1 --if 7\n");
     }
     stopping = true;
-    receiving.join();
-    for (std::thread &thread : explaining) {
-        thread.join();
-    }
 }
 
 }  // namespace

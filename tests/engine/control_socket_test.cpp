@@ -2,9 +2,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
+#include <sys/syscall.h>
 
 #include <atomic>
 #include <cstring>
@@ -162,6 +163,11 @@ class RawClient {
         EXPECT_TRUE(mund::ReceivePayload(socket_.Number(), reply.header, reply.payload));
         return reply;
     }
+    // The status that a frame is answered with.
+    uint32_t StatusOf(const Bytes &frame) const {
+        EXPECT_TRUE(Send(frame));
+        return Receive().value().header.status;
+    }
     int Socket() const {
         return socket_.Number();
     }
@@ -206,7 +212,15 @@ class ControlSocket : public testing::Test {
                const mund::ControlLimits &limits = {}) {
         server_ = std::make_unique<mund::ControlServer>(path_, std::move(handlers), limits);
     }
-
+    std::string ServingFails() {
+        return ErrorOf([&] { Serve(); });
+    }
+    std::string ConnectingFails() const {
+        return ErrorOf([&] { control::Connection connection(path_); });
+    }
+    void ExpectServing() const {
+        EXPECT_EQ(control::Connection(path_).Call(MUND_OP_VerifyRcdReset, {}).failure, "");
+    }
     // As an engine does that is killed.
     void LeaveSocketBehind() const {
         sockaddr_un address;
@@ -220,13 +234,9 @@ class ControlSocket : public testing::Test {
     std::unique_ptr<mund::ControlServer> server_;
 };
 
-TEST_F(ControlSocket, ServesEveryOperation) {
+TEST_F(ControlSocket, PassesOnWhatTheServiceSays) {
     Serve();
     control::Connection connection(path_);
-    for (uint32_t operation = 0; operation < MUND_OPERATION_COUNT; ++operation) {
-        CallAndCheck(connection, operation, 7 + operation);
-    }
-    EXPECT_EQ(calls, 16u);
     EXPECT_EQ(connection.Call(MUND_OP_KaTunnel, Bytes(23)).failure,
               MundStatusText(MUND_STATUS_BAD_LENGTH));
     EXPECT_NE(connection.Call(MUND_OP_KaTunnel, Bytes(MUND_WIRE_MAX_PAYLOAD + 1))
@@ -235,7 +245,7 @@ TEST_F(ControlSocket, ServesEveryOperation) {
     ASSERT_EQ(RavelRpcServerUnReg(MUND_SERVICE_NAME), 0u);
     EXPECT_EQ(connection.Call(MUND_OP_KaTunnel, Bytes(24)).failure,
               MundStatusText(MUND_STATUS_NO_SERVICE));
-    EXPECT_EQ(calls, 16u);
+    EXPECT_EQ(calls, 0u);
 }
 
 TEST_F(ControlSocket, ServesWhatTheEngineAdds) {
@@ -257,9 +267,7 @@ TEST_F(ControlSocket, ServesWhatTheEngineAdds) {
     EXPECT_EQ(ErrorOf([&] { connection.Object("g_any"); }), "no such operation");
     EXPECT_NE(ErrorOf([&] { connection.Object(std::string(60, 'n')); }).find("60 bytes"),
               std::string::npos);
-    const RawClient raw(path_);
-    ASSERT_TRUE(raw.Send(Frame(0x200)));
-    EXPECT_EQ(raw.Receive()->header.status, MUND_WIRE_REPLY_TOO_LONG);
+    EXPECT_EQ(RawClient(path_).StatusOf(Frame(0x200)), MUND_WIRE_REPLY_TOO_LONG);
 }
 
 TEST_F(ControlSocket, BrokenFramesReachNoOperation) {
@@ -268,40 +276,35 @@ TEST_F(ControlSocket, BrokenFramesReachNoOperation) {
            {MUND_WIRE_EXPLAIN, Says("{}")}});
     constexpr int kClosed = -1;
     const Bytes tunnel = Frame(MUND_OP_CwpTunnel, Bytes(64));
+    const auto cut = [&](size_t size) { return Bytes(tunnel.begin(), tunnel.begin() + size); };
     struct {
-        const char *name;
         Bytes frame;
         int status;  // of the reply; kClosed: there is none
-        bool closes;
+        bool closes = false;
     } const cases[] = {
-        {"version", FrameWith([](auto &h) { h.version = 2; }), MUND_WIRE_BAD_VERSION, true},
-        {"byte order", FrameWith([](auto &h) { h.version = 0x100; }), MUND_WIRE_BAD_VERSION, true},
-        {"too long", FrameWith([](auto &h) { h.length = MUND_WIRE_MAX_PAYLOAD + 1; }),
-         MUND_WIRE_BAD_LENGTH, true},
-        {"much too long", FrameWith([](auto &h) { h.length = UINT32_MAX; }), MUND_WIRE_BAD_LENGTH,
-         true},
-        {"a status", FrameWith([](auto &h) { h.status = 1; }), MUND_WIRE_REFUSED, false},
-        {"a result", FrameWith([](auto &h) { h.result = 1; }, Frame(MUND_WIRE_FOLLOW)),
-         MUND_WIRE_REFUSED, false},
-        {"first unknown", Frame(MUND_OPERATION_COUNT, Bytes(100)), MUND_WIRE_NO_OPERATION, false},
-        {"not offered", Frame(0x1FF, Bytes(MUND_WIRE_MAX_PAYLOAD)), MUND_WIRE_NO_OPERATION, false},
-        {"short request", Frame(MUND_OP_CwpTunnel, Bytes(63)), MUND_WIRE_BAD_LENGTH, false},
-        {"long request", Frame(MUND_OP_CwpTunnel, Bytes(65)), MUND_WIRE_BAD_LENGTH, false},
-        {"no request", Frame(MUND_OP_CwpTunnel), MUND_WIRE_BAD_LENGTH, false},
-        {"needless request", Frame(MUND_OP_VerifyRcdReset, Bytes(1)), MUND_WIRE_BAD_LENGTH, false},
-        {"batch without records", Frame(MUND_OP_BatchReconciliation, {1, 0, 0, 0, 0, 0, 0, 0}),
-         MUND_WIRE_BAD_LENGTH, false},
-        {"state", Frame(MUND_WIRE_STATE, Bytes(1)), MUND_WIRE_BAD_LENGTH, false},
-        {"object", Frame(MUND_WIRE_OBJECT, Bytes(63)), MUND_WIRE_BAD_LENGTH, false},
-        {"follow", Frame(MUND_WIRE_FOLLOW, Bytes(1)), MUND_WIRE_BAD_LENGTH, false},
-        {"explain", Frame(MUND_WIRE_EXPLAIN, Bytes(15)), MUND_WIRE_BAD_LENGTH, false},
-        {"nothing", {}, kClosed, true},
-        {"cut header", {tunnel.begin(), tunnel.begin() + 15}, kClosed, true},
-        {"cut before the request", {tunnel.begin(), tunnel.begin() + 16}, kClosed, true},
-        {"cut request", {tunnel.begin(), tunnel.end() - 1}, kClosed, true},
+        {FrameWith([](auto &h) { h.version = 2; }), MUND_WIRE_BAD_VERSION, true},
+        {FrameWith([](auto &h) { h.version = 0x100; }), MUND_WIRE_BAD_VERSION, true},
+        {FrameWith([](auto &h) { h.length = 0x800001; }), MUND_WIRE_BAD_LENGTH, true},
+        {FrameWith([](auto &h) { h.length = UINT32_MAX; }), MUND_WIRE_BAD_LENGTH, true},
+        {FrameWith([](auto &h) { h.status = 1; }), MUND_WIRE_REFUSED},
+        {FrameWith([](auto &h) { h.result = 1; }, Frame(MUND_WIRE_FOLLOW)), MUND_WIRE_REFUSED},
+        {Frame(MUND_OPERATION_COUNT, Bytes(100)), MUND_WIRE_NO_OPERATION},
+        {Frame(0x1FF, Bytes(MUND_WIRE_MAX_PAYLOAD)), MUND_WIRE_NO_OPERATION},
+        {Frame(MUND_OP_CwpTunnel, Bytes(63)), MUND_WIRE_BAD_LENGTH},
+        {Frame(MUND_OP_CwpTunnel), MUND_WIRE_BAD_LENGTH},
+        {Frame(MUND_OP_BatchReconciliation, {1, 0, 0, 0, 0, 0, 0, 0}), MUND_WIRE_BAD_LENGTH},
+        {Frame(MUND_WIRE_STATE, Bytes(1)), MUND_WIRE_BAD_LENGTH},
+        {Frame(MUND_WIRE_OBJECT, Bytes(63)), MUND_WIRE_BAD_LENGTH},
+        {Frame(MUND_WIRE_FOLLOW, Bytes(1)), MUND_WIRE_BAD_LENGTH},
+        {Frame(MUND_WIRE_EXPLAIN, Bytes(15)), MUND_WIRE_BAD_LENGTH},
+        {{}, kClosed, true},
+        {cut(15), kClosed, true},  // in the header, behind it, in the request
+        {cut(16), kClosed, true},
+        {cut(tunnel.size() - 1), kClosed, true},
     };
-    for (const auto &[name, frame, status, closes] : cases) {
-        SCOPED_TRACE(name);
+    int number = 0;
+    for (const auto &[frame, status, closes] : cases) {
+        SCOPED_TRACE("case " + std::to_string(number++));
         calls = 0;
         const RawClient client(path_);
         ASSERT_TRUE(client.Send(frame));
@@ -433,34 +436,30 @@ TEST_F(ControlSocket, TakesThePlaceOfTheDeadOnly) {
     EXPECT_EQ(file.st_mode, S_IFSOCK | 0600u);
     EXPECT_EQ(ErrorOf([&] { mund::ControlServer(path_, {}); }),
               "control socket " + path_ + ": another engine is serving it");
-    EXPECT_EQ(control::Connection(path_).Call(MUND_OP_VerifyRcdReset, {}).failure, "");
+    ExpectServing();
     server_.reset();
     EXPECT_FALSE(std::filesystem::exists(path_));
-    EXPECT_EQ(ErrorOf([&] { control::Connection connection(path_); }),
-              "no engine at " + path_ + ": No such file or directory");
+    EXPECT_EQ(ConnectingFails(), "no engine at " + path_ + ": No such file or directory");
 
     LeaveSocketBehind();
-    EXPECT_EQ(ErrorOf([&] { control::Connection connection(path_); }),
-              "no engine at " + path_ + ": Connection refused");
+    EXPECT_EQ(ConnectingFails(), "no engine at " + path_ + ": Connection refused");
     Serve();
-    EXPECT_EQ(control::Connection(path_).Call(MUND_OP_VerifyRcdReset, {}).failure, "");
+    ExpectServing();
 
     // What replaces the socket is not ours to remove.
     std::filesystem::remove(path_);
     std::ofstream(path_) << "mine";
     server_.reset();
-    EXPECT_EQ(std::filesystem::file_size(path_), 4u);
-    EXPECT_NE(ErrorOf([&] { Serve(); }).find("it is no socket"), std::string::npos);
+    EXPECT_NE(ServingFails().find("it is no socket"), std::string::npos);
     EXPECT_EQ(std::filesystem::file_size(path_), 4u);
     std::filesystem::remove(path_);
     std::filesystem::create_symlink("nowhere", path_);
-    EXPECT_NE(ErrorOf([&] { Serve(); }).find("it is no socket"), std::string::npos);
+    EXPECT_NE(ServingFails().find("it is no socket"), std::string::npos);
 
     path_ = directory_ / "absent" / "socket";
-    EXPECT_NE(ErrorOf([&] { Serve(); }).find(path_), std::string::npos);
+    EXPECT_NE(ServingFails().find(path_), std::string::npos);
     path_ = directory_ / std::string(107 - directory_.string().size(), 'p');
-    for (const std::string &error :
-         {ErrorOf([&] { Serve(); }), ErrorOf([&] { control::Connection connection(path_); })}) {
+    for (const std::string &error : {ServingFails(), ConnectingFails()}) {
         EXPECT_NE(error.find(path_ + ": the path has 108 bytes"), std::string::npos) << error;
         EXPECT_NE(error.find("at most 107"), std::string::npos);
     }
@@ -492,23 +491,22 @@ TEST_F(ControlSocket, OneOfManyStartingEnginesServes) {
     }
 }
 
-// What another user's program meets.
-int ConnectAsNobody(const std::string &path) {
-    const pid_t child = fork();
-    if (child == 0) {
+// What another user's program meets. The kernel's call changes the user of the calling thread only.
+std::string ConnectAsNobody(const std::string &path) {
+    std::string met;
+    std::thread([&] {
         const RawClient client;
-        if (setuid(65534) != 0) {
-            _exit(1);
-        }
-        if (client.Connect(path) != 0) {
-            _exit(errno == EACCES ? 2 : 3);
-        }
         char byte;
-        _exit(recv(client.Socket(), &byte, 1, 0) == 0 ? 4 : 5);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WEXITSTATUS(status);
+        if (syscall(SYS_setresuid, 65534, 65534, 65534) != 0) {
+            met = "no other user";
+        } else if (client.Connect(path) != 0) {
+            met = strerror(errno);
+        } else {
+            met = recv(client.Socket(), &byte, 1, 0) == 0 ? "closed" : "served";
+        }
+    }).join();
+    prctl(PR_SET_DUMPABLE, 1);  // cleared for the process with a thread's user; leak checks need it
+    return met;
 }
 
 TEST_F(ControlSocket, OtherUsersAreNotServed) {
@@ -517,9 +515,10 @@ TEST_F(ControlSocket, OtherUsersAreNotServed) {
     }
     std::filesystem::permissions(directory_, std::filesystem::perms(0755));
     Serve();
-    EXPECT_EQ(ConnectAsNobody(path_), 2) << "the file's mode";
+    EXPECT_EQ(ConnectAsNobody(path_), "Permission denied") << "the file's mode";
     std::filesystem::permissions(path_, std::filesystem::perms(0666));
-    EXPECT_EQ(ConnectAsNobody(path_), 4) << "the peer's user";
+    EXPECT_EQ(ConnectAsNobody(path_), "closed") << "the peer's user";
+    ExpectServing();
 }
 
 TEST_F(ControlSocket, LimitsClientsAndStalledFrames) {
@@ -531,8 +530,7 @@ TEST_F(ControlSocket, LimitsClientsAndStalledFrames) {
     std::optional<RawClient> neverReads;
     do {
         neverReads.emplace(path_);
-        neverReads->Send(Frame(MUND_OP_VerifyRcdReset));
-    } while (neverReads->Receive()->header.status != MUND_WIRE_OK);
+    } while (neverReads->StatusOf(Frame(MUND_OP_VerifyRcdReset)) != MUND_WIRE_OK);
     EXPECT_EQ(control::Connection(path_).Call(MUND_OP_VerifyRcdReset, {}).failure,
               "no more than 2 clients at once");
     std::this_thread::sleep_for(100ms);
@@ -597,14 +595,9 @@ TEST_F(ControlSocket, ReadsExportedObjects) {
     Bytes trace = connection.Object("g_sampleCalls");
     ASSERT_EQ(trace.size(), 32u);
     EXPECT_STREQ(reinterpret_cast<char *>(trace.data()), "ci");
-    for (const char *word : {"g_lyrHostsvcNum", "g_sampleInitStatus"}) {
-        *static_cast<uint32_t *>(module.Symbol(word)) = 0x42424242;
-        EXPECT_EQ(connection.Object(word), Bytes(4, 0x42));
-    }
+    *static_cast<uint32_t *>(module.Symbol("g_lyrHostsvcNum")) = 0x42424242;
+    EXPECT_EQ(connection.Object("g_lyrHostsvcNum"), Bytes(4, 0x42));
     auto *slots = static_cast<void **>(module.Symbol("g_sampleMemory"));
-    const Bytes pointers = connection.Object("g_sampleMemory");
-    ASSERT_EQ(pointers.size(), 16u);
-    EXPECT_EQ(std::memcmp(pointers.data(), slots, 16), 0);
     std::memset(slots[0], 0x42, 48);
     EXPECT_EQ(connection.Object("g_sampleMemory", 0), Bytes(48, 0x42));
 
@@ -619,7 +612,6 @@ TEST_F(ControlSocket, ReadsExportedObjects) {
         {"", {}, nullptr, "exports no object ''"},
         {"mod_plugin_register", {}, nullptr, "'mod_plugin_register' is a function"},
         {"TovMemAllocInner", {}, nullptr, "'TovMemAllocInner' is not the module's own"},
-        {"g_pluginModRegHead", {}, nullptr, "'g_pluginModRegHead' is not the module's own"},
         {"environ", {}, nullptr, "'environ' is not the module's own"},
         {"g_sampleMemory", 2, nullptr, "no pointer at slot 2: it has 16 bytes"},
         {"g_lyrHostsvcNum", 0, nullptr, "no pointer at slot 0: it has 4 bytes"},
@@ -634,9 +626,8 @@ TEST_F(ControlSocket, ReadsExportedObjects) {
         EXPECT_NE(text.find(error), std::string::npos) << text;
     }
     TovMemFreeInner(foreign);
-    const RawClient raw(path_);
-    ASSERT_TRUE(raw.Send(Frame(MUND_WIRE_OBJECT, Bytes(64, 'n'))));
-    EXPECT_EQ(raw.Receive()->header.status, MUND_WIRE_REFUSED);
+    EXPECT_EQ(RawClient(path_).StatusOf(Frame(MUND_WIRE_OBJECT, Bytes(64, 'n'))),
+              MUND_WIRE_REFUSED);
     server_.reset();
     EXPECT_TRUE(module.Unload().empty());
 }

@@ -33,10 +33,16 @@ Frame FromHex(std::string_view hex) {
 #define UDP_HEADER "147E C001 000C0000 "
 #define PAYLOAD "DEADBEEF "
 #define IPV6_ADDRESSES "20010DB8000000000000000000000001 FE800000000000000000000A0B0C0D0E "
+// Packets with a UDP header, by the first words of their own headers.
+#define IPV4(start, fragment) \
+    "0800 " start " " fragment " 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD
+#define IPV6(start, next) "86DD " start " " next " " IPV6_ADDRESSES
+
+constexpr uint8_t kIpv4 = HOST_PROTO_IPV4, kIpv6 = HOST_PROTO_IPV6, kOther = HOST_PROTO_OTHER;
 
 struct Case {
     const char *name;
-    const char *hex;
+    const char *hex;  // behind the MAC addresses
     uint8_t proto;
     uint16_t etherType;
     uint32_t l2Length;
@@ -48,57 +54,41 @@ struct Case {
 };
 
 const Case kCases[] = {
-    {"UDP over IPv4", MACS "0800 45000020 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD,
-     HOST_PROTO_IPV4, 0x0800, 14, 20, 17, 5246, 49153, 0},
+    {"UDP over IPv4", IPV4("45000020", "00010000"), kIpv4, 0x0800, 14, 20, 17, 5246, 49153, 0},
     {"TCP over IPv4 with options, padded",
-     MACS "0800 47000020 00014000 40060000 " IPV4_ADDRESSES "94040000 01010101 14500050 " PAYLOAD,
-     HOST_PROTO_IPV4, 0x0800, 14, 28, 6, 5200, 80, 4},
-    {"customer tag",
-     MACS "8100 0064 0800 45000020 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD,
-     HOST_PROTO_IPV4, 0x0800, 18, 20, 17, 5246, 49153, 0},
+     "0800 47000020 00014000 40060000 " IPV4_ADDRESSES "94040000 01010101 14500050 " PAYLOAD, kIpv4,
+     0x0800, 14, 28, 6, 5200, 80, 4},
+    {"customer tag", "8100 0064" IPV4("45000020", "00010000"), kIpv4, 0x0800, 18, 20, 17, 5246,
+     49153, 0},
     {"service and customer tag, padded",
-     MACS "88A8 0001 8100 0064 0800 45000020 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD
-          "000000",
-     HOST_PROTO_IPV4, 0x0800, 22, 20, 17, 5246, 49153, 3},
-    {"first IPv4 fragment",
-     MACS "0800 45000020 00012000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD, HOST_PROTO_IPV4,
-     0x0800, 14, 20, 17, 5246, 49153, 0},
-    {"later IPv4 fragment",
-     MACS "0800 45000020 00010001 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD, HOST_PROTO_IPV4,
-     0x0800, 14, 20, 17, 0, 0, 0},
-    {"IPv4 without ports",
-     MACS "0800 45000020 00010000 402F0000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD, HOST_PROTO_IPV4,
-     0x0800, 14, 20, 47, 0, 0, 0},
-    {"ports in the padding", MACS "0800 45000017 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER,
-     HOST_PROTO_IPV4, 0x0800, 14, 20, 17, 0, 0, 5},
-    {"IPv4 total length below the header",
-     MACS "0800 45000013 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD, HOST_PROTO_OTHER,
-     0x0800, 14, 0, 0, 0, 0, 0},
-    {"IPv4 header length below the minimum",
-     MACS "0800 44000020 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD, HOST_PROTO_OTHER,
-     0x0800, 14, 0, 0, 0, 0, 0},
-    {"IPv4 type, version 6",
-     MACS "0800 65000020 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD, HOST_PROTO_OTHER,
-     0x0800, 14, 0, 0, 0, 0, 0},
-    {"UDP over IPv6, padded",
-     MACS "86DD 60000000 000C1140 " IPV6_ADDRESSES UDP_HEADER PAYLOAD "0000", HOST_PROTO_IPV6,
-     0x86DD, 14, 0, 17, 5246, 49153, 2},
-    {"tagged TCP over IPv6",
-     MACS "8100 0FFF 86DD 60000000 00080640 " IPV6_ADDRESSES "1450 0050 DEADBEEF", HOST_PROTO_IPV6,
+     "88A8 0001 8100 0064" IPV4("45000020", "00010000") "000000", kIpv4, 0x0800, 22, 20, 17, 5246,
+     49153, 3},
+    {"first fragment", IPV4("45000020", "00012000"), kIpv4, 0x0800, 14, 20, 17, 5246, 49153, 0},
+    {"later fragment", IPV4("45000020", "00010001"), kIpv4, 0x0800, 14, 20, 17, 0, 0, 0},
+    {"IPv4 without ports", "0800 45000020 00010000 402F0000 " IPV4_ADDRESSES UDP_HEADER PAYLOAD,
+     kIpv4, 0x0800, 14, 20, 47, 0, 0, 0},
+    {"ports in the padding", "0800 45000017 00010000 40110000 " IPV4_ADDRESSES UDP_HEADER, kIpv4,
+     0x0800, 14, 20, 17, 0, 0, 5},
+    {"total below header", IPV4("45000013", "00010000"), kOther, 0x0800, 14, 0, 0, 0, 0, 0},
+    {"header below minimum", IPV4("44000020", "00010000"), kOther, 0x0800, 14, 0, 0, 0, 0, 0},
+    {"IPv4 type, version 6", IPV4("65000020", "00010000"), kOther, 0x0800, 14, 0, 0, 0, 0, 0},
+    {"UDP over IPv6, padded", IPV6("60000000", "000C1140") UDP_HEADER PAYLOAD "0000", kIpv6, 0x86DD,
+     14, 0, 17, 5246, 49153, 2},
+    {"tagged TCP over IPv6", "8100 0FFF" IPV6("60000000", "00080640") "1450 0050 DEADBEEF", kIpv6,
      0x86DD, 18, 0, 6, 5200, 80, 0},
-    {"IPv6 fragment header",
-     MACS "86DD 60000000 00142C40 " IPV6_ADDRESSES "11000001 00000001" UDP_HEADER PAYLOAD,
-     HOST_PROTO_IPV6, 0x86DD, 14, 0, 44, 0, 0, 0},
-    {"IPv6 jumbogram",
-     MACS "86DD 60000000 00000040 " IPV6_ADDRESSES "1100C204 00010008" UDP_HEADER PAYLOAD,
-     HOST_PROTO_IPV6, 0x86DD, 14, 0, 0, 0, 0, 0},
-    {"IPv6 type, version 4", MACS "86DD 40000000 000C1140 " IPV6_ADDRESSES UDP_HEADER PAYLOAD,
-     HOST_PROTO_OTHER, 0x86DD, 14, 0, 0, 0, 0, 0},
-    {"WAI frame", MACS "88B4 0001010000000000000C0000 DEADBEEF", HOST_PROTO_OTHER, 0x88B4, 14, 0, 0,
-     0, 0, 0},
-    {"length instead of a type", MACS "0026 424203000000", HOST_PROTO_OTHER, 0x0026, 14, 0, 0, 0, 0,
-     0},
+    {"IPv6 fragment header", IPV6("60000000", "00142C40") "11000001 00000001" UDP_HEADER PAYLOAD,
+     kIpv6, 0x86DD, 14, 0, 44, 0, 0, 0},
+    {"IPv6 jumbogram", IPV6("60000000", "00000040") "1100C204 00010008" UDP_HEADER PAYLOAD, kIpv6,
+     0x86DD, 14, 0, 0, 0, 0, 0},
+    {"IPv6 type, version 4", IPV6("40000000", "000C1140") UDP_HEADER PAYLOAD, kOther, 0x86DD, 14, 0,
+     0, 0, 0, 0},
+    {"WAI", "88B4 0001010000000000000C0000 DEADBEEF", kOther, 0x88B4, 14, 0, 0, 0, 0, 0},
+    {"length instead of a type", "0026 424203000000", kOther, 0x0026, 14, 0, 0, 0, 0, 0},
 };
+
+Frame FrameOf(const Case &packet) {
+    return FromHex(std::string(MACS) + packet.hex);
+}
 
 bool Equals(const uint8_t *mac, std::string_view hex) {
     return mac != nullptr && std::ranges::equal(std::span(mac, 6), FromHex(hex));
@@ -115,8 +105,7 @@ void ExpectParsed(const HostMbuf *mbuf, const Case &expected) {
 }
 
 void ExpectAddresses(const HostMbuf *mbuf, uint8_t proto) {
-    const bool ipv4 = proto == HOST_PROTO_IPV4;
-    const bool ipv6 = proto == HOST_PROTO_IPV6;
+    const bool ipv4 = proto == kIpv4, ipv6 = proto == kIpv6;
     EXPECT_EQ(HostMbufGetIphdrSrcIp(mbuf), ipv4 ? 0x0A000001u : 0u);
     EXPECT_EQ(HostMbufGetIphdrDstIp(mbuf), ipv4 ? 0xC0A80102u : 0u);
     using Words = std::array<uint32_t, 4>;
@@ -133,7 +122,7 @@ TEST(FrameParser, ReadsEachKindOfFrame) {
     MbufPool pool(1);
     for (const Case &expected : kCases) {
         SCOPED_TRACE(expected.name);
-        const Frame frame = FromHex(expected.hex);
+        const Frame frame = FrameOf(expected);
         HostMbuf *mbuf = pool.Receive(frame, {});
         ExpectParsed(mbuf, expected);
         ExpectAddresses(mbuf, expected.proto);
@@ -150,24 +139,20 @@ TEST(FrameParser, ReadsEachKindOfFrame) {
 TEST(FrameParser, ReadsWhatACutOffFrameStillHas) {
     MbufPool pool(1);
     for (const Case &whole : kCases) {
-        const Frame frame = FromHex(whole.hex);
-        const uint32_t ipHeader = whole.proto == HOST_PROTO_IPV6 ? 40 : whole.ipHeader;
+        const Frame frame = FrameOf(whole);
+        const uint32_t ipHeader = whole.proto == kIpv6 ? 40 : whole.ipHeader;
         for (size_t length = 0; length < frame.size() - whole.padding; ++length) {
             SCOPED_TRACE(whole.name + std::string(" cut to ") + std::to_string(length));
             HostMbuf *mbuf = pool.Receive(std::span(frame).first(length), {});
             Case expected = whole;
             if (length < whole.l2Length) {
-                expected.etherType = 0;
-                expected.l2Length = 0;
+                expected.etherType = 0, expected.l2Length = 0;
             }
             if (length < whole.l2Length + ipHeader) {
-                expected.proto = HOST_PROTO_OTHER;
-                expected.ipHeader = 0;
-                expected.ipProtocol = 0;
+                expected.proto = kOther, expected.ipHeader = 0, expected.ipProtocol = 0;
             }
             if (length < whole.l2Length + ipHeader + 4) {
-                expected.srcPort = 0;
-                expected.dstPort = 0;
+                expected.srcPort = 0, expected.dstPort = 0;
             }
             ExpectParsed(mbuf, expected);
             ExpectAddresses(mbuf, expected.proto);
@@ -189,7 +174,7 @@ TEST(FrameParser, CountsTagsUpToTheWidthOfTheLayer2Length) {
         std::ranges::copy(FromHex("0800 45000014 00010000 40110000 " IPV4_ADDRESSES),
                           std::back_inserter(frame));
         HostMbuf *mbuf = pool.Receive(frame, {});
-        EXPECT_EQ(HostMbufGetProtoType(mbuf), tags == 60 ? HOST_PROTO_IPV4 : HOST_PROTO_OTHER);
+        EXPECT_EQ(HostMbufGetProtoType(mbuf), tags == 60 ? kIpv4 : kOther);
         EXPECT_EQ(HostMbufGetL2HeadLength(mbuf), tags == 60 ? 254u : 0u);
         MbufPool::Release(mbuf);
     }
@@ -199,7 +184,7 @@ TEST(FrameParser, StaysWithinDamagedFrames) {
     MbufPool pool(1);
     std::mt19937 random(20220);
     for (int round = 0; round < 20000; ++round) {
-        Frame frame = FromHex(kCases[random() % std::size(kCases)].hex);
+        Frame frame = FrameOf(kCases[random() % std::size(kCases)]);
         for (auto damage = random() % 6; damage > 0; --damage) {
             frame[12 + random() % (frame.size() - 12)] = static_cast<uint8_t>(random());
         }
@@ -220,7 +205,7 @@ TEST(FrameParser, ReadsForeignBuffers) {
         HostMbuf record{};
         HostMbufMeta meta{};
     } foreign;
-    Frame frame = FromHex(kCases[3].hex);
+    Frame frame = FrameOf(kCases[3]);
     foreign.record.bufAddr = frame.data();
     foreign.record.dataLen = static_cast<uint16_t>(frame.size());
     foreign.record.pktLen = static_cast<uint32_t>(frame.size()) + 100;
@@ -231,14 +216,10 @@ TEST(FrameParser, ReadsForeignBuffers) {
     EXPECT_EQ(foreign.record.pktLen, frame.size() + 100) << "only single segments are trimmed";
 }
 
-TEST(MbufPool, CarriesArrivalAndMarks) {
+TEST(MbufPool, MarksGoWithTheirPacket) {
     MbufPool pool(1);
-    const Frame frame = FromHex(kCases[0].hex);
-    const Arrival arrival{
-        .timeNs = 7, .wireLength = 1500, .number = 3, .rxPort = 70000, .vrf = 9, .diagnose = true};
-    HostMbuf *mbuf = pool.Receive(frame, arrival);
-    EXPECT_EQ(MetaOf(mbuf).arrival.wireLength, 1500u);
-    EXPECT_EQ(MetaOf(mbuf).arrival.number, 3u);
+    const Frame frame = FrameOf(kCases[0]);
+    HostMbuf *mbuf = pool.Receive(frame, {.rxPort = 70000, .vrf = 9, .diagnose = true});
     EXPECT_EQ(HostMbufGetReceivePortIndex(mbuf), 70000u);
     EXPECT_EQ(HostMbufGetReceiveVrfIndex(mbuf), 9u);
     HostMbufSetLbKey(mbuf, 3);
@@ -246,16 +227,10 @@ TEST(MbufPool, CarriesArrivalAndMarks) {
     HostMbufSetNeedStat(mbuf, 5);
     MetaOf(mbuf).causeAction = 57;
     MetaOf(mbuf).causeId = 1769;
-    EXPECT_EQ(HostMbufGetCauseAction(mbuf), 57u);
-    EXPECT_EQ(HostMbufGetCauseId(mbuf), 1769u);
     MbufPool::Release(mbuf);
-
-    // What the last packet was marked with is gone.
     mbuf = pool.Receive(frame, {});
-    EXPECT_EQ(HostMbufGetNeedTrace(mbuf), 0u);
-    EXPECT_EQ(MetaOf(mbuf).needStat, 0u);
-    EXPECT_EQ(HostMbufGetCauseAction(mbuf), 0u);
-    EXPECT_EQ(HostMbufGetCauseId(mbuf), 0u);
+    const HostMbufMeta &meta = MetaOf(mbuf);
+    EXPECT_EQ(meta.needTrace | meta.needStat | meta.causeAction | meta.causeId, 0u);
     EXPECT_EQ(HostMbufGetHostDiagSwitch(mbuf), 0);
     EXPECT_EQ(HostMbufGetLbKey(mbuf), HOST_LB_KEY_NONE);
     MbufPool::Release(mbuf);

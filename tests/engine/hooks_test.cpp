@@ -7,7 +7,6 @@
 #include <latch>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "standin/mbuf_pool.h"
 #include "standin/packet_path.h"
@@ -21,20 +20,12 @@ constexpr uint32_t kPoint = HOST_HOOK_HOST_RX;
 std::string calls;
 uint64_t answerOfB = HOST_HOOK_CONTINUE;
 
-uint64_t A(HostMbuf *) {
-    calls += 'A';
-    return HOST_HOOK_CONTINUE;
+template <char kName>
+uint64_t Hook(HostMbuf *) {
+    calls += kName;
+    return kName == 'B' ? answerOfB : HOST_HOOK_CONTINUE;
 }
-
-uint64_t B(HostMbuf *) {
-    calls += 'B';
-    return answerOfB;
-}
-
-uint64_t C(HostMbuf *) {
-    calls += 'C';
-    return HOST_HOOK_CONTINUE;
-}
+constexpr auto A = Hook<'A'>, B = Hook<'B'>, C = Hook<'C'>;
 
 class Hooks : public testing::Test {
   protected:

@@ -15,7 +15,6 @@
 #include "kes/diag.h"
 #include "kes/im.h"
 #include "kes/memory.h"
-#include "kes/sync.h"
 #include "kes/thread.h"
 #include "standin/channels.h"
 #include "standin/runtime.h"
@@ -133,18 +132,6 @@ const std::map<std::string_view, std::function<bool()>> kOperations = {
          ClearCapabilities();
          return found;
      }},
-    {"TovSpinlockInit",
-     [] {
-         TovSpinlock lock{};
-         return TovSpinlockInit(&lock) == 0;
-     }},
-    {"TovTimeGetDatetime",
-     [] {
-         TovDate date{};
-         TovTime time{};
-         return TovTimeGetDatetime(&date, &time) == 0;
-     }},
-    {"memset_s", [] { return memset_s(scratch, 8, 0, 1) == 0; }},
     {"strcat_s", [] { return strcpy_s(scratch, 8, "") == 0 && strcat_s(scratch, 8, "x") == 0; }},
 };
 

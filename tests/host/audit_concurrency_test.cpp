@@ -1,14 +1,11 @@
-#include <gmock/gmock.h>
-
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <mutex>
 #include <thread>
 
 #include "audits.h"
-#include "standin/packet_path.h"
+#include "traffic.h"
 
 namespace {
 
@@ -33,34 +30,10 @@ void ForEachTable(Action action) {
     action(KaSessions{});
 }
 
-// The management plane, which calls whether the service is open or not.
-class Caller {
-  public:
-    template <class Request>
-    bool operator()(MundOperation operation, const Request &request) {
-        return Run(operation, &request, sizeof(request), nullptr, 0);
-    }
-
-    bool operator()(const Records &records) {
-        const std::vector<uint8_t> wire = Batch(records);
-        return Run(MUND_OP_BatchReconciliation, wire.data(), wire.size(), nullptr, 0);
-    }
-
-    // True if the operation ran.
-    bool Run(MundOperation operation, const void *request, size_t size, void *reply,
-             uint32_t capacity) {
-        uint32_t replySize = 0, result = 0;
-        const MundStatus status = MundCall(operation, request, static_cast<uint32_t>(size), reply,
-                                           capacity, &replySize, &result);
-        const bool ran = status == MUND_STATUS_OK;
-        const bool sane = ran ? (result <= 1 || result == kError) && replySize == capacity
-                              : status == MUND_STATUS_NO_SERVICE;
-        wrong += sane ? 0 : 1;
-        return ran;
-    }
-
-    std::atomic<int> wrong{0};
-};
+void SendBatch(Caller &call, const Records &records) {
+    const std::vector<uint8_t> wire = Batch(records);
+    call.Run(MUND_OP_BatchReconciliation, wire.data(), wire.size());
+}
 
 // Lets the audits that confirm what stays be sent only while it is there: what is added while an
 // audit is open goes with its end.
@@ -73,7 +46,7 @@ class KeptThere {
     void Send(Caller &call, const Records &records) {
         const std::lock_guard lock(mutex_);
         if (there_) {
-            call(records);
+            SendBatch(call, records);
         }
     }
 
@@ -112,12 +85,13 @@ class RecordReader {
     void operator()(Caller &call, uint32_t round) {
         LyrKesVerifyRcdGetRsp reply = {};
         const uint8_t request[3] = {};
-        if (call.Run(MUND_OP_VerifyRcdGet, request, sizeof(request), &reply, sizeof(reply))) {
+        if (call.Run(MUND_OP_VerifyRcdGet, request, sizeof(request),
+                     reinterpret_cast<uint8_t *>(&reply))) {
             wrong += IsWhole(reply) ? 0 : 1;
             seen += reply.rcdNum;
         }
         if (round % 16 == 0) {
-            call.Run(MUND_OP_VerifyRcdReset, nullptr, 0, nullptr, 0);
+            call.Run(MUND_OP_VerifyRcdReset);
         }
     }
 
@@ -144,60 +118,21 @@ class RecordReader {
     }
 };
 
-// A forwarding thread that also takes what the instances get.
-class Traffic {
-  public:
-    Traffic() {
-        for (uint32_t number = 0; number < kInstances; ++number) {
-            instances_.push_back(std::make_unique<Instance>(number, 0));
+constexpr Place kPlaces[] = {{0, 0}, {0, 1}, {0, 2}, {0, 3}};
+static_assert(std::size(kPlaces) == kInstances);
+
+std::vector<Kind> Kinds() {
+    std::vector<Kind> kinds;
+    ForEachTable([&]<class Table>(Table) {
+        const std::string name = Table::kName;
+        kinds.push_back({name + " 1", Table::Frame(1), {0, 1}});
+        kinds.push_back({name + " 7", Table::Frame(7), {0, 1}});
+        for (const uint32_t nodeId : {kConfirmed, kLeftAlone}) {
+            kinds.push_back({name + ", kept", Table::Frame(Kept(nodeId)), {nodeId}});
         }
-        ForEachTable([this]<class Table>(Table) {
-            for (const uint32_t n : {1u, 7u, Kept(kConfirmed), Kept(kLeftAlone)}) {
-                numbers_.push_back(n);
-                frames_.push_back(capwap::BuildFrame(Table::Frame(n)));
-            }
-        });
-        taken_ = received_ = std::vector<uint64_t>(frames_.size());
-    }
-
-    void Forward(uint32_t round) {
-        const size_t kind = round % frames_.size();
-        HostMbuf *packet = pool_.Receive(frames_[kind], {.number = kind});
-        if (standin::RunReceivePath(packet) == standin::Fate::kTaken) {
-            ++taken_[kind];
-        } else {
-            standin::MbufPool::Release(packet);
-        }
-        for (uint32_t instance = 0; instance < kInstances; ++instance) {
-            while (const Packet arrived = instances_[instance]->Receive()) {
-                const size_t arrivedKind = standin::MetaOf(arrived.get()).arrival.number;
-                const uint32_t n = numbers_[arrivedKind];
-                ++received_[arrivedKind];
-                astray_ += n < kMoving ? instance >= kChanging : Kept(instance) != n;
-            }
-        }
-        everyKindArrived_ = std::ranges::count(received_, 0u) == 0;
-    }
-
-    bool EveryKindArrived() const {
-        return everyKindArrived_;
-    }
-
-    void ExpectConservation() const {
-        EXPECT_EQ(pool_.InUse(), 0u) << "packets lost";
-        EXPECT_EQ(received_, taken_);
-        EXPECT_EQ(astray_, 0u);
-    }
-
-  private:
-    standin::MbufPool pool_{64};
-    std::vector<std::unique_ptr<Instance>> instances_;
-    std::vector<uint32_t> numbers_;  // by kind, as all that follow
-    std::vector<capwap::Bytes> frames_;
-    std::vector<uint64_t> taken_, received_;
-    uint64_t astray_ = 0;
-    std::atomic<bool> everyKindArrived_{false};
-};
+    });
+    return kinds;
+}
 
 void AddKept() {
     DeclareController();
@@ -211,9 +146,7 @@ void AddKept() {
 void ExpectKept() {
     ForEachTable([]<class Table>(Table) {
         for (const uint32_t nodeId : {kConfirmed, kLeftAlone}) {
-            const Packet packet = MakePacket(Table::Frame(Kept(nodeId)));
-            EXPECT_EQ(Table::kLookUp(packet.get()), LYR_DIST_OK);
-            EXPECT_EQ(HostMbufGetLbKey(packet.get()), nodeId) << Table::kName;
+            EXPECT_EQ(OwnerOfPacket<Table>(Kept(nodeId)), nodeId) << Table::kName;
         }
     });
 }
@@ -222,20 +155,18 @@ class AuditConcurrency : public EngineTest {
   protected:
     void SetUp() override {
         EngineTest::SetUp();
-        standin::SetLineSink([this](standin::LineKind kind, std::string_view line) {
+        standin::SetLineSink([this](LineKind kind, std::string_view line) {
             removals_ += line.starts_with("recon del ");
-            assertions_ += kind == standin::LineKind::kAssertion;
+            assertions_ += kind == LineKind::kAssertion;
         });
         // Few buckets, so that sweeps are many and neighbours meet in a chain.
-        standin::SetCapability("WCWP_SPEC_MAX_LINK_NUM", 8);
-        standin::SetCapability("WCWP_SPEC_MAX_DATA_LINK_NUM", 8);
+        SetLinks(8, 8);
         TraceOn(0);
     }
 
     void Stop() {
-        EXPECT_EQ(LyrKes_Exit(), 0u);
-        standin::JoinCreatedThreads();
-        EXPECT_THAT(standin::ModuleMemoryByTag(kModuleId), testing::IsEmpty());
+        StopModule();
+        EXPECT_THAT(standin::ModuleMemoryByTag(kModuleId), IsEmpty());
         EXPECT_EQ(standin::CurrentHoldings(), standin::Holdings{});
     }
 
@@ -260,7 +191,7 @@ TEST_F(AuditConcurrency, AuditsChangesLookUpsReadsAndStopsAtOnce) {
     Caller call;
     KeptThere keptThere;
     RecordReader reader;
-    Traffic traffic;
+    Traffic traffic(Kinds(), kPlaces);
     std::atomic<bool> stopping{false};
     std::vector<std::thread> threads;
     auto keepDoing = [&](auto action) {
@@ -274,7 +205,10 @@ TEST_F(AuditConcurrency, AuditsChangesLookUpsReadsAndStopsAtOnce) {
     keepDoing([&](uint32_t round) { SendAudits(call, keptThere, round); });
     keepDoing([&](uint32_t round) { ChangeTunnels(call, round); });
     keepDoing([&](uint32_t round) { reader(call, round); });
-    keepDoing([&](uint32_t round) { traffic.Forward(round); });
+    keepDoing([&](uint32_t round) {
+        traffic.Forward(round);
+        traffic.Receive();
+    });
 
     const auto deadline = std::chrono::steady_clock::now() + 60s;
     const auto allSeen = [&] {
@@ -300,7 +234,7 @@ TEST_F(AuditConcurrency, AuditsChangesLookUpsReadsAndStopsAtOnce) {
     }
     ExpectAuditsToEmptyTheTables();
     Stop();
-    traffic.Forward(0);  // takes what came last
+    traffic.Receive();
     traffic.ExpectConservation();
     EXPECT_EQ(call.wrong, 0);
     EXPECT_EQ(reader.wrong, 0);

@@ -81,12 +81,8 @@ inline void Audit(const Records &records) {
 
 // The reply of the operation that reads the verify records.
 inline LyrKesVerifyRcdGetRsp ReadVerifyRecords(uint8_t listIndex = 0) {
-    LyrKesVerifyRcdGetRsp reply = {};
-    std::vector<uint8_t> bytes;
-    const uint8_t request[] = {0xEE, 0xEE, listIndex};
-    EXPECT_EQ(Call(MUND_OP_VerifyRcdGet, request, sizeof(request), &bytes), 0u);
-    EXPECT_EQ(bytes.size(), sizeof(reply));
-    std::memcpy(&reply, bytes.data(), std::min(bytes.size(), sizeof(reply)));
+    const auto reply = Ask<LyrKesVerifyRcdGetRsp>(MUND_OP_VerifyRcdGet,
+                                                  LyrKesVerifyRcdGetReq{{0xEE, 0xEE}, listIndex});
     EXPECT_EQ(reply.msgLen, sizeof(reply));
     return reply;
 }
@@ -123,11 +119,10 @@ inline void ExpectVerifyRecords(const std::vector<LyrKesVerifyTunnel> &added, ui
         const uint32_t time = reply.records[i].time;
         EXPECT_TRUE(from <= time && time <= to) << time;
         expected.records[i] = {added[added.size() - 1 - i], time, type, {}};
-        EXPECT_EQ(std::memcmp(&reply.records[i], &expected.records[i], sizeof(LyrKesVerifyRcd)), 0)
-            << "record " << i;
+        EXPECT_TRUE(SameBytes(reply.records[i], expected.records[i])) << "record " << i;
     }
     EXPECT_EQ(reply.rcdNum, expected.rcdNum);
-    EXPECT_EQ(std::memcmp(&reply, &expected, sizeof(reply)), 0) << "of list " << +listIndex;
+    EXPECT_TRUE(SameBytes(reply, expected)) << "of list " << +listIndex;
 }
 
 }  // namespace host_test

@@ -1,8 +1,6 @@
 // The readers of CAPWAP headers: what they read, where they stop, and what they say of it.
 #include "packet/capwap_header.h"
 
-#include <gmock/gmock.h>
-
 #include <cstring>
 #include <optional>
 
@@ -15,9 +13,6 @@ using capwap::Bytes;
 using capwap::FrameSpec;
 using capwap::SessionId;
 using capwap::Writer;
-using standin::LineKind;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -77,8 +72,7 @@ std::optional<Output> OutputOf(Reader reader) {
 
 struct Location {
     const uint8_t *header;
-    uint16_t payloadLength;
-    uint16_t present;
+    uint16_t payloadLength, present;
     bool operator==(const Location &) const = default;
 };
 
@@ -255,32 +249,25 @@ TEST_F(CapwapHeaderTest, UdpLengths) {
     }
 }
 
-TEST_F(CapwapHeaderTest, UdpHeaderIsSoughtBehindTheIpv6BaseHeader) {
+TEST_F(CapwapHeaderTest, WhatTheEngineSaysOfTheHeadersBefore) {
     FrameSpec spec = Ipv6Frame(capwap::Keepalive(kSession));
     spec.ipv6Extension = {17, 0, 1, 4, 0, 5, 0, 0};
-    EXPECT_EQ(Read(MakePacket(spec).get()), Readings{});
+    EXPECT_EQ(Read(MakePacket(spec).get()), Readings{}) << "the extension header is not skipped";
     EXPECT_EQ(TakeReports(),
               NotLocated("[LyrKesHost] udpHdr len err: len=5, total=100, parsedLen=62"));
-}
 
-TEST_F(CapwapHeaderTest, OtherProtocolsAreNotRead) {
     const Packet packet = MakePacket(Ipv4Frame(capwap::Keepalive(kSession)));
+    standin::HostMbufMeta &meta = standin::MetaOf(packet.get());
+    meta.l2Length = 256 + 14;  // only the low byte counts
+    meta.ipHeaderLength = 256 + 20;
+    EXPECT_EQ(Read(packet.get()).session, kSession);
+    EXPECT_EQ(LyrKes_CheckIfFirstIpFrag(packet.get()), 1u);
     for (const uint8_t protoType : Bytes{2, 3, 255}) {
-        standin::MetaOf(packet.get()).protoType = protoType;
+        meta.protoType = protoType;
         EXPECT_EQ(Read(packet.get()), Readings{}) << unsigned{protoType};
         EXPECT_THAT(TakeReports(), ElementsAre(kNoHeader));
         EXPECT_EQ(LyrKes_CheckIfFirstIpFrag(packet.get()), 0u);
     }
-}
-
-TEST_F(CapwapHeaderTest, OnlyTheLowByteOfHeaderLengthsCounts) {
-    const Packet packet = MakePacket(Ipv4Frame(capwap::Keepalive(kSession)));
-    const Readings readings = Read(packet.get());
-    EXPECT_EQ(readings.session, kSession);
-    standin::MetaOf(packet.get()).l2Length = 256 + 14;
-    standin::MetaOf(packet.get()).ipHeaderLength = 256 + 20;
-    EXPECT_EQ(Read(packet.get()), readings);
-    EXPECT_EQ(LyrKes_CheckIfFirstIpFrag(packet.get()), 1u);
 }
 
 // The readers that are given a header, for every header length: the word behind it.
@@ -320,8 +307,7 @@ TEST_F(CapwapHeaderTest, Keepalives) {
         const char *name;
         size_t at;
         Bytes patch;
-        bool keepalive;
-        bool session;
+        bool keepalive, session;
         const char *line = nullptr;
     } kCases[] = {
         {"as sent", 0, {}, true, true},
@@ -329,12 +315,12 @@ TEST_F(CapwapHeaderTest, Keepalives) {
         {"no K", 3, {0}, false, true},
         {"every flag but F", 3, {0x7F}, true, true},
         {"header too long by a word", 1, {3 << 3}, true, false},
-        {"20 bytes", 8, {0, 20}, true, false, "Get KA session id error, ElementLen:20"},
-        {"5654 bytes", 8, {22, 22}, true, false, "Get KA session id error, ElementLen:5654"},
-        {"element 36", 10, {0, 36}, true, false, "Get KA session id error, Type:36, Len:16"},
-        {"element 291", 10, {1, 35}, true, false, "Get KA session id error, Type:291, Len:16"},
-        {"of 12", 12, {0, 12}, true, false, "Get KA session id error, Type:35, Len:12"},
-        {"of 4112", 12, {16, 16}, true, false, "Get KA session id error, Type:35, Len:4112"},
+        {"20 bytes", 8, {0, 20}, true, false, "ElementLen:20"},
+        {"5654 bytes", 8, {22, 22}, true, false, "ElementLen:5654"},
+        {"element 36", 10, {0, 36}, true, false, "Type:36, Len:16"},
+        {"element 291", 10, {1, 35}, true, false, "Type:291, Len:16"},
+        {"of 12", 12, {0, 12}, true, false, "Type:35, Len:12"},
+        {"of 4112", 12, {16, 16}, true, false, "Type:35, Len:4112"},
     };
     for (const auto &[name, at, patch, keepalive, session, line] : kCases) {
         SCOPED_TRACE(name);
@@ -343,17 +329,14 @@ TEST_F(CapwapHeaderTest, Keepalives) {
             const Readings readings = Read(MakePacket(spec).get());
             EXPECT_EQ(readings.keepalive, keepalive ? 1u : 0u);
             EXPECT_EQ(readings.session, session ? std::optional(kSession) : std::nullopt);
-            EXPECT_EQ(TakeReports(), line == nullptr ? Texts{} : Texts{line});
+            EXPECT_EQ(TakeReports(),
+                      line == nullptr ? Texts{} : Texts{Text("Get KA session id error, %s", line)});
         }
     }
 }
 
 TEST_F(CapwapHeaderTest, DtlsHandshakes) {
-    const struct {
-        uint8_t preamble;
-        uint8_t contentType;
-        uint32_t handshake;
-    } kCases[] = {
+    const std::array<uint8_t, 3> kCases[] = {
         {0x01, 20, 1}, {0x01, 21, 1}, {0x01, 22, 1}, {0x01, 23, 0}, {0x01, 24, 1},  {0x01, 0, 1},
         {0x01, 55, 1}, {0x00, 22, 0}, {0x02, 22, 0}, {0x03, 22, 0}, {0x09, 22, 0},  {0x11, 22, 1},
         {0xF1, 22, 1}, {0x10, 22, 0}, {0x11, 23, 0}, {0xF1, 23, 0}, {0x01, 151, 1},
@@ -415,14 +398,11 @@ TEST_F(CapwapHeaderTest, WlanIdInTheExtensionHeader) {
         {"flag clear", Patched(ForWlan7(Writer().U32(12)), 3, {0xFB})},
         {"length beyond", ForWlan7(Writer().U32(13))},
         {"longest length", ForWlan7(Writer().U32(0xFFFFFFFF))},
-        {"length 0", ForWlan7(Writer().U32(0))},
-        {"length 4", ForWlan7(Writer().U32(4))},
         {"an element header", ForWlan7(Writer().U32(8))},
         {"WLAN id beyond the length", ForWlan7(Writer().U32(11))},
         {"element beyond the length", ForWlan7(Writer().U32(16).U16(1).U16(13))},
         {"no WLAN id", Extended(Writer().U32(12).U16(1).U16(8).U32(0))},
         {"type 262", Extended(Writer().U32(12).U16(262).U16(8).U32(7))},
-        {"WLAN id of length 6", Extended(Writer().U32(12).U16(6).U16(6).U32(7))},
         {"WLAN id of length 7", Extended(Writer().U32(12).U16(6).U16(7).U32(7))},
         {"WLAN id of length 0", Extended(Writer().U32(12).U16(6).U16(0).U32(7))},
         {"WLAN id longer than what is left",
@@ -490,14 +470,12 @@ TEST_F(CapwapHeaderTest, FirstFragments) {
     } kCases[] = {
         {"IPv4, whole", whole4, 1, 8},
         {"IPv4, first", parts4.front(), 1, 8},
-        {"IPv4, second", parts4[1], 0, 8},
         {"IPv4, last", parts4.back(), 0, 8},
         {"IPv4, every flag", Patched(whole4, kIp + 6, {0xE0, 0}), 1, 8},
         {"IPv4, offset 1", Patched(whole4, kIp + 6, {0, 1}), 0, 8},
         {"IPv4, offset 256", Patched(whole4, kIp + 6, {0x01, 0}), 0, 8},
         {"IPv6, whole", whole6, 1, 7},
         {"IPv6, first", parts6.front(), 1, 44},
-        {"IPv6, second", parts6[1], 0, 44},
         {"IPv6, last", parts6.back(), 0, 44},
         {"IPv6, reserved bits", Patched(parts6.front(), kIp + 42, {0, 7}), 1, 44},
         {"IPv6, offset 1", Patched(parts6.front(), kIp + 42, {0, 8}), 0, 44},

@@ -1,7 +1,5 @@
 #include "packet/cwp_source.h"
 
-#include <gmock/gmock.h>
-
 #include <atomic>
 #include <chrono>
 #include <thread>
@@ -14,9 +12,6 @@ namespace {
 
 using namespace host_test;
 using namespace std::chrono_literals;
-using standin::LineKind;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 // A record of the table.
 struct Record {
@@ -28,14 +23,15 @@ struct Record {
 Texts Dump(const std::vector<Record> &records) {
     Texts lines = {"[LYR-HOST][Begin]query host capwap src info"};
     for (const Record &record : records) {
-        lines.push_back("[LYR-HOST][Query]capwap src index " + std::to_string(record.position) +
-                        ", srcType " + std::to_string(record.type) + ", ifIndex " +
-                        std::to_string(record.ifIndex) + ", ipVer " + record.words);
+        lines.push_back(
+            Text("[LYR-HOST][Query]capwap src index %u, srcType %u, ifIndex %u, ipVer %s",
+                 record.position, record.type, record.ifIndex, record.words));
     }
-    lines.push_back("[LYR-HOST][End]capwap src info total records " +
-                    std::to_string(records.size()));
+    lines.push_back(Text("[LYR-HOST][End]capwap src info total records %zu", records.size()));
     return lines;
 }
+
+constexpr CwpSrcRcd kFree = {.srcType = CWP_SRC_FREE, .ifIndex = 0, .address = {}};
 
 class CwpSource : public TracedHostTest {
   protected:
@@ -69,20 +65,14 @@ struct Step {
     Outcome outcome;
 };
 
-// The address as the lines have it.
-std::string AddressText(const char *ip) {
-    HostIpAddr address = {};
-    const LyrKesRpcIpAddr given = Address(ip);
-    LyrKes_FillInHostIpAddr(given.ipVer == 0, given.ipv4Addr, given.ipv6Addr, &address);
-    char text[80];
-    std::snprintf(text, sizeof(text), "SrcIpVer %u SrcIp 0x%x SrcIpv6 %x:%x:%x:%x", address.ipVer,
-                  address.ip[0], address.ip[0], address.ip[1], address.ip[2], address.ip[3]);
-    return text;
-}
-
 std::string LineOf(const Step &step) {
-    return std::string(step.outcome.verb) + " Cwp Type " + std::to_string(step.type) + " " +
-           AddressText(step.ip) + " SrcIf " + std::to_string(step.ifIndex) + step.outcome.end;
+    HostIpAddr address = {};
+    const LyrKesRpcIpAddr given = Address(step.ip);
+    LyrKes_FillInHostIpAddr(given.ipVer == 0, given.ipv4Addr, given.ipv6Addr, &address);
+    const uint32_t *ip = address.ip;
+    return Text("%s Cwp Type %u SrcIpVer %u SrcIp 0x%x SrcIpv6 %x:%x:%x:%x SrcIf %u%s",
+                step.outcome.verb, step.type, address.ipVer, ip[0], ip[0], ip[1], ip[2], ip[3],
+                step.ifIndex, step.outcome.end);
 }
 
 TEST_F(CwpSource, AddsRefreshesAndDeletes) {
@@ -151,15 +141,12 @@ TEST_F(CwpSource, FillsFromTheFirstFreePosition) {
     std::memcpy(full, g_LyrHostCwpSrcRcd, sizeof(full));
     ForgetLines();
     EXPECT_EQ(add(8), 1u);
-    EXPECT_THAT(
-        TakeReports(),
-        ElementsAre(
-            "Add Cwp Type 1 SrcIpVer 4 SrcIp 0xa000008 SrcIpv6 a000008:0:0:0 SrcIf 8 fail"));
-    EXPECT_EQ(std::memcmp(full, g_LyrHostCwpSrcRcd, sizeof(full)), 0);
+    EXPECT_THAT(TakeReports(), ElementsAre("Add Cwp Type 1 SrcIpVer 4 SrcIp 0xa000008 SrcIpv6 "
+                                           "a000008:0:0:0 SrcIf 8 fail"));
+    EXPECT_TRUE(SameBytes(full, g_LyrHostCwpSrcRcd));
 
     ASSERT_EQ(Call(MUND_OP_CwpSrc, SourceRequest(kDelete, 1, "10.0.0.2", 7)), 0u);
-    const CwpSrcRcd free = {.srcType = CWP_SRC_FREE, .ifIndex = 0, .address = {}};
-    EXPECT_EQ(std::memcmp(&free, &g_LyrHostCwpSrcRcd[2], sizeof(free)), 0) << "zeroed but for type";
+    EXPECT_TRUE(SameBytes(kFree, g_LyrHostCwpSrcRcd[2])) << "zeroed but for type";
     EXPECT_EQ(add(9), 0u);
     EXPECT_EQ(g_LyrHostCwpSrcRcd[2].ifIndex, 9u);
 }
@@ -179,9 +166,8 @@ TEST_F(CwpSource, ReconciliationStatesTheWholeTable) {
     request.entries[5] = Entry(7, "3.3.3.3", 13);
     ASSERT_EQ(Call(MUND_OP_CwpSrcReconciliation, request), 0u);
     EXPECT_EQ(Dumped(), Dump({{0, 4, 10, kOnes}, {3, 3, 12, kSix}, {5, 7, 13, kThrees}}));
-    const CwpSrcRcd free = {.srcType = CWP_SRC_FREE, .ifIndex = 0, .address = {}};
     for (const size_t i : {1, 2, 4, 6, 7}) {
-        EXPECT_EQ(std::memcmp(&free, &g_LyrHostCwpSrcRcd[i], sizeof(free)), 0) << "position " << i;
+        EXPECT_TRUE(SameBytes(kFree, g_LyrHostCwpSrcRcd[i])) << "position " << i;
     }
 
     CwpSrcRcd before[8];
@@ -195,7 +181,7 @@ TEST_F(CwpSource, ReconciliationStatesTheWholeTable) {
     const CwpSrcRcd image[9] = {};
     EXPECT_EQ(LyrKes_SetCwpSrcInfo(image, 225), 1u);
     EXPECT_THAT(TakeReports(), ElementsAre(failure));
-    EXPECT_EQ(std::memcmp(before, g_LyrHostCwpSrcRcd, sizeof(before)), 0);
+    EXPECT_TRUE(SameBytes(before, g_LyrHostCwpSrcRcd));
 
     EXPECT_EQ(LyrKes_SetCwpSrcInfo(image, 4 * sizeof(CwpSrcRcd)), 0u);
     EXPECT_EQ(g_LyrHostCwpSrcRcd[3].srcType, 0u);
@@ -205,10 +191,9 @@ TEST_F(CwpSource, ReconciliationStatesTheWholeTable) {
 TEST_F(CwpSource, StartFreesAndStopZeroes) {
     EXPECT_EQ(Dumped(), Dump({}));
     ASSERT_EQ(Call(MUND_OP_CwpSrc, SourceRequest(kAdd, 1, "1.1.1.1", 1)), 0u);
-    LyrKes_Exit();
-    standin::JoinCreatedThreads();
+    StopModule();
     const CwpSrcRcd zeros[8] = {};
-    EXPECT_EQ(std::memcmp(zeros, g_LyrHostCwpSrcRcd, sizeof(zeros)), 0);
+    EXPECT_TRUE(SameBytes(zeros, g_LyrHostCwpSrcRcd));
     ASSERT_EQ(LyrKes_Init(), 0u);
     EXPECT_EQ(Dumped(), Dump({}));
     TraceOn(LYR_TRACE_FAILURE);
@@ -268,7 +253,7 @@ TEST_F(CwpSource, ReadersNeverSeeAMixture) {
     stopping = true;
     firstWriter.join();
     secondWriter.join();
-    EXPECT_THAT(wrong, ::testing::Each(0));
+    EXPECT_THAT(wrong, Each(0));
     const bool isOne = g_LyrHostCwpSrcRcd[7].srcType == CWP_SRC_ADDRESS;
     EXPECT_EQ(g_LyrHostCwpSrcRcd[1].srcType, isOne ? CWP_SRC_FREE : CWP_SRC_ADDRESS);
     EXPECT_EQ(g_LyrHostCwpSrcRcd[0].address.ip[3], isOne ? 0x10001u : 0x20002u);

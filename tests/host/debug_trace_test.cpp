@@ -1,20 +1,14 @@
 // The debug trace: its configuration, its packet filter, and the summary lines of packets.
 #include "dfx/debug_trace.h"
 
-#include <gmock/gmock.h>
-
 #include <cstring>
 
 #include "host_fixture.h"
-#include "lb/rpc_operations.h"
 #include "packet/capwap_header.h"
 
 using namespace host_test;
 using capwap::Bytes;
 using capwap::FrameSpec;
-using standin::LineKind;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 namespace {
 
@@ -60,14 +54,6 @@ class DebugTraceTest : public EngineTest {
     const Packet cut_ = FirstSegment(ipv4_, 52);
 };
 
-TEST_F(DebugTraceTest, OffAtLoad) {
-    const LyrKesDebugTraceInfo zeros = {};
-    EXPECT_EQ(std::memcmp(LyrKes_GetDebugTraceInfo(), &zeros, sizeof(zeros)), 0);
-    LyrKesDebugTrace(3, false, nullptr, "line");
-    LyrKes_DebugOutPutPkt(LYR_PKT_CONTROL, ipv4_.get());
-    EXPECT_THAT(TakeReports(), IsEmpty());
-}
-
 TEST_F(DebugTraceTest, LevelMask) {
     const std::pair<uint32_t, Texts> kCases[] = {
         {0, {}}, {1, {"1", "5"}}, {2, {"2"}}, {3, {"1", "2", "5"}}, {4, {"5"}}, {0x80000000, {}}};
@@ -81,7 +67,7 @@ TEST_F(DebugTraceTest, LevelMask) {
     }
 }
 
-TEST_F(DebugTraceTest, LongAndUnformattableLines) {
+TEST_F(DebugTraceTest, LinesThatDoNotFitAreLost) {
     TraceOn();
     const std::string longest(255, '%');
     LyrKesDebugTrace(1, false, nullptr, "%s", longest.c_str());
@@ -100,12 +86,9 @@ TEST_F(DebugTraceTest, PacketFilter) {
         {{}, "46c"},
         {{.type = 13}, "4"},
         {{.type = 3}, "6"},
-        {{.type = 14}, ""},
         {{.src = kSrc4}, "4c"},
-        {{.src = "10.0.10.2"}, ""},
         {{.src = "1.10.0.10"}, ""},
         {{.dst = kDst4}, "4c"},
-        {{.dst = kSrc4}, ""},
         {{.src = kSrc6}, "6"},
         {{.src = "2001:db9:1:203::a:1"}, ""},
         {{.src = "2001:db8:1:204::a:1"}, ""},
@@ -115,10 +98,8 @@ TEST_F(DebugTraceTest, PacketFilter) {
         {{.dst = kSrc6}, ""},
         {{.src = kSrc4, .dst = kDst6}, ""},
         {{.srcPort = 40000}, "46c"},
-        {{.srcPort = 5246}, ""},
         {{.srcPort = 65536 + 40000}, ""},
         {{.dstPort = 5246}, "46c"},
-        {{.dstPort = 40000}, ""},
         {{kSrc4, kDst4, 40000, 5246, 13}, "4"},
         {{kSrc6, kDst6, 40000, 5246, 3}, "6"},
         {{kSrc4, kDst4, 40000, 5246, 3}, ""},
@@ -192,11 +173,6 @@ TEST_F(DebugTraceOperationTest, Configuration) {
     request.debugLevel = 9;
     EXPECT_EQ(Call(MUND_OP_DebugTraceSet, request), 0u);
     EXPECT_EQ(Configuration(), kept);
-    ForgetLines();
-    EXPECT_EQ(LyrHost_Kes_DebugTraceSet(nullptr, nullptr), 2u);
-    EXPECT_THAT(TakeReports(), ElementsAre("LyrHost_Kes_DebugTraceSet rpc inmsg is NULL"));
-    EXPECT_EQ(Configuration(), kept);
-
     request.msgType = LYR_KES_TRACE_CLEAR;
     EXPECT_EQ(Call(MUND_OP_DebugTraceSet, request), 0u);
     EXPECT_EQ(Configuration(), std::string(136, '0'));
@@ -218,23 +194,20 @@ TEST_F(DebugTraceTest, Summaries) {
         spec.srcMac = {0x0A, 0x1B, 0x2C, 0x3D, 0x4E, 0x5F};
         return MakePacket(spec);
     };
-    const Packet ipv4 = packet(Ipv4Control()), ipv6 = packet(Ipv6Control());
+    const Packet ipv4 = packet(Ipv4Control());
     const Packet longest =
         packet(UdpFrame("2001:db8:1111:2222:3333:4444:5555:6666", 65535, "fe80::", 0, {}));
     const Packet noMac = MakePacket(Ipv4Control()), other = MakePacket(Ipv4Control());
     standin::MetaOf(noMac.get()).hasMacs = false;
     standin::MetaOf(other.get()).protoType = 2;
-    const char *const kTail4 = "[SRC-IP=10.0.10.1][SRC-PORT=40000][DST-IP=10.0.0.1][DST-PORT=5246]";
-    const char *const kTail6 =
-        "[SRC-IP=2001:db8:1:203::a:1][SRC-PORT=40000][DST-IP=2001:db8::1][DST-PORT=5246]";
+    const std::string tail = "[SRC-IP=10.0.10.1][SRC-PORT=40000][DST-IP=10.0.0.1][DST-PORT=5246]";
     const struct {
         uint8_t kind;
         const Packet &packet;
         std::string line;
     } kCases[] = {
-        {0, ipv4, std::string("[LYR-HOST][CTRL CAPWAP-MSGTYPE=13][MAC=0a1b-2c3d-4e5f]") + kTail4},
-        {2, ipv6, std::string("[LYR-HOST][DATA-DTLS_HANDSHAKE][MAC=0a1b-2c3d-4e5f]") + kTail6},
-        {1, noMac, std::string("[LYR-HOST][DATA-KEEPALIVE][MAC=0000-0000-0000]") + kTail4},
+        {0, ipv4, "[LYR-HOST][CTRL CAPWAP-MSGTYPE=13][MAC=0a1b-2c3d-4e5f]" + tail},
+        {1, noMac, "[LYR-HOST][DATA-KEEPALIVE][MAC=0000-0000-0000]" + tail},
         {1, longest,
          "[LYR-HOST][DATA-KEEPALIVE][MAC=0a1b-2c3d-4e5f]"
          "[SRC-IP=2001:db8:1111:2222:3333:4444:5555:6666][SRC-PORT=65535][DST-IP=fe80::][DST-PORT="
@@ -253,7 +226,7 @@ TEST_F(DebugTraceTest, Summaries) {
     }
 }
 
-TEST_F(DebugTraceTest, SummaryOfADamagedPacket) {
+TEST_F(DebugTraceTest, SummariesOfDamagedPacketsAndNone) {
     TraceOn();
     LyrKes_DebugOutPutPkt(LYR_PKT_CONTROL, cut_.get());
     EXPECT_THAT(TakeReports(),
@@ -261,10 +234,6 @@ TEST_F(DebugTraceTest, SummaryOfADamagedPacket) {
                             "realLen=10",
                             "[LYR-HOST][CTRL CAPWAP-MSGTYPE=4294967295][MAC=0200-0000-0001]"
                             "[SRC-IP=10.0.10.1][SRC-PORT=40000][DST-IP=10.0.0.1][DST-PORT=5246]"));
-}
-
-TEST_F(DebugTraceTest, SummariesNotPrinted) {
-    TraceOn();
     LyrKes_DebugOutPutPkt(LYR_PKT_CONTROL, nullptr);
     standin::FailEveryCall("sprintf_s");
     for (const uint8_t kind : Bytes{0, 1, 2}) {

@@ -1,15 +1,12 @@
 // The levelled diagnostic log, the IM agent log and the per-packet print.
 #include "module/diag_log.h"
 
-#include <gmock/gmock.h>
+#include <functional>
 
+#include "dfx/debug_trace.h"
 #include "host_fixture.h"
 
 using namespace host_test;
-using standin::LineKind;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Pair;
 
 namespace {
 
@@ -36,23 +33,26 @@ TEST_F(DiagLogTest, LevelsAndSwitch) {
         LYR_KES_DiagLog(level, "%s %u of %d%%", "line", 7u, -1);
         const bool emitted = level <= 2;
         EXPECT_EQ(standin::CallCount("vsnprintf_s"), emitted ? 1u : 0u);
-        EXPECT_EQ(Lines(LineKind::kReport).size(), emitted ? 1u : 0u);
-        if (emitted) {
-            EXPECT_THAT(Lines(LineKind::kReport), ElementsAre("line 7 of -1%"));
-        }
-        EXPECT_THAT(TakeLines(LineKind::kAgentLog), IsEmpty());
+        EXPECT_THAT(Lines(LineKind::kAgentLog), IsEmpty());
+        EXPECT_EQ(TakeReports(), emitted ? Texts{"line 7 of -1%"} : Texts{});
     }
 }
 
+// Of the log, and of the trace, which formats its lines by itself.
 TEST_F(DiagLogTest, LongAndUnformattableLines) {
+    const std::string longest(255, '%'), tooLong = longest + "!";
+    const std::function<void(const char *)> sayings[] = {
+        [](const char *text) { LYR_KES_DiagLog(LYR_HOST_ERR, "%s", text); },
+        [](const char *text) { LyrKesDebugTrace(1, false, nullptr, "%s", text); }};
     TraceOn();
-    const std::string longest(255, '%');
-    LYR_KES_DiagLog(LYR_HOST_ERR, "%s", longest.c_str());
-    EXPECT_THAT(TakeReports(), ElementsAre(longest));
-    LYR_KES_DiagLog(LYR_HOST_ERR, "%s!", longest.c_str());
-    standin::FailCall("vsnprintf_s");
-    LYR_KES_DiagLog(LYR_HOST_ERR, "lost");
-    EXPECT_THAT(TakeReports(), IsEmpty());
+    for (const auto &say : sayings) {
+        say(longest.c_str());
+        EXPECT_THAT(TakeReports(), ElementsAre(longest));
+        say(tooLong.c_str());
+        standin::FailCall("vsnprintf_s");
+        say("lost");
+        EXPECT_THAT(TakeReports(), IsEmpty());
+    }
 }
 
 TEST_F(DiagLogTest, LevelNames) {
@@ -62,7 +62,6 @@ TEST_F(DiagLogTest, LevelNames) {
         EXPECT_STREQ(LYR_KES_GetDiagTypeStr(level), kNames[level]);
     }
     EXPECT_EQ(LYR_KES_GetDiagTypeStr(5), nullptr);
-    EXPECT_EQ(LYR_KES_GetDiagTypeStr(0xFFFFFFFF), nullptr);
 }
 
 TEST_F(DiagLogTest, DebugOutput) {
@@ -92,7 +91,7 @@ TEST_F(DiagLogTest, AgentMessage) {
 TEST_F(DiagLogTest, AgentMessageOfTheLongestLine) {
     const std::string longest(511 - 15, 'x');
     EXPECT_EQ(LYR_KES_SendDiagLog(LYR_HOST_ERR, longest.c_str()), 0u);
-    EXPECT_EQ(TakeLines(LineKind::kAgentLog).size(), 1u);
+    EXPECT_THAT(TakeLines(LineKind::kAgentLog), SizeIs(1));
     EXPECT_EQ(LYR_KES_SendDiagLog(LYR_HOST_ERR, (longest + "x").c_str()), kFailed);
     EXPECT_THAT(TakeLines(LineKind::kAgentLog), IsEmpty());
 }
@@ -125,7 +124,7 @@ TEST_F(DiagLogTest, AgentMessageFailures) {
     EXPECT_THAT(standin::CallCounts(), IsEmpty());
     standin::SetMasterBoardIp(0);
     EXPECT_EQ(LYR_KES_SendDiagLog(LYR_HOST_ERR, "text"), kFailed);
-    EXPECT_THAT(standin::CallCounts(), ElementsAre(Pair("TOV_DevmGetMasterBoardIp", 1u)));
+    EXPECT_THAT(standin::CallCounts(), ElementsAre(testing::Pair("TOV_DevmGetMasterBoardIp", 1u)));
 }
 
 TEST_F(DiagLogTest, Print) {

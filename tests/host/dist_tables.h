@@ -1,6 +1,7 @@
 // The three distribution tables, seen alike: what the tests of the distribution share.
 #pragma once
 
+#include <atomic>
 #include <cstdio>
 #include <string>
 #include <utility>
@@ -12,6 +13,7 @@
 #include "lb/rpc_operations.h"
 #include "lb/tunnel_registration.h"
 #include "module/lifecycle.h"
+#include "mund/statistics_messages.h"
 #include "packet/cwp_source.h"
 
 namespace host_test {
@@ -111,6 +113,14 @@ uint32_t Change(uint32_t operation, uint32_t n, uint32_t nodeId) {
     return Call(Table::kOperation, Table::Request(operation, n, nodeId));
 }
 
+// The key of a packet of a tunnel (session) that has been looked up.
+template <class Table>
+uint32_t OwnerOfPacket(uint32_t n, uint32_t result = LYR_DIST_OK) {
+    const Packet packet = MakePacket(Table::Frame(n));
+    EXPECT_EQ(Table::kLookUp(packet.get()), result);
+    return HostMbufGetLbKey(packet.get());
+}
+
 // The entries of a table; within a bucket in the order of a walk.
 template <class Table>
 std::vector<typename Table::Entry *> EntriesOf() {
@@ -139,19 +149,62 @@ Contents ContentsOf() {
     return contents;
 }
 
-// Stops the module and starts it anew.
-inline void Restart() {
-    LyrKes_Exit();
-    standin::JoinCreatedThreads();
-    ASSERT_EQ(LyrKes_Init(), 0u);
+// Sizes the tables for the next start.
+inline void SetLinks(uint32_t links, uint32_t dataLinks = 0) {
+    standin::SetCapability("WCWP_SPEC_MAX_LINK_NUM", links);
+    standin::SetCapability("WCWP_SPEC_MAX_DATA_LINK_NUM", dataLinks);
 }
 
-// The same with tables of one bucket each.
+// Starts the module anew with tables of one bucket each.
 inline void RestartWithOneBucket() {
-    standin::SetCapability("WCWP_SPEC_MAX_LINK_NUM", 0);
-    standin::SetCapability("WCWP_SPEC_MAX_DATA_LINK_NUM", 0);
+    SetLinks(0);
     Restart();
 }
+
+// Requests that differ from one in a field each: ports and VPN, then what counts among IPv4
+// addresses, from the seventh on what counts among IPv6 addresses.
+inline std::vector<LyrKesCwpTunnelReq> Variations(const LyrKesCwpTunnelReq &request) {
+    std::vector<LyrKesCwpTunnelReq> requests(22, request);
+    requests[0].srcPort ^= 1;
+    requests[1].dstPort ^= 1;
+    requests[2].vpnId ^= 1;
+    requests[3].vpnId ^= 0x10000;
+    requests[4].srcAddr.ipv4Addr ^= 1;
+    requests[5].dstAddr.ipv4Addr ^= 0x80000000;
+    for (size_t group = 0; group < 8; ++group) {
+        ++requests[6 + group].srcAddr.ipv6Addr[group];
+        ++requests[14 + group].dstAddr.ipv6Addr[group];
+    }
+    return requests;
+}
+
+// The management plane, which calls whether the service is open or not.
+class Caller {
+  public:
+    // True if the operation ran.
+    template <class Request>
+    bool operator()(MundOperation operation, const Request &request) {
+        return Run(operation, &request, sizeof(request));
+    }
+    bool Run(MundOperation operation, const void *request = nullptr, size_t size = 0,
+             uint8_t *reply = nullptr) {
+        static thread_local uint8_t ownReply[sizeof(LyrKesCwpTraceRecordRsp)];
+        uint32_t replySize = 0, result = 0;
+        const MundStatus status = MundCall(operation, request, static_cast<uint32_t>(size),
+                                           reply != nullptr ? reply : ownReply,
+                                           MundReplySize(operation), &replySize, &result);
+        // The tables come after the service, and the sources go before it.
+        const bool ran = status == MUND_STATUS_OK;
+        const bool sane =
+            ran ? (result <= 1 || result == kError) && replySize == MundReplySize(operation)
+                : status == MUND_STATUS_NO_SERVICE;
+        served += ran && sane ? 1 : 0;
+        wrong += sane ? 0 : 1;
+        return ran;
+    }
+
+    std::atomic<int> served{0}, wrong{0};
+};
 
 // Declares the controller's addresses as CAPWAP sources.
 inline void DeclareController() {

@@ -1,7 +1,6 @@
 // The watch over dropped packets and its alarm, in simulated time.
 #include "dfx/drop_watch.h"
 
-#include <gmock/gmock.h>
 #include <sys/time.h>
 
 #include <atomic>
@@ -30,10 +29,6 @@ extern "C" int gettimeofday(timeval *now, void * /*zone*/) noexcept {
 namespace {
 
 using namespace host_test;
-using standin::LineKind;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 constexpr uint32_t kDropped = 4;
 
@@ -41,14 +36,11 @@ class DropWatch : public HostTest {
   protected:
     void SetUp() override {
         HostTest::SetUp();
-        standin::SetTimersManual(true);
         wallClock = 1'000'000;
         TraceOn();
-        ForgetLines();
     }
     void TearDown() override {
         HostTest::TearDown();
-        EXPECT_EQ(standin::CurrentHoldings().timers, 0u) << "after the stop";
         standin::SetTimersManual(false);
         wallClock = 0;
     }
@@ -84,47 +76,22 @@ class DropWatch : public HostTest {
     }
 };
 
-TEST_F(DropWatch, TheFirstDropOpensIt) {
-    Count(0, 5);
-    EXPECT_FALSE(IsOpen());
-    EXPECT_EQ(Timers(), 0u);
-    Count(kDropped);
-    EXPECT_EQ(g_lyrKesMsgDropStat.periodStart, 1'000'000u);
-    EXPECT_EQ(g_lyrKesMsgDropStat.dropNum, 1u);
-    EXPECT_EQ(g_lyrKesMsgDropStat.totalNum, 1u);
-    EXPECT_EQ(Timers(), 1u);
-    Count(0);
-    Count(2);
-    Count(kDropped);
-    EXPECT_EQ(g_lyrKesMsgDropStat.dropNum, 2u);
-    EXPECT_EQ(g_lyrKesMsgDropStat.totalNum, 4u);
-    EXPECT_EQ(Timers(), 1u) << "one timer for all";
-}
-
 // Periods by letter: d with a drop, q quiet.
 TEST_F(DropWatch, FivePeriodsRaiseAndFiveQuietOnesRestore) {
     const struct {
         const char *periods, *alarms;
     } cases[] = {
-        {"dddd", ""},
-        {"ddddd", "R"},
-        {"dddddddddddd", "R"},
-        {"ddddqdddd", ""},
-        {"ddddqddddd", "R"},
-        {"dddddqqqq", "R"},
-        {"dddddqqqqq", "Rr"},
-        {"dddddqqqqdqqqq", "R"},
-        {"dddddqqqqdqqqqq", "Rr"},
-        {"dddddqqqqqqdddd", "Rr"},
-        {"dddddqqqqqddddd", "RrR"},
-        {"dddddqqqqqdddddqqqqq", "RrRr"},
+        {"dddddddddddd", "R"},     {"ddddqdddd", ""},
+        {"ddddqddddd", "R"},       {"dddddqqqq", "R"},
+        {"dddddqqqqdqqqq", "R"},   {"dddddqqqqdqqqqq", "Rr"},
+        {"dddddqqqqqqdddd", "Rr"}, {"dddddqqqqqdddddqqqqq", "RrRr"},
     };
     for (const auto &[periods, alarms] : cases) {
         SCOPED_TRACE(periods);
         Reset();
         ForgetLines();
-        for (const char *period = periods; *period != '\0'; ++period) {
-            Count(*period == 'd' ? kDropped : 0);
+        for (const char period : std::string_view(periods)) {
+            Count(period == 'd' ? kDropped : 0);
             Pass(61);
         }
         EXPECT_EQ(Alarms(), alarms);
@@ -133,58 +100,51 @@ TEST_F(DropWatch, FivePeriodsRaiseAndFiveQuietOnesRestore) {
 }
 
 TEST_F(DropWatch, SaysHowMuchIsDropped) {
+    Count(0, 5);
+    EXPECT_FALSE(IsOpen());
+    EXPECT_EQ(Timers(), 0u) << "the first drop starts it";
     for (uint32_t period = 1; period <= 5; ++period) {
         Count(kDropped, 2);
-        Count(0, 4);
+        Count(0, 3);
+        Count(2);
+        EXPECT_EQ(Timers(), 1u) << "one for all";
         Pass(60);
         EXPECT_THAT(Lines(LineKind::kReport), IsEmpty()) << "before the period's end";
         Pass(1);
-        const std::vector<std::string> lines = TakeLines(LineKind::kReport);
-        EXPECT_EQ(lines.at(0), "msg drop happened, dropNum=" + std::to_string(2 * period) +
-                                   ", totalNum=" + std::to_string(6 * period) +
-                                   ", lastDropNum=" + std::to_string(2 * (period - 1)));
+        Texts lines = {Text("msg drop happened, dropNum=%u, totalNum=%u, lastDropNum=%u",
+                            2 * period, 6 * period, 2 * (period - 1))};
         if (period == 5) {
-            EXPECT_EQ(lines.at(1),
-                      "continuous msg drop in the last 5 min, dropNum=10, totalNum=30, "
-                      "dropRate=33%");
+            lines.emplace_back(
+                "continuous msg drop in the last 5 min, dropNum=10, totalNum=30, "
+                "dropRate=33%");
         }
-        EXPECT_EQ(lines.size(), period == 5 ? 2u : 1u);
+        EXPECT_EQ(TakeReports(), lines);
     }
     EXPECT_TRUE(IsOpen()) << "it goes on after the alarm, from the beginning";
     EXPECT_EQ(g_lyrKesMsgDropStat.totalNum, 0u);
     EXPECT_EQ(g_lyrKesMsgDropStat.periodStart, wallClock.load());
-    Pass(5 * 61);
-    EXPECT_FALSE(std::exchange(g_lyrKesMsgDropStat.alarmRaised, uint8_t{0}));
 }
 
 TEST_F(DropWatch, AlarmsCarryEveryAttribute) {
     LyrKes_NotifyVelCapwapTaskContinuousMessageDropTrap("KES LYR HOST");
     LyrKes_NotifyVelCapwapTaskContinuousMessageDropTrapRestore("KES LYR HOST");
     EXPECT_EQ(LyrKes_SendCapwapTaskContinuousMessageDropTrap("x", 4), 0u);
-    const std::vector<std::string> lines = Lines(LineKind::kAlarm);
-    ASSERT_EQ(lines.size(), 3u);
-    const char *const expected[] = {
-        R"(raise id=0x0F2C2004 type=1 severity=4 clear-type=0 time=T time-kind=1 )"
-        R"(para-type=25 length=13 "KES LYR HOST")",
-        R"(restore id=0x0F2C2004 type=2 severity=4 clear-type=1 time=T time-kind=1 )"
-        R"(para-type=25 length=13 "KES LYR HOST")",
-        R"(alarm id=0x0F2C2004 type=4 severity=4 clear-type=2 time=T time-kind=1 )"
-        R"(para-type=25 length=2 "x")",
-    };
-    for (size_t i = 0; i < lines.size(); ++i) {
-        EXPECT_EQ(std::regex_replace(lines[i], std::regex("time=20.*minute-ms=[0-9]+"), "time=T"),
-                  expected[i]);
+    Texts lines = Lines(LineKind::kAlarm);
+    for (std::string &line : lines) {
+        line = std::regex_replace(line, std::regex("time=20.*minute-ms=[0-9]+"), "time=T");
     }
+    const std::string sender = R"(time=T time-kind=1 para-type=25 length=13 "KES LYR HOST")";
+    EXPECT_THAT(
+        lines,
+        ElementsAre("raise id=0x0F2C2004 type=1 severity=4 clear-type=0 " + sender,
+                    "restore id=0x0F2C2004 type=2 severity=4 clear-type=1 " + sender,
+                    R"(alarm id=0x0F2C2004 type=4 severity=4 clear-type=2 time=T time-kind=1 )"
+                    R"(para-type=25 length=2 "x")"));
     ImSysTime now = {};
     const time_t before = time(nullptr);
     LyrKes_IMSysTime(&now);
-    tm utc = {};
-    utc.tm_year = now.year - 1900;
-    utc.tm_mon = now.month - 1;
-    utc.tm_mday = now.day;
-    utc.tm_hour = now.hour;
-    utc.tm_min = now.minute;
-    utc.tm_sec = now.second;
+    tm utc = {now.second, now.minute, now.hour, now.day, now.month - 1, now.year - 1900,
+              0,          0,          0,        0,       nullptr};
     EXPECT_NEAR(static_cast<double>(timegm(&utc)), static_cast<double>(before), 1);
     EXPECT_EQ(now.weekDay, utc.tm_wday);
     EXPECT_LT(now.milliseconds, 1000u);
@@ -219,26 +179,23 @@ TEST_F(DropWatch, ClosesWithItsTimer) {
     EXPECT_THAT(Alarms(), IsEmpty());
 }
 
-TEST_F(DropWatch, ATimerThatCannotBeDeletedIsReported) {
+TEST_F(DropWatch, TimersThatFail) {
     Count(kDropped);
     standin::FailCall("TovSLcoreTimerDelete");
     const uint32_t id = g_lyrKesMsgDropStatTimer;
     LyrKes_StopMsgDropStatTimer();
     EXPECT_EQ(g_lyrKesMsgDropStatTimer, TOV_TIMER_ID_NONE);
-    EXPECT_THAT(TakeLines(LineKind::kReport),
-                ElementsAre("failed to stop msg drop stat timer, ret 1"));
+    EXPECT_THAT(TakeReports(), ElementsAre("failed to stop msg drop stat timer, ret 1"));
     EXPECT_EQ(TovSLcoreTimerDelete(id), 0u);
-}
 
-TEST_F(DropWatch, WithoutATimer) {
+    Reset();
     standin::FailCall("TovSLcoreTimerCreateAndStart");
     Count(kDropped);
-    EXPECT_THAT(TakeLines(LineKind::kReport),
-                ElementsAre("failed to start msg drop stat timer, ret 2"));
+    EXPECT_THAT(TakeReports(), ElementsAre("failed to start msg drop stat timer, ret 2"));
     Count(kDropped, 3);
     EXPECT_TRUE(IsOpen());
     EXPECT_EQ(Timers(), 0u) << "not tried again";
-    EXPECT_THAT(Lines(LineKind::kReport), IsEmpty());
+    EXPECT_THAT(TakeReports(), IsEmpty());
     Restart();
     Count(kDropped);
     EXPECT_EQ(Timers(), 1u) << "until the module is started again";
@@ -249,23 +206,20 @@ TEST_F(DropWatch, AnAlarmThatCannotBeSentChangesNothing) {
                                   "TOV_ImAgentAddPara", "TOV_ImAgentSend"}) {
         SCOPED_TRACE(operation);
         Reset();
-        for (int period = 0; period < 10; ++period) {
-            if (period % 5 == 4) {
+        standin::FailEveryCall(operation);
+        for (const uint32_t type : {1u, 2u}) {  // raised, and restored
+            for (int period = 0; period < 5; ++period) {
                 ForgetLines();
-                standin::FailCall(operation);
+                Count(type == 1 ? kDropped : 0);
+                Pass(61);
             }
-            Count(period < 5 ? kDropped : 0);
-            Pass(61);
-            if (period % 5 == 4) {
-                EXPECT_THAT(
-                    Lines(LineKind::kReport),
-                    ::testing::Contains("failed to send capwap task continuous message drop trap, "
-                                        "name=KES LYR HOST, alarm type=" +
-                                        std::to_string(period < 5 ? 1 : 2) + ", ret=-1."));
-                EXPECT_EQ(g_lyrKesMsgDropStat.alarmRaised, period < 5);
-            }
+            EXPECT_THAT(Lines(LineKind::kReport),
+                        Contains(Text("failed to send capwap task continuous message drop trap, "
+                                      "name=KES LYR HOST, alarm type=%u, ret=-1.",
+                                      type)));
+            EXPECT_EQ(g_lyrKesMsgDropStat.alarmRaised, type == 1);
         }
-        EXPECT_EQ(standin::CurrentHoldings().imMessages, 0u);
+        standin::ClearFaults();
     }
     EXPECT_THAT(Alarms(), IsEmpty());
 }

@@ -152,10 +152,21 @@ void EngineTest::TraceOn(uint32_t levels) {
     LyrKesDebugTraceReq request = {};
     request.debugLevel = levels;
     LyrKes_DebugTraceConfigUpdate(&request);
+    ForgetLines();
 }
 
 void EngineTest::TraceOff() {
     LyrKes_DebugTraceConfigClear();
+}
+
+void StopModule() {
+    EXPECT_EQ(LyrKes_Exit(), 0u);
+    standin::JoinCreatedThreads();
+}
+
+void Restart() {
+    StopModule();
+    ASSERT_EQ(LyrKes_Init(), 0u);
 }
 
 void HostTest::SetUp() {
@@ -164,8 +175,7 @@ void HostTest::SetUp() {
 }
 
 void HostTest::TearDown() {
-    EXPECT_EQ(LyrKes_Exit(), 0u);
-    standin::JoinCreatedThreads();
+    StopModule();
     EngineTest::TearDown();
 }
 

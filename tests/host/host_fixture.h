@@ -2,9 +2,10 @@
 // instances, and the lines that come out.
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <condition_variable>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -21,6 +22,9 @@
 
 namespace host_test {
 
+using standin::LineKind;
+using testing::AllOf, testing::Contains, testing::Each, testing::ElementsAre, testing::EndsWith,
+    testing::HasSubstr, testing::IsEmpty, testing::SizeIs, testing::StartsWith;
 using Texts = std::vector<std::string>;
 
 struct ReleaseMbuf {
@@ -84,8 +88,9 @@ class EngineTest : public ::testing::Test {
     Texts TakeReports();
     void ForgetLines();
 
-    // Switches the debug trace on without a filter, so that log and trace lines come out; off.
-    static void TraceOn(uint32_t levels = 3);
+    // Switches the debug trace on without a filter, so that log and trace lines come out from now
+    // on; off.
+    void TraceOn(uint32_t levels = 3);
     static void TraceOff();
 
   private:
@@ -107,6 +112,10 @@ class TracedHostTest : public HostTest {
     void SetUp() override;
 };
 
+// Stops the module; starts it anew.
+void StopModule();
+void Restart();
+
 // The module id that the tests' module has.
 constexpr uint32_t kModuleId = 42;
 
@@ -119,6 +128,23 @@ template <class Request>
 uint32_t Call(MundOperation operation, const Request &request,
               std::vector<uint8_t> *reply = nullptr) {
     return Call(operation, &request, sizeof(request), reply);
+}
+
+// The reply of an operation that has one, always of the same size.
+template <class Reply, class Request>
+Reply Ask(MundOperation operation, const Request &request, uint32_t result = 0) {
+    std::vector<uint8_t> bytes;
+    EXPECT_EQ(Call(operation, &request, MundRequestSize(operation), &bytes), result);
+    EXPECT_EQ(bytes.size(), sizeof(Reply));
+    Reply reply = {};
+    std::memcpy(&reply, bytes.data(), std::min(bytes.size(), sizeof(reply)));
+    return reply;
+}
+
+// Whether two objects are the same byte by byte.
+template <class Object>
+bool SameBytes(const Object &a, const Object &b) {
+    return std::memcmp(&a, &b, sizeof(Object)) == 0;
 }
 
 // Requests, from texts: addresses of either family.

@@ -1,7 +1,6 @@
 // The module as an engine meets it: a shared library found by path, not linked to.
 #include <dlfcn.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -46,117 +45,70 @@ std::set<std::string> Names(const std::string &text) {
     return {std::istream_iterator<std::string>(words), {}};
 }
 
-// Everything that the module shows, by subject.
-constexpr const char *kInterface =
-    // registration, start and stop, capabilities, hot patch
-    "mod_kes_lyrhost mod_kes_lyrhost_id per_lcore_mod_kes_lyrhost_usrid mod_kes_lyrhost_usrctx "
-    "mod_kes_lyrhost_usrctx_len g_lyrHostsvcNum tov_modregfn_mod_kes_lyrhost mod_plugin_register "
-    "tov_mod_ctr_mod_kes_lyrhost tov_mod_localctr_mod_kes_lyrhost tov_mod_dtr_mod_kes_lyrhost "
-    "tov_mod_localdtr_mod_kes_lyrhost LyrKes_Init LyrKes_Exit LyrKes_GetCapsetSpec "
-    "LyrKes_InitSvcNum liblyr_host_PAT_C2HSyncHookFunc LyrKes_PatchC2hActivefunc "
-    "LyrKes_PatchC2hDeactivefunc "
-    // diagnostic log
-    "LYR_KES_DiagLog LYR_KES_DiagPrintf LYR_KES_GetDiagTypeStr LYR_KES_SendDebugOutput "
-    "LYR_KES_GetDiagLogSwitch LYR_KES_SendDiagLog LYR_KES_SetDiagMainBoardIp "
-    "LyrKes_IsDebugTraceEnable "
-    // debug trace
-    "g_lyrKesDebugTrace LyrKesDebugTrace LyrKesNeedDebugging LyrKes_DebugOutPutPkt "
-    "LyrKes_IPv4HToStr LyrKes_IPv6HToStr LyrKes_GetDebugTraceInfo LyrKes_DebugTraceConfigClear "
-    "LyrKes_DebugTraceConfigUpdate LyrHost_Kes_DebugTraceSet LyrHost_Kes_DebugTraceSet_free "
-    // packet entry
-    "LyrKes_PktProc LyrKes_IsLocalPkt LyrKes_WapiPktProc LyrKes_CapwapPktProc "
-    // header reader
-    "LyrKes_GetCapwapHdr LyrKes_GetCapwapHeader LyrKes_GetCapwapMsgTypeFromCapwapHdr "
-    "LyrKes_GetCapwapMsgTypeFromCapwapHeader LyrKes_GetCapwapMsgType LyrKes_GetCapwapPktMsgType "
-    "LyrKes_CheckIsDtlsHandShakePkt LyrKes_CheckIsKaPkt LyrKes_GetKaSessionid "
-    "LyrKes_GetWlanIdFromCapwapHeader LyrKes_GetVadoAcTunnelWlanId LyrKes_CheckIfFirstIpFrag "
-    // distribution tables
-    "g_LyrKes_DistIpv4Tbl g_LyrKes_DistIpv4Cap g_LyrKes_DistIpv4RwLocker g_LyrKes_DistIpv6Tbl "
-    "g_LyrKes_DistIpv6Cap g_LyrKes_DistIpv6RwLocker g_LyrKes_DistKaTbl g_LyrKes_DistKaCap "
-    "g_LyrKes_DistKaRwLocker LyrKes_Dist_Init LyrKes_Dist_Deinit LyrKes_Dist_CreateHashTable "
-    "LyrKes_InitHashSize LyrKes_Dist_HashTblInit LyrKes_Dist_HashTblDeinit LyrKes_Hash "
-    "LyrKes_DistIpv4_GetHashIndex LyrKes_DistIpv6_GetHashIndex LyrKes_DistKa_GetHashIndex "
-    "LyrKes_DistIpv4_KeyCmp LyrKes_DistIpv6_KeyCmp LyrKes_DistKa_KeyCmp LyrKes_DjbHashCal "
-    "LyrKes_DistReadLock LyrKes_DistReadUnlock LyrKes_DistWriteLock LyrKes_DistWriteUnlock "
-    // tunnel registration
-    "LyrHost_Kes_CwpTunnel LyrHost_Kes_CwpTunnel_free LyrHost_Kes_KaTunnel "
-    "LyrHost_Kes_KaTunnel_free LyrHost_Kes_WapiTunnel LyrHost_Kes_WapiTunnel_free "
-    "LyrKes_DistIPv4SetKey LyrKes_DistIPv6SetKey LyrKes_DistAddIPv4Tunnel "
-    "LyrKes_DistAddIPv6Tunnel LyrKes_DistAddKaTunnel LyrKes_DistDelIPv4Tunnel "
-    "LyrKes_DistDelIPv6Tunnel LyrKes_DistDelKaTunnel LyrKes_DistAddWapiTunnel "
-    "LyrKes_DistAddChannel "
-    // packet lookup
-    "LyrKes_DistCwp_PktProc LyrKes_DistIpv4_PktProc LyrKes_DistIpv6_PktProc "
-    "LyrKes_DistIpv4_UseDefaultLbTable LyrKes_DistIpv6_UseDefaultLbTable LyrKes_DistKa_PktProc "
-    // service channels and hand-off
-    "g_kes2lyrHostChnMap g_lyrHostThreadInfoId g_lyrKesStaSvcInfo g_lyrKesChnSendSucceedPktCnt "
-    "g_lyrKesChnSendFailPktCnt g_lyrKesWapiPacket2Svc g_lyrKesWapiPacket2Fail "
-    "LyrKes_InitChannelInfo LyrKes_InitChannelInfoByPktType LyrKes_DeinitChannelInfo "
-    "LyrKes_DeinitChannelInfoByPktType LyrKes_GetChnMapByPktType LyrKes_GetThdInfoByPktType "
-    "TOV_CHN_KES2LYR TOV_THD_KES2LYR LyrKes_ConstructName LyrKes_ChnSendPktToLyr "
-    "LyrKes_SendPktToLyrSvcByChannel LyrKes_SendPktToLyrStaByChannel LyrKes_GetPidByMac "
-    "LyrKes_ReFillMbufPara LyrKes_SetStaSvcInfo LyrKes_GetStaSvcInfo LyrKes_InitStaSvcInfo "
-    "LyrKes_DeinitStaInfo "
-    // RPC server
-    "LyrKes_RavelRpcServerCreate LyrKes_RavelRpcServerDestroy LyrHost_GetMundModuleId "
-    // table queries
-    "LyrHost_Kes_LoadBalanceDfx LyrHost_Kes_LoadBalanceDfx_free LyrHost_Kes_LbEntryNum "
-    "LyrHost_Kes_LbEntryInfo LyrHost_Kes_GetIpv4LbEntryNum LyrHost_Kes_GetIpv6LbEntryNum "
-    "LyrHost_Kes_GetIpv4LbEntryInfo LyrHost_Kes_GetIpv6LbEntryInfo "
-    // packet counters and drop watch
-    "g_cwpPktStats g_lyrKesMsgDropStat g_lyrKesMsgDropStatTimer LyrKes_CwpCtrlPktStatic "
-    "LyrKes_IncreasePktType LyrKes_IncreaseMsgTotalStat LyrKes_IncreaseMsgDropStat "
-    "LyrKes_StartMsgDropStatTimer LyrKes_StopMsgDropStatTimer LyrKes_MsgDropStatTimerProc "
-    "LyrKes_MsgDropStatContinuousDropProc LyrKes_MsgDropStatContinuousNoDropProc "
-    "LyrKes_ClearMsgDropStat LyrKes_NotifyVelCapwapTaskContinuousMessageDropTrap "
-    "LyrKes_NotifyVelCapwapTaskContinuousMessageDropTrapRestore "
-    "LyrKes_SendCapwapTaskContinuousMessageDropTrap LyrKes_IMAgentSetAlarmAttr LyrKes_IMSysTime "
-    "LyrKes_GetCtrlPktStatic LyrKes_ClearCtrlPktStatic LyrHost_Kes_GetPktStatistics "
-    "LyrHost_Kes_GetPktStatistics_free LyrHost_Kes_ResetPktStatistics "
-    "LyrHost_Kes_ResetPktStatistics_free "
-    // statistics hooks and ping
-    "g_LyrHostCwpPingStat LyrKes_RegCwpStatTrace LyrKes_UnRegCwpStatTrace LyrKes_CwpStatTxInProc "
-    "LyrKes_CwpStatTxOutProc LyrKes_CwpStatRxInProc LyrKes_CwpStatRxOutProc "
-    "LyrKes_ParseCheckCwpType LyrKes_CheckCwpPingStatConfig LyrKes_CwpPingStatProc "
-    "LyrKes_CalCwpPingStatByType LyrKes_UpdateCwpPingConfig LyrKes_ResetCwpPingStat "
-    "LyrKes_InitCwpPingStat LyrKes_GetCwpPingStatConfig LyrKes_GetCwpPingStatByType "
-    "LyrKes_CwpPingGetStat LyrHost_Kes_CwpPingStat LyrHost_Kes_CwpPingStat_free "
-    // probe trace
-    "g_LyrHostCwpTrace LyrKes_CwpProbeTraceProc LyrKes_GetPeerMacFromCapwapProbeMsg "
-    "LyrKes_FillInCwpProbeInfo LyrKes_AddGlbCwpTraceRecord LyrKes_GetGlbCwpTrace "
-    "LyrKes_InitCwpProbe LyrKes_CwpTraceReset LyrKes_CwpTraceGet LyrHost_Kes_CwpTraceRecord "
-    "LyrHost_Kes_CwpTraceRecord_free "
-    // message type statistics, start and stop of the diagnostics
-    "g_LyrHostPktMsgTypeStat LyrKes_IncrPktMsgTypeStatRecvCnt LyrKes_IncrPktMsgTypeStatDropCnt "
-    "LyrKes_IsPktMsgTypeStatEnabled LyrKes_IfPktMsgNeedStat LyrKes_SetCwpMsgTypeStat "
-    "LyrKes_GetCwpMsgTypeStat LyrKes_ResetPktMsgTypeStatCnt LyrKes_GetPktMsgTypeStat "
-    "LyrKes_InitPktMsgTypeStat LyrKes_DeinitPktMsgTypeStat LyrKes_InitCwpStatDfx "
-    "LyrKes_DeinitCwpStatDfx LyrHost_Kes_CwpMsgTypeStat LyrHost_Kes_CwpMsgTypeStat_free "
-    // source table and match
-    "g_LyrHostCwpSrcRcd LyrKes_InitCwpSrcInfo LyrKes_DeinitCwpSrcInfo LyrKes_SetCwpSrcInfo "
-    "LyrKes_FindCwpSrc LyrKes_FillInHostIpAddr LyrKes_FillInCwpSrcInfo LyrKes_AddCwpSrc "
-    "LyrKes_DelCwpSrc LyrKes_QueryCwpSrc LyrHost_Kes_CwpSrcInfoGet LyrHost_Kes_CwpSrc "
-    "LyrHost_Kes_CwpSrc_free LyrHost_Kes_CwpSrcReconciliation "
-    "LyrHost_Kes_CwpSrcReconciliation_free LyrHost_IsPktMatchCwpSrc "
-    "LyrHost_IsRecvIfMatchCwpSrcRecord LyrHost_IsDstIpMatchCwpSrcRecord "
-    // reconciliation
-    "g_lyrKesReconMsgQueue g_lyrKesReconThreadRunning reconBeginFlag LyrKes_InitReconInfo "
-    "LyrKes_DeinitReconInfo LyrKes_CreateReconMsgQueue LyrKes_CreateReconTask "
-    "LyrKes_ReconTaskEntry LyrKes_WriteReconMsgQueue LyrKes_ReadReconMsgQueue "
-    "LyrHost_Kes_MsgQueueReconciliationProc LyrHost_Kes_BatchReconciliationProc "
-    "LyrHost_Kes_ReconciliationProc LyrHost_Kes_Reconciliation LyrHost_Kes_Reconciliation_free "
-    "LyrHost_Kes_BatchReconciliation LyrHost_Kes_BatchReconciliation_free "
-    "LyrKes_Recon_BeginProc LyrKes_Recon_IPv4SetKey LyrKes_Recon_IPv6SetKey "
-    "LyrKes_Recon_IPv4CwpProc LyrKes_Recon_IPv6CwpProc LyrKes_Recon_KaProc "
-    "LyrKes_Recon_FinishProc LyrKes_Recon_FinishProcLoopIpv4Tbl "
-    "LyrKes_Recon_FinishProcLoopIpv6Tbl LyrKes_Recon_FinishProcLoopKaTbl "
-    // verify records
-    "g_lyrKesVerifyRcd g_lyrKesVerifyRcdLock LyrKes_VerifyRcdListInit LyrKes_VerifyRcdListGet "
-    "LyrKes_VerifyRcdListLock LyrKes_VerifyRcdGetCnt LyrKes_VerifyRcdNodeAdd "
-    "LyrKes_VerifyRcdClearAll LyrKes_VerifyRcdAdd LyrKes_VerifyRcdGet "
-    "LyrKes_VerifyRcdClearAllTable LyrKes_LbIpv4VerifyExcptionRcdAdd "
-    "LyrKes_LbIpv6VerifyExcptionRcdAdd LyrKes_GetCurTime LyrHost_Kes_VerifyRcdGet "
-    "LyrHost_Kes_VerifyRcdGet_free LyrHost_Kes_VerifyRcdReset LyrHost_Kes_VerifyRcdReset_free ";
+// Everything that the module shows: its operations with their twins, other names, and names that
+// begin with LyrKes_.
+#define OPERATION_NAMES(name, requestSize, replySize) \
+    "LyrHost_Kes_" #name " LyrHost_Kes_" #name "_free "
+constexpr const char *kNames = MUND_OPERATIONS(OPERATION_NAMES)
+    "LYR_KES_DiagLog LYR_KES_DiagPrintf LYR_KES_GetDiagLogSwitch LYR_KES_GetDiagTypeStr "
+    "LYR_KES_SendDebugOutput LYR_KES_SendDiagLog LYR_KES_SetDiagMainBoardIp "
+    "LyrHost_GetMundModuleId LyrHost_IsDstIpMatchCwpSrcRecord LyrHost_IsPktMatchCwpSrc "
+    "LyrHost_IsRecvIfMatchCwpSrcRecord LyrHost_Kes_BatchReconciliationProc "
+    "LyrHost_Kes_CwpSrcInfoGet LyrHost_Kes_GetIpv4LbEntryInfo LyrHost_Kes_GetIpv4LbEntryNum "
+    "LyrHost_Kes_GetIpv6LbEntryInfo LyrHost_Kes_GetIpv6LbEntryNum LyrHost_Kes_LbEntryInfo "
+    "LyrHost_Kes_LbEntryNum LyrHost_Kes_MsgQueueReconciliationProc LyrHost_Kes_ReconciliationProc "
+    "LyrKesDebugTrace LyrKesNeedDebugging TOV_CHN_KES2LYR TOV_THD_KES2LYR g_LyrHostCwpPingStat "
+    "g_LyrHostCwpSrcRcd g_LyrHostCwpTrace g_LyrHostPktMsgTypeStat g_LyrKes_DistIpv4Cap "
+    "g_LyrKes_DistIpv4RwLocker g_LyrKes_DistIpv4Tbl g_LyrKes_DistIpv6Cap "
+    "g_LyrKes_DistIpv6RwLocker g_LyrKes_DistIpv6Tbl g_LyrKes_DistKaCap g_LyrKes_DistKaRwLocker "
+    "g_LyrKes_DistKaTbl g_cwpPktStats g_kes2lyrHostChnMap g_lyrHostThreadInfoId g_lyrHostsvcNum "
+    "g_lyrKesChnSendFailPktCnt g_lyrKesChnSendSucceedPktCnt g_lyrKesDebugTrace "
+    "g_lyrKesMsgDropStat g_lyrKesMsgDropStatTimer g_lyrKesReconMsgQueue "
+    "g_lyrKesReconThreadRunning g_lyrKesStaSvcInfo g_lyrKesVerifyRcd g_lyrKesVerifyRcdLock "
+    "g_lyrKesWapiPacket2Fail g_lyrKesWapiPacket2Svc liblyr_host_PAT_C2HSyncHookFunc "
+    "mod_kes_lyrhost mod_kes_lyrhost_id mod_kes_lyrhost_usrctx mod_kes_lyrhost_usrctx_len "
+    "mod_plugin_register per_lcore_mod_kes_lyrhost_usrid reconBeginFlag "
+    "tov_mod_ctr_mod_kes_lyrhost tov_mod_dtr_mod_kes_lyrhost tov_mod_localctr_mod_kes_lyrhost "
+    "tov_mod_localdtr_mod_kes_lyrhost tov_modregfn_mod_kes_lyrhost ";
+constexpr const char *kLyrKesNames =
+    "AddCwpSrc AddGlbCwpTraceRecord CalCwpPingStatByType CapwapPktProc CheckCwpPingStatConfig "
+    "CheckIfFirstIpFrag CheckIsDtlsHandShakePkt CheckIsKaPkt ChnSendPktToLyr ClearCtrlPktStatic "
+    "ClearMsgDropStat ConstructName CreateReconMsgQueue CreateReconTask CwpCtrlPktStatic "
+    "CwpPingGetStat CwpPingStatProc CwpProbeTraceProc CwpStatRxInProc CwpStatRxOutProc "
+    "CwpStatTxInProc CwpStatTxOutProc CwpTraceGet CwpTraceReset DebugOutPutPkt "
+    "DebugTraceConfigClear DebugTraceConfigUpdate DeinitChannelInfo DeinitChannelInfoByPktType "
+    "DeinitCwpSrcInfo DeinitCwpStatDfx DeinitPktMsgTypeStat DeinitReconInfo DeinitStaInfo "
+    "DelCwpSrc DistAddChannel DistAddIPv4Tunnel DistAddIPv6Tunnel DistAddKaTunnel "
+    "DistAddWapiTunnel DistCwp_PktProc DistDelIPv4Tunnel DistDelIPv6Tunnel DistDelKaTunnel "
+    "DistIPv4SetKey DistIPv6SetKey DistIpv4_GetHashIndex DistIpv4_KeyCmp DistIpv4_PktProc "
+    "DistIpv4_UseDefaultLbTable DistIpv6_GetHashIndex DistIpv6_KeyCmp DistIpv6_PktProc "
+    "DistIpv6_UseDefaultLbTable DistKa_GetHashIndex DistKa_KeyCmp DistKa_PktProc DistReadLock "
+    "DistReadUnlock DistWriteLock DistWriteUnlock Dist_CreateHashTable Dist_Deinit "
+    "Dist_HashTblDeinit Dist_HashTblInit Dist_Init DjbHashCal Exit FillInCwpProbeInfo "
+    "FillInCwpSrcInfo FillInHostIpAddr FindCwpSrc GetCapsetSpec GetCapwapHdr GetCapwapHeader "
+    "GetCapwapMsgType GetCapwapMsgTypeFromCapwapHdr GetCapwapMsgTypeFromCapwapHeader "
+    "GetCapwapPktMsgType GetChnMapByPktType GetCtrlPktStatic GetCurTime GetCwpMsgTypeStat "
+    "GetCwpPingStatByType GetCwpPingStatConfig GetDebugTraceInfo GetGlbCwpTrace GetKaSessionid "
+    "GetPeerMacFromCapwapProbeMsg GetPidByMac GetPktMsgTypeStat GetStaSvcInfo GetThdInfoByPktType "
+    "GetVadoAcTunnelWlanId GetWlanIdFromCapwapHeader Hash IMAgentSetAlarmAttr IMSysTime "
+    "IPv4HToStr IPv6HToStr IfPktMsgNeedStat IncrPktMsgTypeStatDropCnt IncrPktMsgTypeStatRecvCnt "
+    "IncreaseMsgDropStat IncreaseMsgTotalStat IncreasePktType Init InitChannelInfo "
+    "InitChannelInfoByPktType InitCwpPingStat InitCwpProbe InitCwpSrcInfo InitCwpStatDfx "
+    "InitHashSize InitPktMsgTypeStat InitReconInfo InitStaSvcInfo InitSvcNum IsDebugTraceEnable "
+    "IsLocalPkt IsPktMsgTypeStatEnabled LbIpv4VerifyExcptionRcdAdd LbIpv6VerifyExcptionRcdAdd "
+    "MsgDropStatContinuousDropProc MsgDropStatContinuousNoDropProc MsgDropStatTimerProc "
+    "NotifyVelCapwapTaskContinuousMessageDropTrap "
+    "NotifyVelCapwapTaskContinuousMessageDropTrapRestore ParseCheckCwpType PatchC2hActivefunc "
+    "PatchC2hDeactivefunc PktProc QueryCwpSrc RavelRpcServerCreate RavelRpcServerDestroy "
+    "ReFillMbufPara ReadReconMsgQueue ReconTaskEntry Recon_BeginProc Recon_FinishProc "
+    "Recon_FinishProcLoopIpv4Tbl Recon_FinishProcLoopIpv6Tbl Recon_FinishProcLoopKaTbl "
+    "Recon_IPv4CwpProc Recon_IPv4SetKey Recon_IPv6CwpProc Recon_IPv6SetKey Recon_KaProc "
+    "RegCwpStatTrace ResetCwpPingStat ResetPktMsgTypeStatCnt "
+    "SendCapwapTaskContinuousMessageDropTrap SendPktToLyrStaByChannel SendPktToLyrSvcByChannel "
+    "SetCwpMsgTypeStat SetCwpSrcInfo SetStaSvcInfo StartMsgDropStatTimer StopMsgDropStatTimer "
+    "UnRegCwpStatTrace UpdateCwpPingConfig VerifyRcdAdd VerifyRcdClearAll VerifyRcdClearAllTable "
+    "VerifyRcdGet VerifyRcdGetCnt VerifyRcdListGet VerifyRcdListInit VerifyRcdListLock "
+    "VerifyRcdNodeAdd WapiPktProc WriteReconMsgQueue ";
 
 TEST(ModuleLibrary, ShowsItsInterfaceAndNothingElse) {
     const std::string output =
@@ -164,7 +116,11 @@ TEST(ModuleLibrary, ShowsItsInterfaceAndNothingElse) {
     if (output.empty()) {
         GTEST_SKIP() << "nm is not there";
     }
-    const std::set<std::string> shown = Names(output), expected = Names(kInterface);
+    const std::set<std::string> shown = Names(output);
+    std::set<std::string> expected = Names(kNames);
+    for (const std::string &name : Names(kLyrKesNames)) {
+        expected.insert("LyrKes_" + name);
+    }
     std::vector<std::string> missing, unexpected;
     std::ranges::set_difference(expected, shown, std::back_inserter(missing));
     std::ranges::set_difference(shown, expected, std::back_inserter(unexpected));
@@ -180,7 +136,6 @@ TEST(ModuleLibrary, NeedsTheEngineAndTheLanguageOnly) {
     const std::set<std::string> allowed = {
         "libkes_host.so", "libmund_ser_lyrhost.so", "libc.so.6",           "libm.so.6",
         "libgcc_s.so.1",  "libstdc++.so.6",         "ld-linux-x86-64.so.2"};
-    std::set<std::string> needed;
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
         if (line.find("(NEEDED)") == std::string::npos) {
@@ -190,10 +145,9 @@ TEST(ModuleLibrary, NeedsTheEngineAndTheLanguageOnly) {
         const std::string name = line.substr(from, line.find(']') - from);
         const bool runtime = kSanitized && name.find("san.so") != std::string::npos;
         EXPECT_TRUE(allowed.contains(name) || runtime) << name;
-        needed.insert(name);
     }
-    EXPECT_TRUE(needed.contains("libkes_host.so"));
-    EXPECT_TRUE(needed.contains("libmund_ser_lyrhost.so"));
+    EXPECT_NE(output.find("[libkes_host.so]"), std::string::npos);
+    EXPECT_NE(output.find("[libmund_ser_lyrhost.so]"), std::string::npos);
 }
 
 bool Mapped() {
@@ -216,7 +170,6 @@ TEST(ModuleLibrary, LoadsStartsAndLeavesAgain) {
         ASSERT_EQ(module.Load(kLibrary), "") << "round " << round;
         const auto *id = static_cast<const uint32_t *>(module.Symbol("mod_kes_lyrhost_id"));
         EXPECT_EQ(*id, module.Id());
-        EXPECT_EQ(standin::ModuleMemory(module.Id()).blocks, 0u) << "before it has started";
         std::thread([&] {
             const auto *own =
                 static_cast<const uint32_t *>(module.Symbol("per_lcore_mod_kes_lyrhost_usrid"));
@@ -232,7 +185,6 @@ TEST(ModuleLibrary, LoadsStartsAndLeavesAgain) {
         ASSERT_EQ(module.Start(), "");
         EXPECT_EQ(AddSession(&result), MUND_STATUS_OK);
         EXPECT_EQ(result, 0u);
-        EXPECT_GT(standin::ModuleMemory(module.Id()).blocks, 0u);
         if (round == 2) {  // stopped and started once more
             module.Stop();
             ASSERT_EQ(module.Start(), "");
@@ -244,18 +196,6 @@ TEST(ModuleLibrary, LoadsStartsAndLeavesAgain) {
         EXPECT_EQ(standin::WlanIdReader(), nullptr);
         EXPECT_EQ(AddSession(&result), MUND_STATUS_NO_SERVICE);
     }
-}
-
-TEST(ModuleLibrary, StartThatFailsCanBeRepeated) {
-    standin::Module module;
-    ASSERT_EQ(module.Load(kLibrary), "");
-    standin::FailCall("HostHookRegister", 5);  // the packet hook, after those of the statistics
-    EXPECT_EQ(module.Start(), "kes_lyrhost: the initialisation entry returned 1");
-    standin::ClearFaults();
-    EXPECT_FALSE(module.Started());
-    EXPECT_EQ(module.Start(), "");
-    EXPECT_THAT(module.Unload(), IsEmpty());
-    EXPECT_FALSE(Mapped());
 }
 
 }  // namespace

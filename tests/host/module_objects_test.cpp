@@ -17,55 +17,34 @@ namespace {
     static_assert(offsetof(module, field) == offsetof(client, field) && \
                   sizeof(module::field) == sizeof(client::field))
 
+#define SAME_FIELDS(module, client, a, b, c) \
+    SAME_FIELD(module, client, a);           \
+    SAME_FIELD(module, client, b);           \
+    SAME_FIELD(module, client, c)
+
 static_assert(sizeof(HostIpAddr) == sizeof(MundModuleAddress));
 static_assert(offsetof(HostIpAddr, ip) == offsetof(MundModuleAddress, words));
 
-SAME_FIELD(CwpSrcRcd, MundSourceRecord, srcType);
-SAME_FIELD(CwpSrcRcd, MundSourceRecord, ifIndex);
-SAME_FIELD(CwpSrcRcd, MundSourceRecord, address);
 static_assert(int{CWP_SRC_ADDRESS} == MUND_SOURCE_ADDRESS && int{CWP_SRC_FREE} == MUND_SOURCE_FREE);
 static_assert(int{CWP_SRC_ANY_IF} == MUND_SOURCE_ANY_INTERFACE);
 
-SAME_FIELD(LyrKesDebugTraceInfo, MundTraceConfig, enable);
-SAME_FIELD(LyrKesDebugTraceInfo, MundTraceConfig, debugLevel);
-SAME_FIELD(LyrKesDebugTraceInfo, MundTraceConfig, srcIpFamily);
-SAME_FIELD(LyrKesDebugTraceInfo, MundTraceConfig, srcIp);
-SAME_FIELD(LyrKesDebugTraceInfo, MundTraceConfig, dstIpFamily);
-SAME_FIELD(LyrKesDebugTraceInfo, MundTraceConfig, dstIp);
-SAME_FIELD(LyrKesDebugTraceInfo, MundTraceConfig, srcPort);
-SAME_FIELD(LyrKesDebugTraceInfo, MundTraceConfig, dstPort);
-SAME_FIELD(LyrKesDebugTraceInfo, MundTraceConfig, mac);
+SAME_FIELDS(CwpSrcRcd, MundSourceRecord, srcType, ifIndex, address);
+SAME_FIELDS(LyrKesDebugTraceInfo, MundTraceConfig, enable, debugLevel, srcIpFamily);
+SAME_FIELDS(LyrKesDebugTraceInfo, MundTraceConfig, srcIp, dstIpFamily, dstIp);
+SAME_FIELDS(LyrKesDebugTraceInfo, MundTraceConfig, srcPort, dstPort, mac);
 SAME_FIELD(LyrKesDebugTraceInfo, MundTraceConfig, capwapMsgType);
-
-SAME_FIELD(LyrKesMsgDropStat, MundDropWatch, dropNum);
-SAME_FIELD(LyrKesMsgDropStat, MundDropWatch, lastDropNum);
-SAME_FIELD(LyrKesMsgDropStat, MundDropWatch, totalNum);
-SAME_FIELD(LyrKesMsgDropStat, MundDropWatch, contDropPeriods);
-SAME_FIELD(LyrKesMsgDropStat, MundDropWatch, contNoDropPeriods);
-SAME_FIELD(LyrKesMsgDropStat, MundDropWatch, periodStart);
+SAME_FIELDS(LyrKesMsgDropStat, MundDropWatch, dropNum, lastDropNum, totalNum);
+SAME_FIELDS(LyrKesMsgDropStat, MundDropWatch, contDropPeriods, contNoDropPeriods, periodStart);
 SAME_FIELD(LyrKesMsgDropStat, MundDropWatch, alarmRaised);
-
-SAME_FIELD(LyrKesCwpPingStat, MundPingStat, pingEnable);
-SAME_FIELD(LyrKesCwpPingStat, MundPingStat, pingAddr);
-SAME_FIELD(LyrKesCwpPingStat, MundPingStat, counters);
+SAME_FIELDS(LyrKesCwpPingStat, MundPingStat, pingEnable, pingAddr, counters);
 SAME_FIELD(LyrKesCwpPingCounter, MundPingCounter, fragCnt);
 SAME_FIELD(LyrKesCwpPingCounter, MundPingCounter, byteCnt);
-
-SAME_FIELD(LyrKesPktMsgTypeStat, MundMsgTypeStat, statMsgType);
-SAME_FIELD(LyrKesPktMsgTypeStat, MundMsgTypeStat, recvCnt);
-SAME_FIELD(LyrKesPktMsgTypeStat, MundMsgTypeStat, dropCnt);
+SAME_FIELDS(LyrKesPktMsgTypeStat, MundMsgTypeStat, statMsgType, recvCnt, dropCnt);
 SAME_FIELD(LyrKesPktMsgTypeStat, MundMsgTypeStat, nextRecvCnt);
 SAME_FIELD(LyrKesPktMsgTypeStat, MundMsgTypeStat, nextDropCnt);
-
-SAME_FIELD(CwpTraceRcd, MundProbeRecord, peer);
-SAME_FIELD(CwpTraceRcd, MundProbeRecord, mac);
-SAME_FIELD(CwpTraceRcd, MundProbeRecord, name);
-SAME_FIELD(CwpTraceRcd, MundProbeRecord, hookKind);
-SAME_FIELD(CwpTraceRcd, MundProbeRecord, date);
-SAME_FIELD(CwpTraceRcd, MundProbeRecord, time);
+SAME_FIELDS(CwpTraceRcd, MundProbeRecord, peer, mac, name);
+SAME_FIELDS(CwpTraceRcd, MundProbeRecord, hookKind, date, time);
 SAME_FIELD(CwpTraceRcd, MundProbeRecord, seconds);
-SAME_FIELD(LyrKesCwpTrace, MundProbeRing, records);
-SAME_FIELD(LyrKesCwpTrace, MundProbeRing, tail);
-SAME_FIELD(LyrKesCwpTrace, MundProbeRing, count);
+SAME_FIELDS(LyrKesCwpTrace, MundProbeRing, records, tail, count);
 
 }  // namespace

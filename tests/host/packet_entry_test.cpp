@@ -2,8 +2,6 @@
 #include "packet/packet_entry.h"
 
 #include <dlfcn.h>
-#include <gmock/gmock.h>
-
 #include <cstring>
 
 #include "channel/packet_handoff.h"
@@ -18,8 +16,6 @@
 using namespace host_test;
 using capwap::Bytes;
 using capwap::FrameSpec;
-using standin::LineKind;
-using testing::IsEmpty;
 
 namespace {
 
@@ -30,9 +26,6 @@ uint32_t quicklyReceived = 0;
 
 void ReceiveQuickly(uint32_t channelId) {
     HostMbuf *packet = standin::ReceiveFromChannel(channelId);
-    if (packet == nullptr) {
-        return;
-    }
     ++quicklyReceived;
     std::memset(static_cast<uint8_t *>(packet->bufAddr) + packet->dataOff, 0x5A, packet->dataLen);
     std::memset(static_cast<void *>(&standin::MetaOf(packet)), 0x5A, sizeof(standin::HostMbufMeta));
@@ -94,14 +87,13 @@ class PacketEntryTest : public HostTest {
         for (const char *const ip : {"10.0.0.1", "2001:db8::1"}) {
             Call(MUND_OP_CwpSrc, SourceRequest(LYR_KES_OPERATION_ADD, 1, ip));
         }
-        AddTunnel("10.0.10.1", 40000, "10.0.0.1", 5246, 3);
-        AddTunnel("10.0.10.1", 40000, "10.0.0.1", 5247, 3);
-        AddTunnel("10.0.10.1", 5247, "10.0.0.1", 5246, 3);
-        AddTunnel("10.0.10.1", 5246, "10.0.0.1", 5247, 3);
-        AddTunnel("2001:db8::a:1", 40000, "2001:db8::1", 5246, 5);
-        AddTunnel("10.0.10.1", 40009, "10.0.0.1", 5246, 9);  // there is no such instance
-        // A session does not make its instance's channel known.
-        AddTunnel("10.0.10.1", 1, "10.0.0.1", 5246, 4);
+        AddTunnel(40000, 5246, 3);
+        AddTunnel(40000, 5247, 3);
+        AddTunnel(5247, 5246, 3);
+        AddTunnel(5246, 5247, 3);
+        AddTunnel(40009, 5246, 9);  // there is no such instance
+        AddTunnel(1, 5246, 4);      // a session does not make its instance's channel known
+        AddTunnel(40000, 5246, 5, "2001:db8::a:1", "2001:db8::1");
         Call(MUND_OP_KaTunnel, LyrKesKaTunnelReq{0, {0x11, 0x22, 0x33, 0xFFFFFFFF}, 4});
         Call(MUND_OP_WapiTunnel, LyrKesWapiTunnelReq{6, 1});
     }
@@ -111,18 +103,17 @@ class PacketEntryTest : public HostTest {
         HostTest::TearDown();
     }
 
-    static void AddTunnel(const char *src, uint16_t srcPort, const char *dst, uint16_t dstPort,
-                          uint32_t node) {
+    static void AddTunnel(uint16_t srcPort, uint16_t dstPort, uint32_t node,
+                          const char *src = "10.0.10.1", const char *dst = "10.0.0.1") {
         EXPECT_EQ(0u, Call(MUND_OP_CwpTunnel, TunnelRequest(LYR_KES_OPERATION_ADD, src, srcPort,
                                                             dst, dstPort, node, 7)));
     }
 
     // The counts that lines show start over.
-    void ForgetCounts() {
-        std::memset(g_lyrKesChnSendSucceedPktCnt, 0, sizeof(g_lyrKesChnSendSucceedPktCnt));
-        std::memset(g_lyrKesChnSendFailPktCnt, 0, sizeof(g_lyrKesChnSendFailPktCnt));
+    static void ForgetCounts() {
+        std::ranges::fill(g_lyrKesChnSendSucceedPktCnt, 0);
+        std::ranges::fill(g_lyrKesChnSendFailPktCnt, 0);
         g_lyrKesWapiPacket2Svc = g_lyrKesWapiPacket2Fail = 0;
-        ForgetLines();
     }
 
     // Runs the engine's hooks of the host path. A packet that is taken must be in the receiver's
@@ -213,27 +204,30 @@ TEST_F(PacketEntryTest, Taken) {
     };
     const std::string session = "[LYR_HOST]pid:4, session:11-22-33-ffffffff";
     const char *const kCtrlKeepalive = "CTRL CAPWAP-MSGTYPE=1441827";
-    taken("control", FromAp(40000, 5246, kEcho), tunnelOwner_, 3, {kIpv4, Owner(3, 40000, 5246)},
-          Summary(kCtrlEcho, 40000, 5246));
-    taken("between the ports", FromAp(5247, 5246, kKeepalive), tunnelOwner_, 3,
-          {kIpv4, Owner(3, 5247, 5246)}, Summary(kCtrlKeepalive, 5247, 5246));
-    taken("the other way", FromAp(5246, 5247, kKeepalive), tunnelOwner_, 3,
-          {kIpv4, Owner(3, 5246, 5247)}, Summary(kCtrlKeepalive, 5246, 5247));
+    const auto tunnel = [&](const char *name, uint16_t srcPort, uint16_t dstPort,
+                            const Bytes &payload, const char *kind) {
+        taken(name, FromAp(srcPort, dstPort, payload), tunnelOwner_, 3,
+              {kIpv4, Owner(3, srcPort, dstPort)}, Summary(kind, srcPort, dstPort));
+    };
+    tunnel("control", 40000, 5246, kEcho, kCtrlEcho);
+    tunnel("between the ports", 5247, 5246, kKeepalive, kCtrlKeepalive);
+    tunnel("the other way", 5246, 5247, kKeepalive, kCtrlKeepalive);
+    tunnel("handshake", 40000, 5247, kHandshake, "DATA-DTLS_HANDSHAKE");
     taken("IPv6 control", Ipv6FromAp(5246, kEcho), ipv6Owner_, 5,
           {kIpv6,
            "[LYR_HOST]pid: 5, srcipv6:20010db8:0:0:a0001, dstipv6:20010db8:0:0:1, srcport:40000, "
            "dstport:5246, vpnId:7"},
           Ipv6Summary(kCtrlEcho, 5246));
-    taken("handshake", FromAp(40000, 5247, kHandshake), tunnelOwner_, 3,
-          {kIpv4, Owner(3, 40000, 5247)}, Summary("DATA-DTLS_HANDSHAKE", 40000, 5247));
-    taken("keepalive", FromAp(40000, 5247, kKeepalive), sessionOwner_, 4, {kIpv4, session},
-          Summary(kKa, 40000, 5247));
-    taken("keepalive from the port", FromAp(5247, 40000, kKeepalive), sessionOwner_, 4,
-          {kIpv4, session}, Summary(kKa, 5247, 40000));
+    const auto keepalive = [&](const char *name, uint16_t srcPort, uint16_t dstPort,
+                               const Bytes &payload) {
+        taken(name, FromAp(srcPort, dstPort, payload), sessionOwner_, 4, {kIpv4, session},
+              Summary(kKa, srcPort, dstPort));
+    };
     Bytes twofold = kKeepalive;
     twofold[0] = 1;
-    taken("keepalive that looks like a handshake", FromAp(40000, 5247, twofold), sessionOwner_, 4,
-          {kIpv4, session}, Summary(kKa, 40000, 5247));
+    keepalive("keepalive", 40000, 5247, kKeepalive);
+    keepalive("keepalive from the port", 5247, 40000, kKeepalive);
+    keepalive("keepalive that looks like a handshake", 40000, 5247, twofold);
     taken("IPv6 keepalive", Ipv6FromAp(5247, kKeepalive), sessionOwner_, 4, {kIpv6, session},
           Ipv6Summary(kKa, 5247));
     Check("WAPI", BuildFrame(Ethernet(0x88B4)), HOST_HOOK_TAKEN, &stations_,

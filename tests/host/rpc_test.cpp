@@ -1,7 +1,5 @@
 #include "lb/rpc_operations.h"
 
-#include <gmock/gmock.h>
-
 #include "dist_tables.h"
 #include "lb/rpc_server.h"
 #include "mund/rpc.h"
@@ -9,55 +7,69 @@
 namespace {
 
 using namespace host_test;
-using standin::LineKind;
-using ::testing::AllOf;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 
+// The operations that need a slot for a reply: what they say without one, and return then and when
+// a message is missing. Null: they need none.
 struct Operation {
     MundOperation code;
     uint32_t (*run)(const void *, void **);
     uint32_t (*release)(void *);
-    const char *complaint = nullptr;  // about a null request
+    const char *missing = nullptr;
+    uint32_t result = 2;
+    const char *noMemory = "%s rpc msg new fail.";
 };
 
 #define OPERATION(name) MUND_OP_##name, LyrHost_Kes_##name, LyrHost_Kes_##name##_free
+const char *const kMissing = "%s inMsg or outMsg is NULL, proc fail.";
 const Operation kOperations[] = {
     {OPERATION(CwpTunnel)},
     {OPERATION(KaTunnel)},
-    {OPERATION(WapiTunnel), "LyrHost_Kes_WapiTunnel inMsg or outMsg is NULL, proc fail."},
     {OPERATION(CwpSrc)},
     {OPERATION(CwpSrcReconciliation)},
-    {OPERATION(DebugTraceSet), "LyrHost_Kes_DebugTraceSet rpc inmsg is NULL"},
+    {OPERATION(DebugTraceSet)},
+    {OPERATION(VerifyRcdReset)},
+    {OPERATION(WapiTunnel), kMissing},
+    {OPERATION(LoadBalanceDfx), kMissing},
+    {OPERATION(CwpPingStat), kMissing, 1},
+    {OPERATION(CwpMsgTypeStat), kMissing, 1},
+    {OPERATION(CwpTraceRecord), "%s rpc inMsg or outMsg is NULL", 1},
+    {OPERATION(VerifyRcdGet), "Cmp host verify recd get inMsg or outMsg is NULL.", 1,
+     "Cmp host verify recd get fail."},
 };
 
 using RpcTest = TracedHostTest;
 
-TEST_F(RpcTest, NullMessages) {
+TEST_F(RpcTest, MissingMessages) {
     for (const Operation &operation : kOperations) {
-        SCOPED_TRACE(MundOperationName(operation.code));
+        const std::string name = std::string("LyrHost_Kes_") + MundOperationName(operation.code);
+        SCOPED_TRACE(name);
         int untouched = 0;
         void *slot = &untouched;
-        ForgetLines();
-        EXPECT_EQ(operation.run(nullptr, &slot), 2u);
-        const Texts complaints =
-            operation.complaint != nullptr ? Texts{operation.complaint} : Texts{};
-        EXPECT_EQ(TakeReports(), complaints);
+        TraceOn();
+        EXPECT_EQ(operation.run(nullptr, &slot), operation.result);
         EXPECT_EQ(slot, &untouched);
         EXPECT_EQ(operation.release(nullptr), 0u);
+        if (operation.missing == nullptr) {
+            continue;
+        }
+        const std::vector<uint8_t> request(MundRequestSize(operation.code));
+        EXPECT_EQ(operation.run(request.data(), nullptr), operation.result);
+        const std::string missing = Text(operation.missing, name.c_str());
+        EXPECT_THAT(TakeReports(), ElementsAre(missing, missing));
+        standin::FailCall("RPC_IdlMsgCreate");
+        EXPECT_EQ(operation.run(request.data(), &slot), 1u);
+        EXPECT_EQ(slot, &untouched);
+        EXPECT_THAT(TakeReports(), ElementsAre(Text(operation.noMemory, name.c_str())));
     }
-    const LyrKesWapiTunnelReq request = {0, 1};
-    EXPECT_EQ(LyrHost_Kes_WapiTunnel(&request, nullptr), 2u);
-    EXPECT_THAT(TakeReports(), ElementsAre(kOperations[2].complaint));
+    EXPECT_EQ(LyrHost_Kes_DebugTraceSet(nullptr, nullptr), 2u);
+    EXPECT_THAT(TakeReports(), ElementsAre("LyrHost_Kes_DebugTraceSet rpc inmsg is NULL"));
 }
 
 TEST_F(RpcTest, RepliesAndTheirRelease) {
     for (const Operation &operation : kOperations) {
         const char *name = MundOperationName(operation.code);
         SCOPED_TRACE(name);
-        const std::vector<uint8_t> request(MundRequestSize(operation.code));
+        const std::vector<uint8_t> request(MundRequestSize(operation.code) + 1);
         const uint32_t replySize = MundReplySize(operation.code);
         int untouched = 0;
         void *slot = &untouched;
@@ -79,12 +91,6 @@ TEST_F(RpcTest, RepliesAndTheirRelease) {
 TEST_F(RpcTest, ReplyOfAFailedOperation) {
     const LyrKesWapiTunnelReq tooMany = {0, 100};
     void *slot = nullptr;
-    standin::FailCall("RPC_IdlMsgCreate");
-    ForgetLines();
-    EXPECT_EQ(LyrHost_Kes_WapiTunnel(&tooMany, &slot), 1u);
-    EXPECT_THAT(TakeReports(), ElementsAre("LyrHost_Kes_WapiTunnel rpc msg new fail."));
-    EXPECT_EQ(slot, nullptr);
-
     EXPECT_EQ(LyrHost_Kes_WapiTunnel(&tooMany, &slot), 1u);
     ASSERT_NE(slot, nullptr) << "the framework releases it";
     EXPECT_EQ(static_cast<LyrKesWapiTunnelRsp *>(slot)->result, 1u);
@@ -94,24 +100,6 @@ TEST_F(RpcTest, ReplyOfAFailedOperation) {
 TEST_F(RpcTest, UnknownSubOperation) {
     EXPECT_EQ(Call(MUND_OP_CwpSrc, SourceRequest(2, 1, kController)), 2u);
     EXPECT_EQ(g_LyrHostCwpSrcRcd[0].srcType, CWP_SRC_FREE);
-}
-
-TEST_F(RpcTest, RegistrationAndRemovalThatFail) {
-    EXPECT_EQ(LyrHost_GetMundModuleId(), g_uiMundModuleId);
-    ForgetLines();
-    EXPECT_EQ(LyrKes_RavelRpcServerCreate(), 1u) << "open already";
-    EXPECT_THAT(Lines(LineKind::kReport), ElementsAre("create ravel rpc server failed, ret:2."));
-    EXPECT_THAT(
-        TakeLines(LineKind::kAssertion),
-        ElementsAre(AllOf(StartsWith("src/host/lyr_kes/lb/lyr_kes_mund:"), EndsWith(" code 0"))));
-    LyrKes_RavelRpcServerDestroy();
-    EXPECT_THAT(Lines(LineKind::kReport), IsEmpty());
-    LyrKes_RavelRpcServerDestroy();
-    EXPECT_THAT(TakeReports(), ElementsAre("destroy ravel rpc server failed, ret:1."));
-    standin::FailCall("strcpy_s");
-    EXPECT_EQ(LyrKes_RavelRpcServerCreate(), 1u);
-    EXPECT_THAT(TakeReports(), IsEmpty());
-    EXPECT_EQ(LyrKes_RavelRpcServerCreate(), 0u);
 }
 
 }  // namespace

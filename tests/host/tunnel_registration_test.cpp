@@ -1,8 +1,5 @@
 #include "lb/tunnel_registration.h"
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
 #include <functional>
 
 #include "channel/service_channel.h"
@@ -15,14 +12,6 @@
 namespace {
 
 using namespace host_test;
-using standin::LineKind;
-using ::testing::Contains;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
 
 constexpr uint32_t kInstances = 28;
 constexpr uint32_t kCapwap = LYR_PKT_TYPE_CAPWAP;
@@ -35,10 +24,6 @@ std::vector<uint32_t> Channels(uint32_t pktType) {
 
 std::string NoChannel(const std::string &name) {
     return "get channel id by channel name " + name + " failed.";
-}
-
-std::string NoThread(const std::string &name) {
-    return "get thread info by thread name " + name + " failed.";
 }
 
 template <class Table>
@@ -126,9 +111,8 @@ TEST_F(RegistrationTest, WhatHappensBetweenSearchAndInsertion) {
         return result;
     };
     EXPECT_EQ(addMeanwhile([&] { EXPECT_EQ(add(1), 0u); }), 0u);
-    Contents contents = ContentsOf<Table>();
-    std::sort(contents.begin(), contents.end());
-    EXPECT_EQ(contents, (Contents{{1, 7}, {2, 1}}));
+    EXPECT_THAT(ContentsOf<Table>(),
+                testing::UnorderedElementsAre(std::pair(1u, 7u), std::pair(2u, 1u)));
 
     const auto remove = Table::Request(kDelete, 1, 0);
     ASSERT_EQ(LyrHost_Kes_CwpTunnel(&remove, nullptr), 0u);
@@ -145,12 +129,9 @@ TEST_F(RegistrationTest, WhatHappensBetweenSearchAndInsertion) {
 }
 
 TEST_F(RegistrationTest, SessionThatCannotBeCopied) {
-    const auto lines = Reported([] {
-        standin::FailCall("memcpy_s");
-        EXPECT_EQ(Change<KaSessions>(kAdd, 1, 3), 1u);
-    });
-    EXPECT_THAT(lines,
-                ElementsAre("Add KA tunnel memcpy_s failed, err = " + std::to_string(ERANGE)));
+    standin::FailCall("memcpy_s");
+    EXPECT_THAT(Reported([] { EXPECT_EQ(Change<KaSessions>(kAdd, 1, 3), 1u); }),
+                ElementsAre(Text("Add KA tunnel memcpy_s failed, err = %d", ERANGE)));
     EXPECT_THAT(ContentsOf<KaSessions>(), IsEmpty());
 }
 
@@ -160,7 +141,8 @@ TEST_F(RegistrationTest, ResolvesTheInstanceOnceItIsThere) {
     EXPECT_THAT(Reported([&] { addTunnel(1); }), ElementsAre(NoChannel(channel)));
 
     const uint32_t lone = standin::OpenChannel(channel, 4);
-    EXPECT_THAT(Reported([&] { addTunnel(2); }), ElementsAre(NoThread(thread)));
+    EXPECT_THAT(Reported([&] { addTunnel(2); }),
+                ElementsAre("get thread info by thread name " + thread + " failed."));
     EXPECT_THAT(Channels(kCapwap), Each(TOV_CHANNEL_ID_NONE));
     standin::CloseChannel(lone);
 
@@ -216,8 +198,8 @@ TEST_F(RegistrationTest, RangesOfStationInstances) {
             expected.push_back(NoChannel("chn/kes2lyrwapi" + std::to_string(node)));
         }
         if (!row.accepted) {
-            expected = {"Invalid sta vcpu info, startVcpuId:" + std::to_string(row.start) +
-                        ", instSpec:" + std::to_string(row.count)};
+            expected = {
+                Text("Invalid sta vcpu info, startVcpuId:%u, instSpec:%u", row.start, row.count)};
         }
         std::vector<uint8_t> reply;
         const LyrKesWapiTunnelReq request = {row.start, row.count};
@@ -233,8 +215,6 @@ TEST_F(RegistrationTest, RangesOfStationInstances) {
     const Instance instance(20, kWapi);
     ASSERT_EQ(Call(MUND_OP_WapiTunnel, LyrKesWapiTunnelReq{20, 1}), 0u);
     EXPECT_EQ(g_kes2lyrHostChnMap[kWapi][20], instance.ChannelId());
-    ASSERT_EQ(Call(MUND_OP_WapiTunnel, LyrKesWapiTunnelReq{21, 1}), 0u);
-    EXPECT_EQ(g_kes2lyrHostChnMap[kWapi][20], instance.ChannelId()) << "stays resolved";
 }
 
 }  // namespace

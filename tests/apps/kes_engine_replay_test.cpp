@@ -1,0 +1,191 @@
+// Where the runner's replays take packets: captures in, captures out.
+#include "kes_engine_fixture.h"
+
+namespace programs {
+namespace {
+
+using KesEngineReplay = KesEngine;
+
+// The report's list of instances after n rounds.
+json ExpectedInstances(int n) {
+    const auto entry = [](int instance, int cwp, int wapi, const json &messages) {
+        return json{{"instance", instance}, {"cwp", cwp}, {"wapi", wapi}, {"messages", messages}};
+    };
+    return {entry(0, 2 * n, 0, {{"Echo Request", 2 * n}}), entry(1, 0, n, {{"WAPI", n}}),
+            entry(3, 2 * n, 0, {{"Echo Request", n}, {"Join Request", n}}),
+            entry(4, n, 0, {{"Join Request", n}}),
+            entry(6, 2 * n, 0, {{"DTLS handshake", n}, {"Data keepalive", n}})};
+}
+
+TEST_F(KesEngineReplay, EveryPacketGoesWhereItBelongs) {
+    const struct {
+        const char *name;
+        int rounds;
+        const char *arguments;
+    } cases[] = {
+        {"one worker", 1, ""}, {"four workers", 2000, "--workers 4"}, {"marked", 1, "--diag"}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        const Frames frames = TrafficFrames(c.rounds);
+        WriteCapture(Path("in"), frames);
+        const json report =
+            Replay("--exec commands --replay in --rx-port 7 --out out " + std::string(c.arguments));
+
+        const FramesByFile expected = ExpectedCaptures(frames);
+        EXPECT_EQ(ReadOut(), expected);
+        // All that these get is of one flow.
+        for (const char *capture : {"out/instance-3-cwp.pcap", "out/instance-6-cwp.pcap"}) {
+            EXPECT_TRUE(std::ranges::is_sorted(ReadCapture(Path(capture)), {}, &Frame::timeNs))
+                << capture;
+        }
+        EXPECT_EQ(report["received"], frames.size());
+        EXPECT_EQ(report["returned"], expected.at("returned.pcap").size());
+        EXPECT_EQ(report["undelivered"], expected.at("undelivered.pcap").size());
+        EXPECT_EQ(report["taken"], 8 * c.rounds);
+        EXPECT_EQ(report["instances"], ExpectedInstances(c.rounds));
+        EXPECT_EQ(report["commands"], 8);
+        if (c.rounds == 1) {  // counts may be lost where several workers count
+            const json counters = {{"control", Counters(7, 5, 1, 1)},
+                                   {"keepalive", Counters(2, 1, 1, 0)},
+                                   {"dtls_handshake", Counters(1, 1, 0, 0)}};
+            EXPECT_EQ(report["counters"], counters);
+            EXPECT_EQ(report["drop_alarm"]["watching"], true);
+            EXPECT_EQ(report["drop_alarm"]["dropped"], 2);
+            EXPECT_GT(report["drop_alarm"]["period_start"], 1'700'000'000);
+        }
+    }
+}
+
+TEST_F(KesEngineReplay, PcapngIsReadAsWell) {
+    if (Shell("editcap -F pcapng in in.pcapng").status != 0) {
+        GTEST_SKIP() << "editcap is not installed";
+    }
+    Replay("--exec commands --replay in.pcapng --rx-port 7 --out out");
+    EXPECT_EQ(ReadOut(), ExpectedCaptures(TrafficFrames()));
+}
+
+TEST_F(KesEngineReplay, ALaterRunReplacesTheCapturesOfAnEarlierOne) {
+    fs::create_directory(Path("out"));
+    for (const char *name : {"returned.pcap", "instance-9-cwp.pcap", "notes.txt", "other.pcap"}) {
+        Write(std::string("out/") + name, "old");
+    }
+    const Frames one = {TrafficFrames()[0]};
+    WriteCapture(Path("in"), one);
+    Replay("--replay in --out out");
+    EXPECT_EQ(ReadCapture(Path("out/returned.pcap")), one);
+    EXPECT_FALSE(fs::exists(Path("out/instance-9-cwp.pcap")));
+    EXPECT_EQ(Read("out/notes.txt") + Read("out/other.pcap"), "oldold");
+
+    const Outcome outcome = Run("--replay out/returned.pcap --out out");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.err, testing::HasSubstr("is being replayed and would be replaced"));
+    EXPECT_EQ(ReadCapture(Path("out/returned.pcap")), one);
+}
+
+// --- a real session ---
+
+using Address = std::array<uint8_t, 4>;
+constexpr Address kController = {192, 168, 10, 9}, kBroadcast = {255, 255, 255, 255};
+
+// Ethernet and IPv4 have no options in this session.
+bool IsFrom(const Bytes &b, const Address &source, size_t at = 26) {
+    return b.size() > 38 && b[12] == 8 && b[13] == 0 &&
+           std::ranges::equal(source, std::span(b).subspan(at, 4));
+}
+
+bool IsControlTo(const Bytes &b, const Address &destination) {
+    return IsFrom(b, destination, 30) && b[23] == 17 && (b[36] << 8 | b[37]) == 5246;
+}
+
+TEST_F(KesEngineReplay, ARealSessionReachesItsInstances) {
+    const std::string capture = TEST_DATA "/ap-session.pcap";
+    const std::string source = "source add 1 192.168.10.9 --if 7\n";
+    const std::string fallback = "tunnel default --node 0\n";
+    const std::string tunnel = "tunnel add 192.168.10.10 12380 192.168.10.9 5246 --node 3";
+    const std::string all = source + tunnel + "\n" + fallback;
+    const struct {
+        std::string commands;
+        const char *arguments;
+        int unicastTo;  // instance, or -1 for returned
+        int broadcastTo;
+        bool controllerIsLocal = false;
+    } cases[] = {
+        {all, "--rx-port 7", 3, 0},
+        {all, "--rx-port 8", 3, -1},
+        {all, "--rx-port 8 --if-map 8=7", 3, 0},
+        {all, "--rx-port 7 --vrf 9", 0, 0},
+        {source + tunnel + " --vpn 9\n" + fallback, "--rx-port 7 --vrf 9", 3, 0},
+        {source + fallback, "--rx-port 7", 0, 0},
+        {fallback, "--rx-port 7", -1, -1},
+        {all, "--rx-port 7 --local 192.168.10.9", 3, 0, true},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.commands + c.arguments);
+        Write("commands", c.commands);
+        const json report =
+            Replay("--exec commands --replay " + capture + " --out out " + c.arguments);
+
+        FramesByFile expected;
+        for (const Frame &frame : ReadCapture(capture)) {
+            const int instance = IsControlTo(frame.bytes, kController)  ? c.unicastTo
+                                 : IsControlTo(frame.bytes, kBroadcast) ? c.broadcastTo
+                                                                        : -1;
+            expected[c.controllerIsLocal && IsFrom(frame.bytes, kController) ? "transmitted.pcap"
+                     : instance < 0                                          ? "returned.pcap"
+                                    : "instance-" + std::to_string(instance) + "-cwp.pcap"]
+                .push_back(frame);
+        }
+        EXPECT_EQ(ReadOut(), expected);
+        const size_t transmitted = c.controllerIsLocal ? 110 : 0;
+        const size_t taken = (c.unicastTo < 0 ? 0 : 111) + (c.broadcastTo < 0 ? 0 : 4);
+        EXPECT_EQ(report["transmitted"], transmitted);
+        EXPECT_EQ(report["received"], 422 - transmitted);
+        EXPECT_EQ(report["returned"], 422 - transmitted - taken);
+        const size_t control = c.controllerIsLocal ? 115 : 222;
+        EXPECT_EQ(report["counters"]["control"], Counters(control, taken, 0, control - taken));
+    }
+}
+
+// --- audits ---
+
+TEST_F(KesEngineReplay, AnAuditTakesAwayWhatIsNotConfirmedAndNothingElse) {
+    const struct {
+        std::string node;
+        std::string lost;  // the command that the audit does not confirm; empty: none
+        std::string shown = "";
+    } cases[] = {
+        {"3", "tunnel add 10.0.0.1 12380 10.0.0.254 5246 --node 3\n",
+         "not confirmed +10.0.0.1 +12380 +10.0.0.254 +5246\n"},
+        {"4", "tunnel add 2001:db8::1 12380 2001:db8::fe 5246 --node 4\n",
+         "not confirmed +2001:db8::1 +12380 +2001:db8::fe +5246\n"},
+        // Which also has a tunnel.
+        {"6", "session add 00112233445566778899aabbccddeeff --node 6\n"},
+        {"0", ""},
+    };
+    WriteCapture(Path("in"), TrafficFrames(20));
+    const std::string replay = "--replay in --rx-port 7 --workers 2 --out out --exec ";
+    Replay(replay + "commands");
+    const FramesByFile before = ReadOut();
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.node);
+        std::string known = kCommands;
+        known.erase(known.find(c.lost), c.lost.size());
+        Write("known", known);
+        Write("audit", "trace set --level 3\nrecon run " + c.node +
+                           " known\nverify show\nverify clear\nverify show\n");
+        Replay(replay + "known");
+        const FramesByFile after = ReadOut();
+        EXPECT_EQ(before == after, c.lost.empty());
+        const Outcome outcome = Run(replay + "commands --exec audit --log log");
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        EXPECT_EQ(ReadOut(), after) << "as if the lost one had never been registered";
+
+        EXPECT_EQ(Count(Read("log"), "recon del "), c.lost.empty() ? 0u : 1u);
+        EXPECT_THAT(outcome.err, testing::ContainsRegex(c.shown));
+        EXPECT_EQ(Count(outcome.err, "not confirmed "), c.shown.empty() ? 0u : 1u);
+        EXPECT_EQ(Count(outcome.err, "no tunnels"), c.shown.empty() ? 2u : 1u);
+    }
+}
+
+}  // namespace
+}  // namespace programs

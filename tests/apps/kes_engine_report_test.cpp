@@ -1,0 +1,153 @@
+// What the runner says of a replay: the report, the log, and how it ends.
+#include "kes_engine_fixture.h"
+
+namespace programs {
+namespace {
+
+using testing::HasSubstr;
+using KesEngineReport = KesEngine;
+
+// Shown by a module that also counts a received frame with cause id N in its N-th counter, and a
+// transmitted frame in its last two.
+TEST_F(KesEngineReport, FramesAreToldApartByTheirSource) {
+    const std::string common =
+        "--exec commands --replay in --rx-port 7 --module " + kModules + "miscounting_module.so ";
+    const std::string failed = ", send failed or processing failed";
+    const struct {
+        const char *arguments;
+        size_t transmitted;
+        std::vector<std::string> contradictions;
+    } cases[] = {
+        {"--cause-id 10.0.0.1=22 --cause-id 10.0.0.9=2 --cause-id 02-00-00-00-00-02=2", 0, {}},
+        // Its TCP is left alone.
+        {"--cause-id 10.0.0.1=2",
+         0,
+         {"control packets: 12 sent, but 5 reached the instances",
+          "control packets: 7 received, but 14 sent" + failed}},
+        {"--cause-id 2001:db8::1=0x3",
+         0,
+         {"control packets: 2 send failed, but 1 were not delivered",
+          "control packets: 7 received, but 8 sent" + failed}},
+        // The first rule counts.
+        {"--cause-id 10.0.0.1=0 --cause-id 02:00:00:00:00:01=15",
+         0,
+         {"DTLS handshake packets: 8 received, but 1 sent" + failed}},
+        {"--local 10.0.0.1 --local 2001:db8::1 --cause-id 02:00:00:00:00:01=2",
+         9,
+         {"control packets: 7 sent, but 2 reached the instances",
+          "control packets: 3 received, but 8 sent" + failed}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.arguments);
+        const Outcome outcome = Run(common + "--log log --report json " + c.arguments);
+        EXPECT_EQ(outcome.status, c.contradictions.empty() ? 0 : 1);
+        const json report = json::parse(outcome.out);
+        json expected = json::array();
+        for (const std::string &contradiction : c.contradictions) {
+            expected.push_back("counters of " + contradiction);
+            EXPECT_THAT(outcome.err, HasSubstr("kes_engine: counters of " + contradiction + "\n"));
+        }
+        EXPECT_EQ(report["contradictions"], expected);
+        EXPECT_EQ(report["ok"], c.contradictions.empty());
+        EXPECT_EQ(report["conserved"], true);
+        EXPECT_EQ(report["received"], Traffic().size() - c.transmitted);
+        for (const json &count :
+             {report["transmitted"], report["counters"]["dtls_handshake"]["not_distributed"],
+              report["counters"]["dtls_handshake"]["session_id_failed"]}) {
+            EXPECT_EQ(count, c.transmitted);
+        }
+    }
+    const Outcome several = Run(common + "--workers 2 --cause-id 10.0.0.1=2");
+    EXPECT_EQ(several.status, 0) << several.err;
+    EXPECT_THAT(several.err, HasSubstr("kes_engine: note: counters of control"));
+}
+
+TEST_F(KesEngineReport, AModuleNeedNotKeepCounters) {
+    WriteCapture(Path("in"), {});
+    const std::string arguments = "--replay in --module " + kModules + "sample_module.so";
+    const json report = Replay(arguments);
+    EXPECT_TRUE(report["counters"].is_null() && report["drop_alarm"].is_null()) << report;
+    EXPECT_THAT(Run(arguments).out, HasSubstr("no counters"));
+}
+
+TEST_F(KesEngineReport, LinesGoToTheLogBehindTheirKind) {
+    Write("commands", std::string(kCommands) + "trace set --level 2\n");
+    Write("log", "from an earlier run\n");
+    Replay("--exec commands --replay in --rx-port 7 --diag");
+    const std::string log = Read("log");
+    for (const std::string &line : Lines(log)) {
+        EXPECT_TRUE(line.starts_with("report: ") || line.starts_with("print: ")) << line;
+    }
+    EXPECT_EQ(Count(log, "print: [LYR_HOST]LyrKes_PktProc, ethType:"), Traffic().size());
+    EXPECT_EQ(Count(log, "[DATA-KEEPALIVE]"), 2u);
+
+    const Outcome toStderr = Run("--exec commands --replay in --diag");
+    EXPECT_EQ(toStderr.status, 0);
+    EXPECT_THAT(toStderr.err, HasSubstr("\nprint: [LYR_HOST]"));
+    EXPECT_THAT(toStderr.err, HasSubstr("wapi 1 1: ok\n"));
+    EXPECT_THAT(toStderr.out, Not(HasSubstr("LYR_HOST")));
+}
+
+TEST_F(KesEngineReport, ForPeopleIsAligned) {
+    const std::vector<std::string> lines =
+        Lines(Run("--exec commands --replay in --rx-port 7").out);
+    for (const char *line :
+         {"received             15", "returned              5", "taken                 8",
+          "undelivered           2", "transmitted           0", "conserved           yes",
+          "instance  type  packets  of these", "       3  cwp         2          1  Echo Request",
+          "                                 1  Join Request",
+          "       1  wapi        1          1  WAPI",
+          "counters                    control       keepalive  DTLS handshake",
+          "sent                              5               1               1",
+          "source mismatch                   1               0               0",
+          "drop alarm not raised, 2 of 2 messages dropped, 0 periods with drops; 0 raises, 0 "
+          "restores"}) {
+        EXPECT_EQ(std::ranges::count(lines, line), 1) << line;
+    }
+}
+
+TEST_F(KesEngineReport, TellsWhatWentBeforeABreak) {
+    Frames frames = TrafficFrames(3);
+    WriteCapture(Path("cut"), frames);
+    fs::resize_file(Path("cut"), fs::file_size(Path("cut")) - 1);
+    frames[30].bytes.resize(frames[30].wireLength = 65408);
+    WriteCapture(Path("giant"), frames);
+    const struct {
+        const char *capture;
+        size_t received;
+        const char *error;
+    } cases[] = {
+        {"cut", 44, "'cut' breaks off after frame 44: truncated dump file"},
+        {"giant", 30, "'giant': frame 31 has 65408 bytes; at most 65407 fit into a buffer"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.capture);
+        const Outcome outcome =
+            Run("--report json --log log --out out --replay " + std::string(c.capture));
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_TRUE(outcome.err.starts_with(std::string("kes_engine: ") + c.error)) << outcome.err;
+        EXPECT_EQ(Lines(outcome.err).size(), 1u);
+        const json report = json::parse(outcome.out);
+        EXPECT_EQ(report["received"], c.received);
+        EXPECT_EQ(report["conserved"], true);
+        EXPECT_EQ(report["ok"], false);
+        EXPECT_EQ(report["failures"].size(), 1u);
+    }
+}
+
+TEST_F(KesEngineReport, AFullDiskIsTold) {
+    WriteCapture(Path("in"), TrafficFrames(200));
+    const Outcome outcome =
+        Shell("ulimit -f 2; " KES_ENGINE " --report json --log /dev/null --out out --replay in");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err,
+              "kes_engine: cannot write out/returned.pcap: File too large\n"
+              "kes_engine: cannot write out/undelivered.pcap: File too large\n");
+    EXPECT_EQ(json::parse(outcome.out)["received"], 200 * Traffic().size());
+
+    EXPECT_EQ(Run("--log log --replay in >/dev/full").status, 1);
+    EXPECT_EQ(Run("--diag --log /dev/full --replay in").status, 1);
+}
+
+}  // namespace
+}  // namespace programs
