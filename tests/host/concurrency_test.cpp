@@ -26,15 +26,16 @@ std::vector<Kind> Kinds() {
                  capwap::ControlMessage(LYR_KES_VENDOR_PEN * 256 + 117, 1, capwap::Bytes(60)));
     capwap::FrameSpec wapi;
     wapi.etherType = 0x88B4;
+    // After a start, the default tunnel (of instance 3, IPv4) may be there before the others.
     return {
-        {"tunnel", Ipv4Tunnels::Frame(kFixed4), {0}},
+        {"tunnel", Ipv4Tunnels::Frame(kFixed4), {0, 3}},
         {"IPv6 tunnel", Ipv6Tunnels::Frame(kFixed6), {1}},
         {"session", KaSessions::Frame(kFixedSession), {2}},
         {"tunnel that moves", Ipv4Tunnels::Frame(kMoving), {0, 1, 2, 3}},
         {"session that moves", KaSessions::Frame(kMoving), {0, 1, 2, 3}},
         {"unknown tunnel", Ipv4Tunnels::Frame(kUnknown), {3}},
         {"station", wapi, {4, 5}},
-        {"ping", ping, {0}},
+        {"ping", ping, {0, 3}},
         {"stranger", stranger, {}},
         {"data", data, {}},
     };
