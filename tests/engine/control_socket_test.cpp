@@ -530,7 +530,8 @@ TEST_F(ControlSocket, LimitsClientsAndStalledFrames) {
     std::optional<RawClient> neverReads;
     do {
         neverReads.emplace(path_);
-    } while (neverReads->StatusOf(Frame(MUND_OP_VerifyRcdReset)) != MUND_WIRE_OK);
+        neverReads->Send(Frame(MUND_OP_VerifyRcdReset));  // fails if it is turned away at once
+    } while (neverReads->Receive().value().header.status != MUND_WIRE_OK);
     EXPECT_EQ(control::Connection(path_).Call(MUND_OP_VerifyRcdReset, {}).failure,
               "no more than 2 clients at once");
     std::this_thread::sleep_for(100ms);
