@@ -21,8 +21,6 @@ static_assert(kPacketBuffers > kMaxWorkers * ForwardingThread::kBatch);
 // How long an interruption may go unnoticed while no frame comes.
 constexpr std::chrono::milliseconds kListenSlice{50};
 
-// The module's own word on how many instances it serves: numbered from 0 to this, inclusive.
-
 }  // namespace
 
 Engine::Engine(const Options &options, const OutputDirectory &out)
@@ -44,6 +42,7 @@ void Engine::Start() {
     if (const std::string wrong = module_.Start(); !wrong.empty()) {
         throw Failure("cannot start the module: " + wrong);
     }
+    // Instances are numbered from 0 to this, inclusive.
     const auto *last = static_cast<const uint32_t *>(module_.Symbol(MUND_OBJECT_LAST_INSTANCE));
     if (last == nullptr) {
         throw Failure("module '" + options_.module + "' has no object " +

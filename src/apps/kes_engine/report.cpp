@@ -119,7 +119,6 @@ Json InstanceToJson(const InstanceReport &report) {
             {"messages", std::move(messages)}};
 }
 
-// A key for words, as in "send_failed".
 Json CountersToJson(const Result &result) {
     Json classes;
     for (size_t row = 0; result.counters && row < result.counters->size(); ++row) {

@@ -20,7 +20,7 @@ inline uint64_t RegisterHook(uint32_t point, HostHookFunc hook, const char *fail
     return result;
 }
 
-// No thread is inside the hook when this returns.
+// No thread is inside the hook when this returns; an error of the engine is logged.
 inline void UnregisterHook(uint32_t point, HostHookFunc hook) {
     const uint64_t result = HostHookUnregister(point, hook);
     if (result != 0) {
