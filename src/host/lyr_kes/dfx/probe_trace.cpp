@@ -9,6 +9,7 @@
 #include "kes/board.h"
 #include "kes/bounded.h"
 #include "module/shared_word.h"
+#include "module/spin_guard.h"
 #include "module/status.h"
 #include "module/wall_clock.h"
 #include "packet/capwap_fields.h"
@@ -30,6 +31,48 @@ constexpr uint32_t kSlotMask = LYR_CWP_TRACE_NUM - 1;
 static_assert((LYR_CWP_TRACE_NUM & kSlotMask) == 0, "slots are masked out of indexes");
 
 LyrKesCwpTrace &trace = g_LyrHostCwpTrace;
+
+// Who is inside the ring: appends and reads, a count, and with the highest bit the one that clears
+// it. A clear shuts the ring, waits for those inside and is alone then. Nobody waits for a clear:
+// a sighting that meets one is gone as if it had come before it.
+constexpr uint32_t kShut = 0x80000000;
+std::atomic<uint32_t> inside{0};
+// Operations may run on several threads: one of them at a time clears.
+std::atomic_flag clearing;
+
+class Visit {
+  public:
+    Visit() : admitted_((inside.fetch_add(1, std::memory_order_acquire) & kShut) == 0) {}
+    ~Visit() {
+        inside.fetch_sub(1, std::memory_order_release);
+    }
+    Visit(const Visit &) = delete;
+    Visit &operator=(const Visit &) = delete;
+
+    bool IsAdmitted() const {
+        return admitted_;
+    }
+
+  private:
+    const bool admitted_;
+};
+
+class Shutting {
+  public:
+    Shutting() : alone_(clearing) {
+        inside.fetch_or(kShut, std::memory_order_relaxed);
+        while (inside.load(std::memory_order_acquire) != kShut) {
+        }
+    }
+    ~Shutting() {
+        inside.fetch_and(~kShut, std::memory_order_release);
+    }
+    Shutting(const Shutting &) = delete;
+    Shutting &operator=(const Shutting &) = delete;
+
+  private:
+    const lyr::SpinGuard alone_;
+};
 
 // Moves the tail on; the slot that it stood at is the caller's to write.
 uint32_t ClaimSlot() {
@@ -164,6 +207,10 @@ void LyrKes_FillInCwpProbeInfo(uint32_t hookKind, uint32_t messageType, const ui
 }
 
 void LyrKes_AddGlbCwpTraceRecord(const CwpTraceRcd *record) {
+    const Visit visit;
+    if (!visit.IsAdmitted()) {
+        return;
+    }
     const uint32_t slot = ClaimSlot();
     lyr::StoreWords(trace.records[slot], *record);
     if (!CountRecord()) {
@@ -176,6 +223,7 @@ LyrKesCwpTrace *LyrKes_GetGlbCwpTrace() {
 }
 
 void LyrKes_InitCwpProbe() {
+    const Shutting shutting;
     lyr::StoreRelaxed(trace.count, 0u);
     lyr::StoreRelaxed(trace.head, 0u);
     lyr::StoreRelaxed(trace.tail, 0u);
@@ -190,12 +238,9 @@ void LyrKes_CwpTraceReset() {
 
 uint32_t LyrKes_CwpTraceGet(const LyrKesCwpTraceRecordReq *request,
                             LyrKesCwpTraceRecordRsp *reply) {
-    uint32_t count = lyr::LoadAcquire(trace.count);
+    const Visit visit;
+    const uint32_t count = visit.IsAdmitted() ? lyr::LoadAcquire(trace.count) : 0;
     const uint32_t tail = lyr::LoadRelaxed(trace.tail);
-    if (count < LYR_CWP_TRACE_NUM) {
-        // An append that met a clear may have counted a record that the clear took away.
-        count = std::min(count, tail);
-    }
     if (count <= request->startIdx) {
         reply->entryNum = 0;
         return LYR_KES_PROBE_LAST;

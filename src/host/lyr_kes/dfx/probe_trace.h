@@ -38,8 +38,8 @@ struct LyrKesCwpTrace {
 static_assert(offsetof(LyrKesCwpTrace, head) == 122880, "head at 122880");
 static_assert(sizeof(LyrKesCwpTrace) == 122892, "trace of 122892 bytes");
 
-// The ring. Forwarding threads append and operations read and clear without a lock: a page that is
-// read meanwhile may show a record twice or miss one.
+// The ring. Forwarding threads append and operations read without a lock: a page that is read
+// meanwhile may show a record twice or miss one.
 LYR_API LyrKesCwpTrace g_LyrHostCwpTrace;
 
 // Records one sighting of a packet with its message type. Nothing is recorded of a packet that is
@@ -57,11 +57,12 @@ LYR_API void LyrKes_FillInCwpProbeInfo(uint32_t hookKind, uint32_t messageType,
                                        const uint8_t *srcMac, const HostIpAddr *srcAddr,
                                        const uint8_t *dstMac, const HostIpAddr *dstAddr);
 
-// Appends a record; the oldest of 2,048 gives way. Callable from any thread.
+// Appends a record; the oldest of 2,048 gives way. Callable from any thread, never waits: while the
+// ring is being emptied, the record is lost.
 LYR_API void LyrKes_AddGlbCwpTraceRecord(const CwpTraceRcd *record);
 LYR_API LyrKesCwpTrace *LyrKes_GetGlbCwpTrace();
 
-// Empty the ring.
+// Empty the ring, once nobody is inside it.
 LYR_API void LyrKes_InitCwpProbe();
 LYR_API void LyrKes_CwpTraceReset();
 
