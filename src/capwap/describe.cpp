@@ -66,8 +66,9 @@ std::string DescribeDtls(Reader in) {
     uint32_t contentType = in.U8();
     in.Take(10);  // version, epoch and sequence number
     in.Take(in.U16());
-    if (in.Failed())
+    if (in.Failed()) {
         return kDamaged;
+    }
     switch (contentType) {
         case 20:
             return "DTLS change cipher spec";
@@ -88,8 +89,9 @@ std::string DescribeControl(Reader in) {
     uint32_t length = in.U16();
     in.U8();  // flags
     // The length counts itself and the flags.
-    if (in.Failed() || in.Left().size() + 3 != length || !AreElements(in.Left()))
+    if (in.Failed() || in.Left().size() + 3 != length || !AreElements(in.Left())) {
         return kDamaged;
+    }
     std::string_view name = MessageTypeName(type);
     return name.empty() ? "message type " + std::to_string(type) : std::string(name);
 }
@@ -104,14 +106,16 @@ std::string DescribeKeepalive(Reader in) {
 // The extension header: its length, which counts itself, and elements whose lengths do too.
 bool StartsWithExtension(Reader in) {
     uint32_t total = in.U32();
-    if (total < 4)
+    if (total < 4) {
         return false;
+    }
     Reader elements(in.Take(total - 4));
     while (!elements.Left().empty() && !elements.Failed()) {
         elements.U16();
         uint32_t length = elements.U16();
-        if (length < 4)
+        if (length < 4) {
             return false;
+        }
         elements.Take(length - 4);
     }
     return !in.Failed() && !elements.Failed();
@@ -120,10 +124,12 @@ bool StartsWithExtension(Reader in) {
 std::string DescribeCapwap(std::span<const uint8_t> payload, bool control) {
     Reader in(payload);
     uint32_t preamble = in.U8();
-    if (in.Failed() || preamble > 1)
+    if (in.Failed() || preamble > 1) {
         return kDamaged;
-    if (preamble == 1)
+    }
+    if (preamble == 1) {
         return DescribeDtls(in);
+    }
 
     uint32_t hlen = in.U8() >> 3;
     in.U8();
@@ -132,17 +138,22 @@ std::string DescribeCapwap(std::span<const uint8_t> payload, bool control) {
          extension = (flags & 0x04) != 0;
     in.U16();
     in.U16();
-    if (hlen < 2)
+    if (hlen < 2) {
         return kDamaged;
+    }
     in.Take(4 * hlen - 8);
-    if (in.Failed())
+    if (in.Failed()) {
         return kDamaged;
-    if (fragment)
+    }
+    if (fragment) {
         return "CAPWAP fragment";
-    if (control)
+    }
+    if (control) {
         return DescribeControl(in);
-    if (keepalive)
+    }
+    if (keepalive) {
         return DescribeKeepalive(in);
+    }
     return !extension || StartsWithExtension(in) ? "Data" : kDamaged;
 }
 
@@ -153,8 +164,9 @@ std::string DescribeUdp(std::span<const uint8_t> datagram) {
     in.U16();  // checksum
     bool control = std::ranges::find(ports, kControlPort) != std::end(ports);
     bool data = std::ranges::find(ports, kDataPort) != std::end(ports);
-    if (in.Failed() || length != datagram.size())
+    if (in.Failed() || length != datagram.size()) {
         return kDamaged;
+    }
     return control || data ? DescribeCapwap(in.Left(), control) : kForeign;
 }
 
@@ -169,10 +181,12 @@ std::string DescribeIpv4(Reader in) {
     uint32_t protocol = in.U8();
     size_t header = 4 * (versionAndLength & 0x0F);
     if (in.Failed() || versionAndLength >> 4 != 4 || header < 20 || total < header ||
-        total > packet.size())
+        total > packet.size()) {
         return kDamaged;
-    if (fragment != 0)
+    }
+    if (fragment != 0) {
         return kFragment;
+    }
     return protocol == 17 ? DescribeUdp(packet.first(total).subspan(header)) : kForeign;
 }
 
@@ -183,17 +197,20 @@ std::string DescribeIpv6(Reader in) {
     in.U8();
     in.Take(32);
     Reader payload(in.Take(length));
-    if (in.Failed() || version != 6)
+    if (in.Failed() || version != 6) {
         return kDamaged;
+    }
     constexpr uint32_t kHopByHop = 0, kRouting = 43, kFragmentHeader = 44, kDestination = 60;
     while (next == kHopByHop || next == kRouting || next == kDestination) {
         next = payload.U8();
-        payload.Take(6 + 8 * payload.U8());
-        if (payload.Failed())
+        payload.Take(6 + size_t{8} * payload.U8());
+        if (payload.Failed()) {
             return kDamaged;
+        }
     }
-    if (next == kFragmentHeader)
+    if (next == kFragmentHeader) {
         return kFragment;
+    }
     return next == 17 ? DescribeUdp(payload.Left()) : kForeign;
 }
 
@@ -207,8 +224,9 @@ std::string Describe(std::span<const uint8_t> frame) {
         in.U16();
         etherType = in.U16();
     }
-    if (in.Failed())
+    if (in.Failed()) {
         return kDamaged;
+    }
     switch (etherType) {
         case 0x88B4:
             return "WAPI";

@@ -49,8 +49,9 @@ constexpr Entry kTypes[] = {
 };
 
 char Folded(char c) {
-    if (c >= 'A' && c <= 'Z')
+    if (c >= 'A' && c <= 'Z') {
         return static_cast<char>(c - 'A' + 'a');
+    }
     return c == '-' || c == '_' ? ' ' : c;
 }
 

@@ -32,25 +32,29 @@ struct Part {
 };
 
 uint32_t Sum16(std::span<const uint8_t> bytes, uint32_t sum = 0) {
-    for (size_t i = 0; i + 1 < bytes.size(); i += 2)
+    for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
         sum += static_cast<uint32_t>(bytes[i] << 8 | bytes[i + 1]);
-    if (bytes.size() % 2 != 0)
+    }
+    if (bytes.size() % 2 != 0) {
         sum += static_cast<uint32_t>(bytes.back() << 8);
+    }
     return sum;
 }
 
 // The ones' complement of a ones' complement sum (RFC 1071).
 uint16_t Checksum(uint32_t sum) {
-    while (sum > 0xFFFF)
+    while (sum > 0xFFFF) {
         sum = (sum & 0xFFFF) + (sum >> 16);
+    }
     return static_cast<uint16_t>(~sum);
 }
 
 template <size_t size>
 uint32_t SumWords(const std::array<uint32_t, size> &words) {
     uint32_t sum = 0;
-    for (uint32_t word : words)
+    for (uint32_t word : words) {
         sum += (word >> 16) + (word & 0xFFFF);
+    }
     return sum;
 }
 
@@ -63,8 +67,9 @@ bool IsRaw(const FrameSpec &spec) {
 }
 
 uint32_t PseudoHeaderSum(const FrameSpec &spec, uint32_t length) {
-    if (spec.ipProtocol == kProtocolIcmp)
+    if (spec.ipProtocol == kProtocolIcmp) {
         return 0;
+    }
     uint32_t addresses = IsIpv6(spec) ? SumWords(spec.srcIp6) + SumWords(spec.dstIp6)
                                       : SumWords(std::array{spec.srcIp, spec.dstIp});
     return addresses + spec.ipProtocol + length;
@@ -73,13 +78,15 @@ uint32_t PseudoHeaderSum(const FrameSpec &spec, uint32_t length) {
 void PutUdp(Writer &out, const FrameSpec &spec) {
     size_t start = out.Size();
     size_t honest = kUdpHeader + spec.payload.size();
-    if (honest > 0xFFFF)
+    if (honest > 0xFFFF) {
         throw std::length_error("no UDP datagram has " + std::to_string(spec.payload.size()) +
                                 " bytes of payload");
+    }
     auto length = static_cast<uint16_t>(static_cast<int>(honest) + spec.udpLengthError);
     out.U16(spec.srcPort).U16(spec.dstPort).U16(length).U16(0).Raw(spec.payload);
-    if (!spec.udpChecksum)
+    if (!spec.udpChecksum) {
         return;
+    }
     auto covered = out.From(start);
     covered = covered.first(std::min<size_t>(length, covered.size()));
     uint16_t checksum = Checksum(Sum16(covered, PseudoHeaderSum(spec, length)));
@@ -89,8 +96,9 @@ void PutUdp(Writer &out, const FrameSpec &spec) {
 void PutOther(Writer &out, const FrameSpec &spec) {
     size_t start = out.Size();
     out.Raw(spec.payload);
-    if (!spec.checksumAt)
+    if (!spec.checksumAt) {
         return;
+    }
     auto length = static_cast<uint32_t>(spec.payload.size());
     out.Patch16(start + *spec.checksumAt, 0);
     out.Patch16(start + *spec.checksumAt,
@@ -101,12 +109,14 @@ void PutOther(Writer &out, const FrameSpec &spec) {
 Bytes IpPayload(const FrameSpec &spec) {
     Writer out;
     out.Reserve(spec.ipv6Extension.size() + kUdpHeader + spec.payload.size());
-    if (IsIpv6(spec))
+    if (IsIpv6(spec)) {
         out.Raw(spec.ipv6Extension);
-    if (spec.ipProtocol == kProtocolUdp)
+    }
+    if (spec.ipProtocol == kProtocolUdp) {
         PutUdp(out, spec);
-    else
+    } else {
         PutOther(out, spec);
+    }
     return out.Take();
 }
 
@@ -122,10 +132,11 @@ void PutEthernet(Writer &out, const FrameSpec &spec, uint16_t etherType) {
 void PutIpv4(Writer &out, const FrameSpec &spec, size_t payloadLength, Part part) {
     size_t start = out.Size();
     size_t header = kIpv4Header + spec.ipv4Options.size();
-    if (header > 60 || header % 4 != 0 || header + payloadLength > 0xFFFF)
+    if (header > 60 || header % 4 != 0 || header + payloadLength > 0xFFFF) {
         throw std::length_error("no IPv4 packet has " + std::to_string(header) +
                                 " bytes of header and " + std::to_string(payloadLength) +
                                 " of payload");
+    }
     out.U8(static_cast<uint32_t>(0x40 | header / 4)).U8(0);
     out.U16(static_cast<uint32_t>(header + payloadLength)).U16(spec.ipId);
     out.U16((part.more ? 0x2000 : 0) | part.Units());
@@ -136,15 +147,17 @@ void PutIpv4(Writer &out, const FrameSpec &spec, size_t payloadLength, Part part
 
 void PutIpv6(Writer &out, const FrameSpec &spec, size_t payloadLength, Part part) {
     size_t length = payloadLength + (part.Whole() ? 0 : 8);
-    if (length > 0xFFFF)
+    if (length > 0xFFFF) {
         throw std::length_error("no IPv6 packet has " + std::to_string(length) +
                                 " bytes of payload");
+    }
     uint8_t first = spec.ipv6Extension.empty() ? spec.ipProtocol : spec.ipv6ExtensionType;
     out.U32(0x60000000).U16(static_cast<uint32_t>(length));
     out.U8(part.Whole() ? first : kProtocolFragment).U8(spec.ttl);
     out.Words(spec.srcIp6).Words(spec.dstIp6);
-    if (!part.Whole())
+    if (!part.Whole()) {
         out.U8(first).U8(0).U16(part.Units() << 3 | part.more).U32(spec.ipId);
+    }
 }
 
 Bytes IpFrame(const FrameSpec &spec, std::span<const uint8_t> payload, Part part) {
@@ -159,8 +172,9 @@ Bytes IpFrame(const FrameSpec &spec, std::span<const uint8_t> payload, Part part
         PutIpv4(out, spec, payload.size(), part);
     }
     out.Raw(payload);
-    if (spec.padToMinimum)
+    if (spec.padToMinimum) {
         out.PadTo(kEthernetMinimum);
+    }
     return out.Take();
 }
 
@@ -175,26 +189,31 @@ void PutOptionalHeader(Writer &out, std::span<const uint8_t> content) {
 
 uint32_t Ipv4(std::string_view text) {
     in_addr address;
-    if (inet_pton(AF_INET, std::string(text).c_str(), &address) != 1)
+    if (inet_pton(AF_INET, std::string(text).c_str(), &address) != 1) {
         throw std::invalid_argument("not an IPv4 address: " + std::string(text));
+    }
     return ntohl(address.s_addr);
 }
 
 Ipv6Words Ipv6(std::string_view text) {
     Ipv6Words words;
-    if (inet_pton(AF_INET6, std::string(text).c_str(), words.data()) != 1)
+    if (inet_pton(AF_INET6, std::string(text).c_str(), words.data()) != 1) {
         throw std::invalid_argument("not an IPv6 address: " + std::string(text));
-    for (uint32_t &word : words)
+    }
+    for (uint32_t &word : words) {
         word = ntohl(word);
+    }
     return words;
 }
 
 Bytes EncodeHeader(const Header &header) {
     Writer optional;
-    if (header.radioMac)
+    if (header.radioMac) {
         PutOptionalHeader(optional, *header.radioMac);
-    if (!header.wirelessInfo.empty())
+    }
+    if (!header.wirelessInfo.empty()) {
         PutOptionalHeader(optional, header.wirelessInfo);
+    }
     size_t needed = optional.Size() == 0 ? 0 : 2 + optional.Size() / 4;
     uint32_t words = std::max(static_cast<uint32_t>(needed), header.hlenWords & 0x1Fu);
 
@@ -209,11 +228,12 @@ Bytes EncodeHeader(const Header &header) {
                                                   {header.keepalive, 0x08},
                                                   {header.extension, 0x04}};
     uint32_t flags = 0;
-    for (auto [set, bit] : flagBits)
+    for (auto [set, bit] : flagBits) {
         flags |= set ? bit : 0;
+    }
     out.U8(flags);
     out.U16(header.fragmentId).U16(static_cast<uint32_t>(header.fragmentOffset << 3));
-    out.Raw(optional.From(0)).PadTo(4 * words);
+    out.Raw(optional.From(0)).PadTo(size_t{4} * words);
     return out.Take();
 }
 
@@ -263,10 +283,11 @@ Bytes ExtendedDataFrame(std::span<const ExtensionElement> elements, std::span<co
                         Header header) {
     header.extension = true;
     Writer run;
-    for (const ExtensionElement &element : elements)
+    for (const ExtensionElement &element : elements) {
         run.U16(element.type)
             .U16(static_cast<uint32_t>(4 + element.value.size()))
             .Raw(element.value);
+    }
     return Writer()
         .Raw(EncodeHeader(header))
         .U32(static_cast<uint32_t>(4 + run.Size()))
@@ -276,20 +297,23 @@ Bytes ExtendedDataFrame(std::span<const ExtensionElement> elements, std::span<co
 }
 
 Bytes BuildFrame(const FrameSpec &spec) {
-    if (!IsRaw(spec))
+    if (!IsRaw(spec)) {
         return IpFrame(spec, IpPayload(spec), {});
+    }
     Writer out;
     PutEthernet(out, spec, spec.etherType);
     out.Raw(spec.payload);
-    if (spec.padToMinimum)
+    if (spec.padToMinimum) {
         out.PadTo(kEthernetMinimum);
+    }
     return out.Take();
 }
 
 std::vector<Bytes> BuildFragments(const FrameSpec &spec, uint16_t fragmentPayload) {
-    if (fragmentPayload == 0 || fragmentPayload % 8 != 0)
+    if (fragmentPayload == 0 || fragmentPayload % 8 != 0) {
         throw std::invalid_argument("not a multiple of 8 for fragments: " +
                                     std::to_string(fragmentPayload));
+    }
     Bytes payload = IpPayload(spec);
     std::vector<Bytes> frames;
     std::span<const uint8_t> rest = payload;

@@ -28,8 +28,9 @@ class Writer {
         return U32(static_cast<uint32_t>(value >> 32)).U32(static_cast<uint32_t>(value));
     }
     Writer &Words(std::span<const uint32_t> words) {
-        for (uint32_t word : words)
+        for (uint32_t word : words) {
             U32(word);
+        }
         return *this;
     }
     Writer &Raw(std::span<const uint8_t> raw) {

@@ -28,8 +28,9 @@ std::vector<bool> Share(uint32_t count, uint32_t percent, Random &random) {
     random.Shuffle(order);
     order.resize((uint64_t{count} * percent + 50) / 100);
     std::vector<bool> marked(count);
-    for (uint32_t index : order)
+    for (uint32_t index : order) {
         marked[index] = true;
+    }
     return marked;
 }
 
@@ -37,8 +38,9 @@ std::vector<bool> Share(uint32_t count, uint32_t percent, Random &random) {
 std::vector<uint16_t> MakeVlans(Random &random) {
     constexpr uint16_t kPriority = 7 << 13;
     std::vector<uint16_t> vlans;
-    if (random.OneIn(4))
+    if (random.OneIn(4)) {
         vlans.push_back(static_cast<uint16_t>(kPriority | random.Between(100, 199)));
+    }
     vlans.push_back(static_cast<uint16_t>(kPriority | random.Between(200, 299)));
     return vlans;
 }
@@ -83,9 +85,10 @@ std::vector<AccessPoint> MakeAccessPoints(const TrafficOptions &options, Random 
             .instance = i % options.instances,
             .registered = !unregistered[i],
         });
-        if (all.back().ip == options.controller || all.back().ip6 == options.controller6)
+        if (all.back().ip == options.controller || all.back().ip6 == options.controller6) {
             throw std::invalid_argument("the controller's address is access point " +
                                         std::to_string(i) + "'s: " + all.back().Address());
+        }
     }
     return all;
 }
@@ -99,8 +102,9 @@ std::string ToText(uint32_t ip) {
 std::string ToText(const capwap::Ipv6Words &ip6) {
     char text[INET6_ADDRSTRLEN];
     capwap::Ipv6Words network;
-    for (size_t i = 0; i < ip6.size(); i++)
+    for (size_t i = 0; i < ip6.size(); i++) {
         network[i] = htonl(ip6[i]);
+    }
     return inet_ntop(AF_INET6, network.data(), text, sizeof(text));
 }
 

@@ -39,12 +39,14 @@ void WriteCommands(std::ostream &out, const Traffic &traffic) {
         << "wapi 0 " << options.instances << '\n'
         << "# Access points.\n";
     for (const AccessPoint &ap : traffic.AccessPoints()) {
-        if (!ap.registered)
+        if (!ap.registered) {
             continue;
+        }
         const std::string &to = ap.ipv6 ? controller6 : controller;
         WriteTunnel(out, ap, ap.controlPort, to, capwap::kControlPort);
-        if (ap.dataDtls)
+        if (ap.dataDtls) {
             WriteTunnel(out, ap, ap.dataPort, to, capwap::kDataPort);
+        }
         out << "session add " << ToHex(ap.session) << " --node " << ap.instance << '\n';
     }
 }

@@ -61,15 +61,17 @@ void Link::Send(AccessPoint &ap, From from, uint16_t port, Bytes payload, std::s
 }
 
 Fate TunnelFate(const AccessPoint &ap, From from, uint16_t port) {
-    if (from == From::kController)
+    if (from == From::kController) {
         return kReturned;
+    }
     bool known = ap.registered && (port == kControlPort || ap.dataDtls);
     return known ? Fate{Fate::kDelivered, ap.instance} : DefaultFate();
 }
 
 Fate KeepaliveFate(const AccessPoint &ap, From from) {
-    if (from == From::kController)
+    if (from == From::kController) {
         return kReturned;
+    }
     return ap.registered ? Fate{Fate::kDelivered, ap.instance} : Fate{.kind = Fate::kUndelivered};
 }
 
@@ -79,8 +81,9 @@ Fate DefaultFate() {
 
 Fate StationFate(const capwap::Mac &station, uint32_t instances) {
     uint32_t hash = 5381;
-    for (uint8_t byte : station)
+    for (uint8_t byte : station) {
         hash = hash * 33 + byte;
+    }
     return {Fate::kDelivered, (hash & 0x7FFFFFFF) % instances};
 }
 

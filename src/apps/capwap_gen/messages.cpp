@@ -23,8 +23,9 @@ constexpr std::string_view kController = "controller-1", kFirmware = "2.5.0";
 
 Bytes Join(std::initializer_list<Bytes> parts) {
     Writer out;
-    for (const Bytes &part : parts)
+    for (const Bytes &part : parts) {
         out.Raw(part);
+    }
     return out.Take();
 }
 
@@ -32,8 +33,9 @@ Bytes Join(std::initializer_list<Bytes> parts) {
 template <typename ElementOfRadio>
 Bytes ForEachRadio(ElementOfRadio element) {
     Writer out;
-    for (uint8_t radio : kRadios)
+    for (uint8_t radio : kRadios) {
         out.Raw(element(radio));
+    }
     return out.Take();
 }
 
@@ -217,23 +219,26 @@ Bytes WtpRadioStatistics(uint8_t radio, const Conversation &in) {
     constexpr uint32_t kNoiseFloor = 0xFFA1;  // -95 dBm
     Writer out;
     out.U8(radio).U8(0);
-    for (int counter = 0; counter < 8; counter++)
+    for (int counter = 0; counter < 8; counter++) {
         out.U16(in.random.Below(100));
+    }
     return Element(47, out.U16(kNoiseFloor).Take());
 }
 
 Bytes WtpRebootStatistics(const Conversation &in) {
     Writer out;
-    for (int counter = 0; counter < 7; counter++)
+    for (int counter = 0; counter < 7; counter++) {
         out.U16(in.random.Below(10));
+    }
     return Element(48, out.U8(0).Take());
 }
 
 // CAPWAP Local IPv4 or IPv6 Address of the sender.
 Bytes LocalAddress(const Conversation &in, bool ofController) {
-    if (in.ap.ipv6)
+    if (in.ap.ipv6) {
         return Element(50,
                        Writer().Words(ofController ? in.options.controller6 : in.ap.ip6).Take());
+    }
     return Element(30, Writer().U32(ofController ? in.options.controller : in.ap.ip).Take());
 }
 
@@ -279,8 +284,9 @@ Bytes AddWlan() {
     wlan.U8(kBestEffort).U8(kOpen).U8(kLocalMac).U8(k8023Tunnel).U8(kAdvertise).Text("example");
     Writer out;
     out.Raw(Element(1024, wlan.From(0)));
-    for (const Bytes &information : kWlanInformation)
+    for (const Bytes &information : kWlanInformation) {
         out.Raw(InformationElement(information));
+    }
     return out.Take();
 }
 
@@ -343,8 +349,9 @@ Bytes WtpEventRequest(const Conversation &in) {
 
 Bytes StationConfigurationRequest(const Conversation &in) {
     Mac station = in.ap.Station(in.random.Below(AccessPoint::kStations));
-    if (in.random.OneIn(4))
+    if (in.random.OneIn(4)) {
         return DeleteStation(station);
+    }
     return Join({AddStation(station), StationElement(in, station)});
 }
 

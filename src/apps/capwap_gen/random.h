@@ -47,15 +47,17 @@ class Random {
 
     std::vector<uint8_t> Bytes(size_t size) {
         std::vector<uint8_t> bytes(size);
-        for (uint8_t &byte : bytes)
+        for (uint8_t &byte : bytes) {
             byte = static_cast<uint8_t>(Next());
+        }
         return bytes;
     }
 
     template <typename Element>
     void Shuffle(std::vector<Element> &elements) {
-        for (size_t i = elements.size(); i > 1; i--)
+        for (size_t i = elements.size(); i > 1; i--) {
             std::swap(elements[i - 1], elements[Below(static_cast<uint32_t>(i))]);
+        }
     }
 
   private:

@@ -48,15 +48,16 @@ Bytes WaiAnswer(const Mac &station, const Mac &bssid, Random &random) {
     bool unicast = random.OneIn(2);
     Writer body;
     body.U8(0);  // flags
-    if (unicast)
+    if (unicast) {
         body.Raw(random.Bytes(kKeyId))
             .U8(0)
             .Raw(bssid)
             .Raw(station)
             .Raw(random.Bytes(2 * kChallenge))
             .Raw(Bytes{0x44, 2, 1, 0});
-    else
+    } else {
         body.U8(0).U8(0).Raw(bssid).Raw(station).Raw(random.Bytes(kAnnouncement));
+    }
     body.Raw(random.Bytes(kMic));
 
     Writer out;

@@ -71,15 +71,19 @@ class Run {
           link_(options, random_, sink) {}
 
     void SetUp() {
-        for (const KindInfo &step : kKinds)
-            for (AccessPoint &ap : accessPoints_)
-                if (step.setsUp && WeightFor(step.kind, ap) != 0)
+        for (const KindInfo &step : kKinds) {
+            for (AccessPoint &ap : accessPoints_) {
+                if (step.setsUp && WeightFor(step.kind, ap) != 0) {
                     Perform(step.kind, ap);
+                }
+            }
+        }
     }
 
     void Round() {
-        for (AccessPoint &ap : accessPoints_)
+        for (AccessPoint &ap : accessPoints_) {
             TakeTurn(ap);
+        }
     }
 
   private:
@@ -89,15 +93,18 @@ class Run {
 
     void TakeTurn(AccessPoint &ap) {
         uint32_t total = 0;
-        for (const KindInfo &info : kKinds)
+        for (const KindInfo &info : kKinds) {
             total += WeightFor(info.kind, ap);
-        if (total == 0)
+        }
+        if (total == 0) {
             return;
+        }
         uint32_t drawn = random_.Below(total);
         for (const KindInfo &info : kKinds) {
             uint32_t weight = WeightFor(info.kind, ap);
-            if (drawn < weight)
+            if (drawn < weight) {
                 return Perform(info.kind, ap);
+            }
             drawn -= weight;
         }
     }
@@ -181,11 +188,12 @@ class Run {
         for (uint32_t type : {capwap::kVendorPingRequest, capwap::kVendorPingResponse}) {
             From from = type == capwap::kVendorPingRequest ? initiator : OtherThan(initiator);
             Bytes message = capwap::ControlMessage(type, sequence, PingElements(size, random_));
-            if (large)
+            if (large) {
                 FragmentCapwap(ap, from, kControlPort, BehindHeader(message), piece);
-            else
+            } else {
                 link_.Send(ap, from, kControlPort, std::move(message),
                            capwap::MessageTypeName(type), TunnelFate(ap, from, kControlPort));
+            }
         }
     }
 
@@ -220,16 +228,18 @@ class Run {
 
     void Join(AccessPoint &ap) {
         for (uint32_t request :
-             {kJoinRequest, kConfigurationStatusRequest, kChangeStateEventRequest})
+             {kJoinRequest, kConfigurationStatusRequest, kChangeStateEventRequest}) {
             Exchange(ap, {request, From::kAccessPoint});
+        }
     }
 
     // DTLS.
 
     void Handshake(AccessPoint &ap, uint16_t port) {
-        for (DtlsDatagram &datagram : DtlsHandshake("ap-" + std::to_string(ap.index), random_))
+        for (DtlsDatagram &datagram : DtlsHandshake("ap-" + std::to_string(ap.index), random_)) {
             link_.Send(ap, datagram.from, port, std::move(datagram.payload), datagram.content,
                        TunnelFate(ap, datagram.from, port));
+        }
     }
 
     // Control messages or data, or an alert, behind a finished handshake.
@@ -237,9 +247,10 @@ class Run {
         uint16_t port = ap.dataDtls && random_.OneIn(2) ? kDataPort : kControlPort;
         From from = PickSender();
         Fate fate = TunnelFate(ap, from, port);
-        if (random_.OneIn(8))
+        if (random_.OneIn(8)) {
             return link_.Send(ap, from, port, DtlsAlert(ap.dtlsRecords++, random_), "DTLS alert",
                               fate);
+        }
         link_.Send(ap, from, port, DtlsApplicationData(ap.dtlsRecords++, random_),
                    "DTLS application data", port == kDataPort ? kReturned : fate);
     }
@@ -248,9 +259,10 @@ class Run {
 
     void Keepalive(AccessPoint &ap) {
         // The controller sends back what it gets.
-        for (From from : {From::kAccessPoint, From::kController})
+        for (From from : {From::kAccessPoint, From::kController}) {
             link_.Send(ap, from, kDataPort, capwap::Keepalive(ap.session), "Data keepalive",
                        KeepaliveFate(ap, from));
+        }
     }
 
     // As Ethernet frames with the radio's address, or as native ones with what the radio measured
@@ -274,8 +286,9 @@ class Run {
     void Wlan(AccessPoint &ap) {
         constexpr uint16_t kWlanIdElement = 6, kOtherElement = 1;
         std::vector<capwap::ExtensionElement> elements;
-        if (random_.OneIn(2))
+        if (random_.OneIn(2)) {
             elements.push_back({kOtherElement, random_.Bytes(4)});
+        }
         elements.push_back({kWlanIdElement, {0, random_.Between<uint8_t>(1, 16), 0, 0}});
         Bytes frame = StationFrame(PickStation(ap), From::kAccessPoint, 100, random_);
         link_.Send(ap, From::kAccessPoint, kDataPort,
@@ -302,10 +315,11 @@ class Run {
                           ? MtuProbe(ap)
                           : StationFrame(PickStation(ap), From::kAccessPoint, kLargePing, random_);
         uint16_t piece = PickPiece();
-        if (random_.OneIn(2))
+        if (random_.OneIn(2)) {
             FragmentIp(ap, port, whole, piece);
-        else
+        } else {
             FragmentCapwap(ap, From::kAccessPoint, port, whole, piece);
+        }
     }
 
     // A control header and message elements of more than an Ethernet frame holds.
@@ -334,7 +348,7 @@ class Run {
         Fate fate = port == kControlPort ? TunnelFate(ap, from, port) : kReturned;
         capwap::Header header{.fragment = true, .fragmentId = ap.fragmentId++, .radioId = 1};
         for (std::span<const uint8_t> rest = whole; !rest.empty();) {
-            auto part = rest.first(std::min<size_t>(8u * piece, rest.size()));
+            auto part = rest.first(std::min<size_t>(size_t{8} * piece, rest.size()));
             rest = rest.subspan(part.size());
             header.lastFragment = rest.empty();
             link_.Send(ap, from, port, capwap::DataFrame(part, header), "CAPWAP fragment", fate);
@@ -363,8 +377,9 @@ Traffic::Traffic(const TrafficOptions &options)
 void Traffic::Generate(const Sink &sink) const {
     Run run(options_, accessPoints_, random_, sink);
     run.SetUp();
-    for (uint32_t round = 0; round < options_.rounds; round++)
+    for (uint32_t round = 0; round < options_.rounds; round++) {
         run.Round();
+    }
 }
 
 void Tally::Count(const Frame &frame) {

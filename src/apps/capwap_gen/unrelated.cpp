@@ -19,8 +19,9 @@ void MakePing(FrameSpec &packet, Random &random) {
 }
 
 void MakeArp(FrameSpec &packet, Random &random) {
-    if (packet.ipv6)
+    if (packet.ipv6) {
         return MakePing(packet, random);
+    }
     Writer arp;
     arp.U16(1).U16(0x0800).U8(6).U8(4).U16(1);
     arp.Raw(packet.srcMac).U32(packet.srcIp).U32(0).U16(0).U32(packet.dstIp);

@@ -129,7 +129,7 @@ inline bool ReceiveHeader(int socket, MundWireHeader &header) {
 inline bool ReceivePayload(int socket, const MundWireHeader &header,
                            std::vector<uint8_t> &payload) {
     // Memory is taken for what comes, not for what is promised.
-    constexpr size_t kStep = 64 * 1024;
+    constexpr size_t kStep = size_t{64} * 1024;
     payload.clear();
     while (payload.size() < header.length) {
         const size_t begin = payload.size();
