@@ -2,11 +2,13 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
 #include <cstring>
 #include <ctime>
 #include <functional>
 #include <future>
+#include <thread>
 
 #include "dfx/debug_trace.h"
 #include "dfx/ping_stat.h"
@@ -186,6 +188,39 @@ TEST_F(StatHooks, ThePeerAndTheCountersOverTheService) {
     Ping(LYR_KES_PING_SET, kPeer6);
     Restart();
     EXPECT_EQ(g_LyrHostCwpPingStat.pingEnable, 0) << "not beyond a stop";
+}
+
+// While one peer takes another's place, a packet that is neither's meets the switch of the one and
+// the address of the other, or none.
+TEST_F(StatHooks, NoPacketOfNeitherPeerCountsWhileThePeerChanges) {
+    const std::string one = "2001:db8:1:1:1:1:1:1", other = "2001:db8:2:2:2:2:2:2";
+    std::vector<Packet> packets;
+    for (const auto *src : {"2001:db8:1:1:2:2:2:2", "2001:db8:2:2:1:1:1:1", "::", "0.0.0.0"}) {
+        packets.push_back(MakePacket(UdpFrame(src, 1, src, 5246, Message(kPing, 40))));
+    }
+    const auto count = [&packets] {
+        return std::ranges::count_if(packets, [](const Packet &packet) {
+            return LyrKes_CheckCwpPingStatConfig(packet.get(), KES_HOOK_RXIN);
+        });
+    };
+    g_LyrHostCwpPingStat.pingEnable = 1;
+    EXPECT_EQ(count(), 0) << "the address is not there yet, or no more";
+    std::atomic<bool> stopping{false};
+    std::thread changes([&] {
+        while (!stopping) {
+            for (const std::string &peer : {one, other}) {
+                const LyrKesRpcIpAddr address = Address(peer);
+                LyrKes_UpdateCwpPingConfig(false, 0, address.ipv6Addr);
+            }
+        }
+    });
+    ptrdiff_t counted = 0;
+    for (int round = 0; round < 100'000; ++round) {
+        counted += count();
+    }
+    stopping = true;
+    changes.join();
+    EXPECT_EQ(counted, 0);
 }
 
 // --- probe ---

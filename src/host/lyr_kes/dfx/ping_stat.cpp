@@ -2,7 +2,7 @@
 
 #include "dfx/debug_trace.h"
 #include "dfx/hook_kind.h"
-#include "module/shared_word.h"
+#include "module/sequence_lock.h"
 #include "module/spin_guard.h"
 #include "module/status.h"
 
@@ -17,11 +17,28 @@ constexpr uint32_t kPingHeaderLength = 36;
 
 LyrKesCwpPingStat &stat = g_LyrHostCwpPingStat;
 
-// Operations may run on several threads: one of them at a time sets the peer.
+// Operations may run on several threads: one of them at a time sets the peer, which packets read
+// whole.
 std::atomic_flag writing;
+lyr::SequenceLock peerLock;
 
 bool IsZero(const HostIpAddr &address) {
     return (address.ip[0] | address.ip[1] | address.ip[2] | address.ip[3]) == 0;
+}
+
+bool HasIpVersion(const HostIpAddr &address) {
+    return address.ipVer == lyr::kIpVersion4 || address.ipVer == lyr::kIpVersion6;
+}
+
+void StorePeer(const HostIpAddr &peer) {
+    peerLock.Apply([&peer] { lyr::StoreWords(stat.pingAddr, peer); });
+}
+
+// With the writers' flag.
+void Forget() {
+    lyr::StoreRelaxed(stat.pingEnable, uint8_t{0});
+    StorePeer(HostIpAddr{});
+    LyrKes_ResetCwpPingStat();
 }
 
 }  // namespace
@@ -30,8 +47,11 @@ bool LyrKes_CheckCwpPingStatConfig(const HostMbuf *packet, uint32_t hookKind) {
     if (lyr::LoadAcquire(stat.pingEnable) == 0) {
         return false;
     }
-    const HostIpAddr peer = lyr::LoadWords(stat.pingAddr);
-    return lyr::SameAddress(lyr::AddressOf(packet, lyr::PeerEnd(hookKind), peer.ipVer), peer);
+    // A packet that meets a change of the peer is nobody's.
+    HostIpAddr peer = {};
+    return peerLock.TryRead([&peer] { peer = lyr::LoadWords(stat.pingAddr); }) &&
+           HasIpVersion(peer) &&
+           lyr::SameAddress(lyr::AddressOf(packet, lyr::PeerEnd(hookKind), peer.ipVer), peer);
 }
 
 uint32_t LyrKes_CwpPingStatProc(uint32_t hookKind, uint16_t pingLength, uint32_t fragment) {
@@ -63,7 +83,7 @@ void LyrKes_CalCwpPingStatByType(uint32_t hookKind, uint32_t fragment, uint32_t 
 
 void LyrKes_UpdateCwpPingConfig(bool ipv4, uint32_t ipv4Addr, const uint16_t *ipv6Groups) {
     const lyr::SpinGuard lock(writing);
-    LyrKes_InitCwpPingStat();
+    Forget();
     HostIpAddr peer = {};
     if (ipv4) {
         peer.ipVer = lyr::kIpVersion4;
@@ -73,7 +93,7 @@ void LyrKes_UpdateCwpPingConfig(bool ipv4, uint32_t ipv4Addr, const uint16_t *ip
         lyr::GroupsToWords(ipv6Groups, peer.ip);
     }
     if (!IsZero(peer)) {
-        lyr::StoreWords(stat.pingAddr, peer);
+        StorePeer(peer);
         lyr::StoreRelease(stat.pingEnable, uint8_t{1});
     }
 }
@@ -87,9 +107,8 @@ void LyrKes_ResetCwpPingStat() {
 }
 
 void LyrKes_InitCwpPingStat() {
-    lyr::StoreRelaxed(stat.pingEnable, uint8_t{0});
-    lyr::StoreWords(stat.pingAddr, HostIpAddr{});
-    LyrKes_ResetCwpPingStat();
+    const lyr::SpinGuard lock(writing);
+    Forget();
 }
 
 LyrKesCwpPingStat *LyrKes_GetCwpPingStatConfig() {

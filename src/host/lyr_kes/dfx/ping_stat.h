@@ -25,7 +25,7 @@ static_assert(offsetof(LyrKesCwpPingStat, counters) == 24, "counters at 24");
 static_assert(sizeof(LyrKesCwpPingStat) == 120, "ping statistics of 120 bytes");
 
 // The peer and the counters. Operations set the peer and forwarding threads read it without a lock:
-// packets that meet a change may be counted against either peer, and counts may be lost.
+// packets that meet a change may be counted against either peer or neither, and counts may be lost.
 LYR_API LyrKesCwpPingStat g_LyrHostCwpPingStat;
 
 // Whether the packet's peer at a hook kind is the configured one; its address is read as one of the

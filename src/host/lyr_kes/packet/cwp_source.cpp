@@ -10,7 +10,7 @@
 #include "packet/cwp_source_reader.h"
 
 CwpSrcRcd g_LyrHostCwpSrcRcd[LYR_KES_CWP_SRC_NUM];
-std::atomic<uint32_t> lyr::cwpSourceSequence{0};
+lyr::SequenceLock lyr::cwpSourceLock;
 
 namespace {
 
@@ -22,12 +22,11 @@ std::atomic_flag writing;
 
 // Copies records over the table, from a position on, with readers kept off. Under the writer lock.
 void Publish(size_t position, const CwpSrcRcd *records, size_t count) {
-    const uint32_t sequence = lyr::cwpSourceSequence.load(std::memory_order_relaxed);
-    lyr::cwpSourceSequence.store(sequence + 1, std::memory_order_relaxed);
-    for (size_t i = 0; i < count; ++i) {
-        lyr::StoreWords(g_LyrHostCwpSrcRcd[position + i], records[i]);
-    }
-    lyr::cwpSourceSequence.store(sequence + 2, std::memory_order_release);
+    lyr::cwpSourceLock.Apply([&] {
+        for (size_t i = 0; i < count; ++i) {
+            lyr::StoreWords(g_LyrHostCwpSrcRcd[position + i], records[i]);
+        }
+    });
 }
 
 void PublishTable(const CwpSrcRcd (&image)[LYR_KES_CWP_SRC_NUM]) {
