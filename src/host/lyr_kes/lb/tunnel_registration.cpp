@@ -121,7 +121,7 @@ uint32_t AddEntry(uint32_t nodeId, const typename Table::Key &key) {
     const TableNames names = NamesOf(key);
     if (!lyr::IsInstance(nodeId)) {
         LYR_KES_DiagLog(LYR_HOST_ERR, "Add %s tunnel nodeId %u out of bound, svc num %u",
-                        names.what, nodeId, g_lyrHostsvcNum);
+                        names.what, nodeId, g_lyrHostsvcNum + 1);
         return kFailed;
     }
     Upsert done = RefreshOrInsert<Table>(hash, key, nodeId, nullptr);
