@@ -30,11 +30,16 @@ using lyr::StoreRelaxed;
 constexpr uint32_t kTickMilliseconds = 1000;
 constexpr uint32_t kPeriodSeconds = 61;
 constexpr uint32_t kAlarmPeriods = 5;
+constexpr int kStopAttempts = 3;
 constexpr const char *kAlarmSource = "KES LYR HOST";
 
-// Held by who opens the watch, starts the timer or takes it away: a watch that opens while the
-// timer is ending itself gets a new one. Nothing that waits for the timer is done under it.
+// Held by who opens the watch, starts the timer or forgets it. Nothing that waits for the timer is
+// done under it.
 std::atomic_flag timerFlag;
+
+// Held by who deletes the timer, which has its id until it is gone: a drop that opens the watch
+// meanwhile starts no second one. Ticks do not wait for it, since whoever has it may wait for them.
+std::atomic_flag deletingFlag;
 
 // Timer callbacks that have begun and not ended.
 std::atomic<uint32_t> runningTicks{0};
@@ -53,7 +58,7 @@ class RunningTick {
 
 LyrKesMsgDropStat &watch = g_lyrKesMsgDropStat;
 
-// Under the flag.
+// With the timer flag.
 void StartTimer() {
     if (LoadRelaxed(g_lyrKesMsgDropStatTimer) != TOV_TIMER_ID_NONE) {
         return;
@@ -68,20 +73,22 @@ void StartTimer() {
     StoreRelaxed(g_lyrKesMsgDropStatTimer, id);
 }
 
-// Under the flag: the timer becomes the caller's to delete.
-uint32_t TakeTimer() {
+// With the deleting flag. A timer that cannot be deleted ticks on and keeps its id.
+void DeleteTimer(int attempts) {
     const uint32_t id = LoadRelaxed(g_lyrKesMsgDropStatTimer);
-    StoreRelaxed(g_lyrKesMsgDropStatTimer, TOV_TIMER_ID_NONE);
-    return id;
-}
-
-void DeleteTimer(uint32_t id) {
     if (id == TOV_TIMER_ID_NONE) {
         return;
     }
-    if (const uint32_t result = TovSLcoreTimerDelete(id); result != 0) {
-        LYR_KES_DiagLog(LYR_HOST_ERR, "failed to stop msg drop stat timer, ret %u", result);
+    uint32_t result = TovSLcoreTimerDelete(id);
+    while (result != 0 && --attempts > 0) {
+        result = TovSLcoreTimerDelete(id);
     }
+    if (result != 0) {
+        LYR_KES_DiagLog(LYR_HOST_ERR, "failed to stop msg drop stat timer, ret %u", result);
+        return;
+    }
+    const lyr::SpinGuard guard(timerFlag);
+    StoreRelaxed(g_lyrKesMsgDropStatTimer, TOV_TIMER_ID_NONE);
 }
 
 // The drop that opens the watch has not been counted yet.
@@ -97,16 +104,24 @@ void Open() {
 
 // Ends the timer of a watch that is closed. False if it is open: a drop came first.
 bool EndIdleTimer() {
-    uint32_t id;
     {
         const lyr::SpinGuard guard(timerFlag);
         if (IsDropWatchOpen()) {
             return false;
         }
         LyrKes_ClearMsgDropStat();
-        id = TakeTimer();
     }
-    DeleteTimer(id);
+    if (deletingFlag.test_and_set(std::memory_order_acquire)) {
+        return true;
+    }
+    DeleteTimer(1);
+    {
+        const lyr::SpinGuard guard(timerFlag);
+        if (IsDropWatchOpen()) {
+            StartTimer();
+        }
+    }
+    deletingFlag.clear(std::memory_order_release);
     return true;
 }
 
@@ -154,12 +169,8 @@ void LyrKes_StartMsgDropStatTimer() {
 }
 
 void LyrKes_StopMsgDropStatTimer() {
-    uint32_t id;
-    {
-        const lyr::SpinGuard guard(timerFlag);
-        id = TakeTimer();
-    }
-    DeleteTimer(id);
+    const lyr::SpinGuard guard(deletingFlag);
+    DeleteTimer(kStopAttempts);
 }
 
 uint32_t LyrKes_MsgDropStatTimerProc(void * /*argument*/) {

@@ -34,7 +34,9 @@ LYR_API uint32_t g_lyrKesMsgDropStatTimer;
 LYR_API void LyrKes_IncreaseMsgTotalStat();
 LYR_API void LyrKes_IncreaseMsgDropStat();
 
-// Start the timer unless there is one, and end it if there is one.
+// Start the timer unless there is one, and end it if there is one. A timer that cannot be deleted
+// keeps its id and ticks on: its ticks try again while the watch is closed, and no second one
+// starts.
 LYR_API void LyrKes_StartMsgDropStatTimer();
 LYR_API void LyrKes_StopMsgDropStatTimer();
 
