@@ -2,12 +2,13 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <pcap/pcap.h>
 
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "capture/reader.h"
+#include "capture/writer.h"
 #include "capwap/packet_builder.h"
 
 namespace programs {
@@ -28,38 +29,26 @@ inline void PrintTo(const Frame &frame, std::ostream *out) {
 using Frames = std::vector<Frame>;
 
 inline Frames ReadCapture(const std::string &path) {
-    char error[PCAP_ERRBUF_SIZE];
-    pcap_t *capture =
-        pcap_open_offline_with_tstamp_precision(path.c_str(), PCAP_TSTAMP_PRECISION_NANO, error);
     Frames frames;
-    if (capture == nullptr) {
-        ADD_FAILURE() << error;
-        return frames;
+    try {
+        capture::Reader reader(path);
+        while (const auto frame = reader.Next()) {
+            frames.push_back(
+                {frame->timeNs, frame->wireLength, {frame->bytes.begin(), frame->bytes.end()}});
+        }
+    } catch (const capture::Error &error) {
+        ADD_FAILURE() << error.what();
     }
-    pcap_pkthdr *header;
-    const u_char *bytes;
-    while (pcap_next_ex(capture, &header, &bytes) == 1) {
-        frames.push_back({header->ts.tv_sec * 1'000'000'000 + header->ts.tv_usec, header->len,
-                          capwap::Bytes(bytes, bytes + header->caplen)});
-    }
-    pcap_close(capture);
     return frames;
 }
 
-inline void WriteCapture(const std::string &path, const Frames &frames, int link = DLT_EN10MB) {
-    pcap_t *shape = pcap_open_dead_with_tstamp_precision(link, 262144, PCAP_TSTAMP_PRECISION_NANO);
-    pcap_dumper_t *file = pcap_dump_open(shape, path.c_str());
-    ASSERT_NE(file, nullptr) << pcap_geterr(shape);
+inline void WriteCapture(const std::string &path, const Frames &frames) {
+    capture::Writer writer(path);
     for (const Frame &frame : frames) {
-        pcap_pkthdr header = {};
-        header.ts.tv_sec = frame.timeNs / 1'000'000'000;
-        header.ts.tv_usec = frame.timeNs % 1'000'000'000;
-        header.caplen = static_cast<bpf_u_int32>(frame.bytes.size());
-        header.len = frame.wireLength;
-        pcap_dump(reinterpret_cast<u_char *>(file), &header, frame.bytes.data());
+        writer.Write(
+            {.bytes = frame.bytes, .timeNs = frame.timeNs, .wireLength = frame.wireLength});
     }
-    pcap_dump_close(file);
-    pcap_close(shape);
+    writer.Close();
 }
 
 // A datagram of either family.

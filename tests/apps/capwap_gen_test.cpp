@@ -10,7 +10,6 @@
 #include "capwap/describe.h"
 #include "capwap/message_type.h"
 #include "capwap/wire.h"
-#include "capwap_gen/capture_writer.h"
 #include "capwap_gen/commands.h"
 #include "capwap_gen/traffic.h"
 #include "program.h"
@@ -300,10 +299,15 @@ std::vector<Frame> FramesOf(const TrafficOptions &options) {
 }
 
 // The bytes of a capture.
-std::string Capture(const TrafficOptions &options, bool nanoseconds = false) {
+std::string Capture(const TrafficOptions &options,
+                    capture::Times times = capture::Times::kMicroseconds) {
     const Directory directory;
-    CaptureWriter writer(directory.Path("pcap"), nanoseconds);
-    Traffic(options).Generate([&](const Frame &frame) { writer.Write(frame); });
+    capture::Writer writer(directory.Path("pcap"), times);
+    Traffic(options).Generate([&](const Frame &frame) {
+        writer.Write({.bytes = frame.bytes,
+                      .timeNs = frame.timeNs,
+                      .wireLength = static_cast<uint32_t>(frame.bytes.size())});
+    });
     writer.Close();
     return directory.Read("pcap");
 }
@@ -328,7 +332,7 @@ TEST(Traffic, IsTheSameOnEveryMachine) {
     const Traffic traffic(options);
     EXPECT_EQ(HashOf(traffic), 3149901173796852686u);
     EXPECT_EQ(HashOf(traffic), 3149901173796852686u) << "a second run continues the first";
-    EXPECT_FALSE(Capture(options) == Capture(options, true)) << "nanoseconds";
+    EXPECT_FALSE(Capture(options) == Capture(options, capture::Times::kNanoseconds));
     options.seed++;
     EXPECT_NE(HashOf(Traffic(options)), 3149901173796852686u);
 }
@@ -493,7 +497,7 @@ TEST(Traffic, IsWhatAnotherDecoderSees) {
         GTEST_SKIP() << "tshark is not installed";
     TrafficOptions options = Everything();
     options.mix = Mix::Parse("all,damaged=0,ping=10,probe=5");
-    directory.Write("pcap", Capture(options, true));
+    directory.Write("pcap", Capture(options, capture::Times::kNanoseconds));
     std::string command =
         "tshark -r pcap -T fields -E header=y -E separator=';' -E occurrence=f "
         "-o ip.check_checksum:TRUE -o udp.check_checksum:TRUE -o tcp.check_checksum:TRUE";
@@ -525,6 +529,7 @@ TEST(Traffic, IsWhatAnotherDecoderSees) {
 TEST(Program, RefusesBadOptionsInOneLine) {
     const struct {
         const char *options, *names, *value;
+        int status = 2;
     } kCases[] = {
         {"", "--out", "required"},
         {"--out x --aps 0", "--aps", "0"},
@@ -538,19 +543,20 @@ TEST(Program, RefusesBadOptionsInOneLine) {
         {"--out x --controller 10.0.0", "--controller", "10.0.0"},
         {"--out x --controller6 10.0.0.1", "--controller6", "10.0.0.1"},
         {"--out x --controller 10.64.0.2", "controller", "10.64.0.2"},
-        {"--out /no/such/file", "cannot write", "/no/such/file"},
-        {"--out x --commands /no/such/file", "cannot write", "/no/such/file"},
-        {"--out /dev/full", "cannot write", "/dev/full"},
+        {"--out /no/such/file", "cannot write", "/no/such/file", 1},
+        {"--out x --commands /no/such/file", "cannot write", "/no/such/file", 1},
+        {"--out /dev/full", "cannot write", "/dev/full", 1},
         {"--out x --bogus", "not expected", "--bogus"},
     };
     const Directory directory;
     for (const auto &c : kCases) {
         const Outcome outcome = directory.Shell(CAPWAP_GEN " " + std::string(c.options));
-        EXPECT_NE(outcome.status, 0) << c.options;
+        EXPECT_EQ(outcome.status, c.status) << c.options;
         EXPECT_EQ(Lines(outcome.out + outcome.err).size(), 1u) << outcome.out << outcome.err;
         EXPECT_THAT(outcome.err, HasSubstr(c.names));
         EXPECT_THAT(outcome.err, HasSubstr(c.value));
     }
+    EXPECT_EQ(directory.Shell(CAPWAP_GEN " --version").status, 0);
 }
 
 TEST(Program, WritesWhatTheLibraryMakesAndSumsItUp) {

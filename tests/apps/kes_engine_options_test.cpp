@@ -1,4 +1,6 @@
 // What the runner does not begin with: bad options, captures, commands and modules.
+#include <bit>
+
 #include "kes_engine_fixture.h"
 
 namespace programs {
@@ -7,7 +9,12 @@ namespace {
 using KesEngineOptions = KesEngine;
 
 TEST_F(KesEngineOptions, BadInputEndsItBeforeAnythingIsWritten) {
-    WriteCapture(Path("wifi"), TrafficFrames(), DLT_IEEE802_11);
+    std::string wifi = Read("in");
+    constexpr size_t kLinkTypeAt = 20;
+    constexpr char kWireless = 105;
+    (std::endian::native == std::endian::little ? wifi[kLinkTypeAt] : wifi[kLinkTypeAt + 3]) =
+        kWireless;
+    Write("wifi", wifi);
     Write("text", "These are words, and many of them, but no capture.\n");
     Write("cut", Read("in").substr(0, 20));
     Write("unknown", "# tunnels\nwapi 0 1\nwapy 0 1\n");
@@ -37,18 +44,18 @@ TEST_F(KesEngineOptions, BadInputEndsItBeforeAnythingIsWritten) {
          "--capability: unknown capability 'WCWP_SPEC_SVC'; there are: WCWP_SPEC_SVC_NUM, "},
         {"--capability WCWP_SPEC_SVC_NUM=many", 2,
          "--capability WCWP_SPEC_SVC_NUM 'many' is not a number from 0 to 4294967295"},
-        {"--replay none", 1, "cannot replay 'none': No such file or directory"},
-        {"--replay .", 1, "cannot replay '.': "},
-        {"--replay text", 1, "cannot replay 'text': unknown file format"},
-        {"--replay cut", 1, "cannot replay 'cut': truncated dump file"},
-        {"--replay wifi", 1, "cannot replay 'wifi': its frames are not Ethernet but 802.11"},
-        {"--listen no-such-interface", 1, "'no-such-interface'"},
+        {"--replay none", 2, "cannot read 'none': No such file or directory"},
+        {"--replay .", 2, "cannot read '.': "},
+        {"--replay text", 2, "cannot read 'text': unknown file format"},
+        {"--replay cut", 2, "cannot read 'cut': truncated dump file"},
+        {"--replay wifi", 2, "cannot read 'wifi': its frames are not Ethernet but 802.11"},
+        {"--listen no-such-interface", 2, "'no-such-interface'"},
         {"--control /no/such/directory/socket", 1, "/no/such/directory/socket"},
-        {"--exec none", 1, "cannot read commands from 'none': No such file or directory"},
-        {"--exec unknown", 1, "unknown:3: unknown command 'wapy 0'; there are: tunnel add, "},
-        {"--exec audit", 1,
+        {"--exec none", 2, "cannot read commands from 'none': No such file or directory"},
+        {"--exec unknown", 2, "unknown:3: unknown command 'wapy 0'; there are: tunnel add, "},
+        {"--exec audit", 2,
          "audit:1: unknown:3: unknown command 'wapy 0'; there are: tunnel add, "},
-        {"--module ./none.so", 1, "cannot load the module: ./none.so"},
+        {"--module ./none.so", 2, "cannot load the module: ./none.so"},
         {"--log none/log", 1, "--log: cannot write 'none/log': No such file or directory"},
         {"--out none/out", 1, "--out: cannot make directory 'none/out': No such file or directory"},
         {"--out text", 1, "--out: cannot make directory 'text': "},
@@ -83,7 +90,7 @@ TEST_F(KesEngineOptions, BadInputEndsItBeforeAnythingIsWritten) {
 TEST_F(KesEngineOptions, ALogIsLeftAloneByARunThatDoesNotBegin) {
     Write("old", "old\n");
     for (const char *log : {"old", "new"}) {
-        EXPECT_EQ(Run("--replay in --module ./none.so --log " + std::string(log)).status, 1);
+        EXPECT_EQ(Run("--replay in --module ./none.so --log " + std::string(log)).status, 2);
     }
     EXPECT_EQ(Read("old"), "old\n");
     EXPECT_FALSE(fs::exists(Path("new")));

@@ -141,8 +141,8 @@ TEST_F(KesEngineReport, AFullDiskIsTold) {
         Shell("ulimit -f 2; " KES_ENGINE " --report json --log /dev/null --out out --replay in");
     EXPECT_EQ(outcome.status, 1);
     EXPECT_EQ(outcome.err,
-              "kes_engine: cannot write out/returned.pcap: File too large\n"
-              "kes_engine: cannot write out/undelivered.pcap: File too large\n");
+              "kes_engine: cannot write 'out/returned.pcap': File too large\n"
+              "kes_engine: cannot write 'out/undelivered.pcap': File too large\n");
     EXPECT_EQ(json::parse(outcome.out)["received"], 200 * Traffic().size());
 
     EXPECT_EQ(Run("--log log --replay in >/dev/full").status, 1);

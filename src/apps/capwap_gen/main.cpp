@@ -4,14 +4,16 @@
 #include <fstream>
 #include <iostream>
 
+#include "capture/writer.h"
 #include "capwap/message_type.h"
-#include "capwap_gen/capture_writer.h"
 #include "capwap_gen/commands.h"
 #include "capwap_gen/traffic.h"
 
 namespace {
 
 using namespace capwap_gen;
+
+enum ExitStatus { kOk = 0, kFailed = 1, kUsage = 2 };
 
 struct Arguments {
     TrafficOptions traffic;
@@ -40,7 +42,10 @@ std::string Footer() {
            "Example: 200 access points on 8 instances, nothing damaged, and the commands that\n"
            "register them:\n"
            "  capwap_gen --out day.pcap --commands day.cmd --aps 200 --instances 8 \\\n"
-           "      --mix all,damaged=0\n";
+           "      --mix all,damaged=0\n"
+           "\n"
+           "Exit status: 0 all went well, 1 a file could not be written, 2 the command line makes\n"
+           "no sense.\n";
 }
 
 // Adds an option whose text has to be parsed, so that an error names the option and the text.
@@ -122,33 +127,48 @@ void Run(Arguments &arguments) {
             throw std::runtime_error("cannot write " + arguments.commands + ": " +
                                      std::strerror(errno));
     }
-    CaptureWriter writer(arguments.out, arguments.nanoseconds);
+    capture::Writer writer(arguments.out, arguments.nanoseconds ? capture::Times::kNanoseconds
+                                                                : capture::Times::kMicroseconds);
     Tally tally(arguments.traffic.instances);
     traffic.Generate([&](const Frame &frame) {
-        writer.Write(frame);
+        writer.Write({.bytes = frame.bytes,
+                      .timeNs = frame.timeNs,
+                      .wireLength = static_cast<uint32_t>(frame.bytes.size())});
         tally.Count(frame);
     });
     writer.Close();
-    PrintSummary(arguments.out == "-" ? std::cerr : std::cout, tally, traffic);
+    PrintSummary(arguments.out == capture::kStandardStream ? std::cerr : std::cout, tally, traffic);
 }
 
-}  // namespace
+ExitStatus Complain(const std::string &what, ExitStatus status) {
+    std::cerr << "capwap_gen: " << what << '\n';
+    return status;
+}
 
-int main(int argc, char **argv) {
+ExitStatus Main(int argc, char **argv) {
     CLI::App app("Writes captures of realistic CAPWAP traffic, the same for the same options.",
                  "capwap_gen");
     Arguments arguments;
     AddOptions(app, arguments);
     app.footer(Footer());
-    app.failure_message([](const CLI::App *, const CLI::Error &error) {
-        return "capwap_gen: " + std::string(error.what()) + "\n";
-    });
-    CLI11_PARSE(app, argc, argv);
+    app.set_version_flag("--version", "capwap_gen " CAPWAP_GEN_VERSION);
     try {
+        app.parse(argc, argv);
         Run(arguments);
+    } catch (const CLI::Success &answer) {
+        app.exit(answer);
+    } catch (const CLI::ParseError &error) {
+        return Complain(std::string(error.what()) + " (--help lists the options)", kUsage);
+    } catch (const std::invalid_argument &error) {
+        return Complain(error.what(), kUsage);
     } catch (const std::exception &error) {
-        std::cerr << "capwap_gen: " << error.what() << '\n';
-        return 1;
+        return Complain(error.what(), kFailed);
     }
-    return 0;
+    return kOk;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    return Main(argc, argv);
 }

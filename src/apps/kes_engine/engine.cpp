@@ -29,7 +29,7 @@ Engine::Engine(const Options &options, const OutputDirectory &out)
     result_.workers = options.workers;
     result_.served = options.Serves();
     if (const std::string wrong = module_.Load(options.module); !wrong.empty()) {
-        throw Failure("cannot load the module: " + wrong);
+        throw UsageError("cannot load the module: " + wrong);
     }
     forwarding_.emplace(module_, options.workers, out);
 }
@@ -71,7 +71,7 @@ void Engine::Measure(Run run) {
     const Clock::time_point start = Clock::now();
     try {
         run();
-    } catch (const Failure &failure) {
+    } catch (const std::runtime_error &failure) {
         Note({failure.what()});
     }
     result_.fates = forwarding_->WaitUntilIdle();
@@ -88,21 +88,21 @@ void Engine::CompareCounters() {
     }
 }
 
-void Engine::Replay(CaptureReader &capture) {
+void Engine::Replay(capture::Reader &capture) {
     Measure([&] {
         Progress progress;
         ReplayOnce(capture, progress);
         for (uint32_t round = 2; !Interrupted() && (options_.loops == 0 || round <= options_.loops);
              ++round) {
-            CaptureReader again(options_.capture);
+            capture::Reader again(options_.capture);
             ReplayOnce(again, progress);
         }
     });
 }
 
-void Engine::ReplayOnce(CaptureReader &capture, Progress &progress) {
+void Engine::ReplayOnce(capture::Reader &capture, Progress &progress) {
     while (!Interrupted()) {
-        const std::optional<Frame> frame = capture.Next();
+        const std::optional<capture::Frame> frame = capture.Next();
         if (!frame) {
             return;
         }
@@ -117,22 +117,22 @@ void Engine::ReplayOnce(CaptureReader &capture, Progress &progress) {
     }
 }
 
-void Engine::Explain(CaptureReader &capture) {
+void Engine::Explain(capture::Reader &capture) {
     try {
         const Explainer explainer(module_);
         while (!Interrupted()) {
-            const std::optional<Frame> frame = capture.Next();
+            const std::optional<capture::Frame> frame = capture.Next();
             if (!frame) {
                 return;
             }
             Print(*frame, explainer.Explain(frame->bytes, ArrivalOf(*frame), 0));
         }
-    } catch (const Failure &failure) {
+    } catch (const std::runtime_error &failure) {
         Note({failure.what()});
     }
 }
 
-void Engine::Print(const Frame &frame, const Explanation &explanation) const {
+void Engine::Print(const capture::Frame &frame, const Explanation &explanation) const {
     if (options_.jsonReport) {
         nlohmann::ordered_json object = {{"frame", frame.number}};
         object.update(explanation.ToJson());
@@ -142,7 +142,7 @@ void Engine::Print(const Frame &frame, const Explanation &explanation) const {
     }
 }
 
-standin::Arrival Engine::ArrivalOf(const Frame &frame) const {
+standin::Arrival Engine::ArrivalOf(const capture::Frame &frame) const {
     return {.timeNs = frame.timeNs,
             .wireLength = frame.wireLength,
             .number = frame.number,
@@ -155,7 +155,7 @@ void Engine::Listen(LiveReader &interface) {
     uint64_t tooLong = 0;
     Measure([&] {
         while (!Interrupted()) {
-            const std::optional<Frame> frame = interface.Next();
+            const std::optional<capture::Frame> frame = interface.Next();
             if (frame && frame->bytes.size() > standin::MbufPool::kMaxFrame) {
                 ++tooLong;  // joined by the network card, say
             } else if (frame) {
@@ -194,7 +194,7 @@ void Engine::ExecuteAfter(const std::vector<control::Command> &commands) {
     }
 }
 
-void Engine::Receive(const Frame &frame) {
+void Engine::Receive(const capture::Frame &frame) {
     HostMbuf *packet = pool_.Receive(frame.bytes, ArrivalOf(frame));
     if (packet == nullptr) {
         throw Failure("'" + options_.Source() + "': frame " + std::to_string(frame.number) +

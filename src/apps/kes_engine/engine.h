@@ -6,7 +6,7 @@
 #include <optional>
 #include <vector>
 
-#include "capture_reader.h"
+#include "capture/reader.h"
 #include "control/command.h"
 #include "forwarding.h"
 #include "live_reader.h"
@@ -37,7 +37,7 @@ struct State {
 
 class Engine {
   public:
-    // Loads the module, and lets the forwarding threads enter it. Throws Failure.
+    // Loads the module, and lets the forwarding threads enter it. Throws UsageError.
     Engine(const Options &options, const OutputDirectory &out);
     // Stops in order.
     ~Engine();
@@ -55,11 +55,11 @@ class Engine {
     // Passes all frames down their paths, as often and as fast as the options say, and waits for
     // the last one's fate. Where the capture breaks off, or a frame is too long for a buffer, the
     // replay ends and says so in the result; it ends in order when it is interrupted.
-    void Replay(CaptureReader &capture);
+    void Replay(capture::Reader &capture);
 
     // Says of each frame of the capture what the module would do with it, on standard output, as
     // text or as a JSON object a line. What breaks it off is told in the result.
-    void Explain(CaptureReader &capture);
+    void Explain(capture::Reader &capture);
 
     // Receives frames from an interface until it is interrupted. An interface that goes away is
     // told in the result.
@@ -83,10 +83,10 @@ class Engine {
     // Keeps the time and the module's counters of what runs.
     template <class Run>
     void Measure(Run run);
-    void ReplayOnce(CaptureReader &capture, Progress &progress);
-    void Receive(const Frame &frame);
-    void Print(const Frame &frame, const Explanation &explanation) const;
-    standin::Arrival ArrivalOf(const Frame &frame) const;
+    void ReplayOnce(capture::Reader &capture, Progress &progress);
+    void Receive(const capture::Frame &frame);
+    void Print(const capture::Frame &frame, const Explanation &explanation) const;
+    standin::Arrival ArrivalOf(const capture::Frame &frame) const;
     std::optional<PacketCounters> ReadCounters();
     void CompareCounters();
     void Stop();

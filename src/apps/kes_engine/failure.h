@@ -10,7 +10,7 @@ class Failure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// A command line that makes no sense.
+// A command line that makes no sense, or that names something that cannot be used.
 class UsageError : public Failure {
   public:
     using Failure::Failure;

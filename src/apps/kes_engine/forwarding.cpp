@@ -144,9 +144,9 @@ void ForwardingThread::Forward(HostMbuf *packet) {
 
 ForwardingThreads::ForwardingThreads(const standin::Module &module, uint32_t count,
                                      const OutputDirectory &out)
-    : path_{module, CaptureWriter(out.PathOf(kReturnedCapture)),
-            CaptureWriter(out.PathOf(kUndeliveredCapture)),
-            CaptureWriter(out.PathOf(kTransmittedCapture))} {
+    : path_{module, PacketCapture(out.PathOf(kReturnedCapture)),
+            PacketCapture(out.PathOf(kUndeliveredCapture)),
+            PacketCapture(out.PathOf(kTransmittedCapture))} {
     for (uint32_t i = 0; i < count; ++i) {
         threads_.push_back(std::make_unique<ForwardingThread>(path_));
     }

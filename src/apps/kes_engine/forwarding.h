@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "capture_writer.h"
 #include "output_directory.h"
+#include "packet_capture.h"
 #include "packet_class.h"
 #include "standin/module_loader.h"
 
@@ -31,9 +31,9 @@ struct Fates {
 // What forwarding threads share.
 struct ForwardingPath {
     const standin::Module &module;
-    CaptureWriter returned;
-    CaptureWriter undelivered;
-    CaptureWriter transmitted;
+    PacketCapture returned;
+    PacketCapture undelivered;
+    PacketCapture transmitted;
 };
 
 // One thread with its queue. It is an lcore of the module from its construction until Stop().

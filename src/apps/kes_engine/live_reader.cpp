@@ -29,7 +29,7 @@ LiveReader::LiveReader(const std::string &interface) : interface_(interface) {
     char reason[PCAP_ERRBUF_SIZE] = "";
     capture_ = pcap_create(interface.c_str(), reason);
     if (capture_ == nullptr) {
-        throw Failure(what + reason);
+        throw UsageError(what + reason);
     }
     pcap_set_snaplen(capture_, kSnapLength);
     pcap_set_promisc(capture_, 1);
@@ -48,7 +48,7 @@ LiveReader::LiveReader(const std::string &interface) : interface_(interface) {
     }
     if (!wrong.empty()) {
         pcap_close(capture_);
-        throw Failure(what + wrong);
+        throw UsageError(what + wrong);
     }
 }
 
@@ -56,7 +56,7 @@ LiveReader::~LiveReader() {
     pcap_close(capture_);
 }
 
-std::optional<Frame> LiveReader::Next() {
+std::optional<capture::Frame> LiveReader::Next() {
     pcap_pkthdr *header = nullptr;
     const u_char *bytes = nullptr;
     const int outcome = pcap_next_ex(capture_, &header, &bytes);
@@ -67,11 +67,11 @@ std::optional<Frame> LiveReader::Next() {
         throw Failure("'" + interface_ + "' gives no more frames: " + pcap_geterr(capture_));
     }
     const bool nanoseconds = pcap_get_tstamp_precision(capture_) == PCAP_TSTAMP_PRECISION_NANO;
-    return Frame{.bytes = {bytes, header->caplen},
-                 .timeNs = header->ts.tv_sec * std::nano::den +
-                           header->ts.tv_usec * (nanoseconds ? 1 : 1000),
-                 .wireLength = header->len,
-                 .number = ++frames_};
+    return capture::Frame{.bytes = {bytes, header->caplen},
+                          .timeNs = header->ts.tv_sec * std::nano::den +
+                                    header->ts.tv_usec * (nanoseconds ? 1 : 1000),
+                          .wireLength = header->len,
+                          .number = ++frames_};
 }
 
 void LiveReader::Wait(std::chrono::milliseconds time) {

@@ -6,13 +6,15 @@
 #include <optional>
 #include <string>
 
-#include "capture_reader.h"
+#include "capture/frame.h"
+
+struct pcap;
 
 namespace kes_engine {
 
 class LiveReader {
   public:
-    // Opens an Ethernet interface, in promiscuous mode. Throws Failure, which names it.
+    // Opens an Ethernet interface, in promiscuous mode. Throws UsageError, which names it.
     explicit LiveReader(const std::string &interface);
     ~LiveReader();
     LiveReader(const LiveReader &) = delete;
@@ -20,7 +22,7 @@ class LiveReader {
 
     // The next frame, whose bytes stay until the next call; nothing when none has come. Throws
     // Failure when the interface is gone.
-    std::optional<Frame> Next();
+    std::optional<capture::Frame> Next();
     // Waits until a frame comes, or for a time.
     void Wait(std::chrono::milliseconds time);
 

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "capture_reader.h"
+#include "capture/reader.h"
 #include "control/command.h"
 #include "control_service.h"
 #include "engine.h"
@@ -89,7 +89,7 @@ ExitStatus Publish(const Result &result, const Options &options) {
 ExitStatus Run(const Options &options) {
     const std::vector<control::Command> commands = ReadCommands(options.commandFiles);
     const std::vector<control::Command> later = ReadCommands(options.laterCommandFiles);
-    std::optional<CaptureReader> capture;
+    std::optional<capture::Reader> capture;
     if (!options.capture.empty()) {
         capture.emplace(options.capture);
     }
@@ -133,16 +133,20 @@ ExitStatus Run(const Options &options) {
     return Publish(result, options);
 }
 
+// Whether it is the command line that is wrong, or what it names to be read.
+bool IsUsage(const std::exception &error) {
+    return dynamic_cast<const UsageError *>(&error) != nullptr ||
+           dynamic_cast<const control::InputError *>(&error) != nullptr ||
+           dynamic_cast<const capture::Error *>(&error) != nullptr;
+}
+
 int Main(int argc, char **argv) {
     try {
         const std::optional<Options> options = ParseOptions(argc, argv);
         return options ? Run(*options) : kOk;
-    } catch (const UsageError &error) {
-        Complain(error.what());
-        return kUsage;
     } catch (const std::exception &error) {
         Complain(error.what());
-        return kFailed;
+        return IsUsage(error) ? kUsage : kFailed;
     }
 }
 

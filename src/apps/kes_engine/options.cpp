@@ -33,7 +33,8 @@ for dropped messages. What came of the commands, and errors, go to standard erro
 too, if a packet is lost or if the counters contradict what was seen. With several workers the latter
 is reported as a note, since the module counts without locks.
 SIGINT and SIGTERM stop a run in order, with the report; a second one ends it at once.
-Exit status: 0 all went well, 1 something did not, 2 the command line makes no sense.
+Exit status: 0 all went well, 1 something did not, 2 the command line makes no sense, or what it
+names to be read (a capture, commands, the module, an interface) cannot be.
 
 Frames from an address given with --local go down the transmit path, and are kept as such. With
 --cause-id, SOURCE is an IPv4 or IPv6 address, for UDP packets from it, or a MAC address, for all

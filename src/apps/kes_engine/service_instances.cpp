@@ -5,10 +5,10 @@
 #include <system_error>
 #include <thread>
 
-#include "capture_writer.h"
 #include "capwap/describe.h"
 #include "failure.h"
 #include "kes/thread.h"
+#include "packet_capture.h"
 #include "standin/channels.h"
 #include "standin/mbuf_pool.h"
 
@@ -56,7 +56,7 @@ class Receiver {
 
     const PacketType &type_;
     const std::string threadName_;
-    CaptureWriter capture_;
+    PacketCapture capture_;
     InstanceReport::Received received_;
     std::atomic<uint64_t> count_{0};  // of these packets, for other threads
     uint32_t channel_;

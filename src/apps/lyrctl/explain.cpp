@@ -2,17 +2,16 @@
 #include <iostream>
 #include <memory>
 
+#include "capture/reader.h"
 #include "control/input_error.h"
 #include "control/json_line.h"
 #include "control/values.h"
-#include "kes_engine/capture_reader.h"
 #include "own_commands.h"
 
 namespace lyrctl {
 namespace {
 
-using kes_engine::CaptureReader;
-using kes_engine::Frame;
+using capture::Frame;
 
 uint32_t NumberOrZero(const control::Arguments &arguments, std::string_view option,
                       uint32_t max = UINT32_MAX) {
@@ -49,10 +48,10 @@ void PrintObject(const Frame &frame, const ordered_json &answer) {
     std::cout << control::JsonLine(object) << '\n';
 }
 
-std::unique_ptr<CaptureReader> Open(const std::string &path) {
+std::unique_ptr<capture::Reader> Open(const std::string &path) {
     try {
-        return std::make_unique<CaptureReader>(path);
-    } catch (const std::exception &error) {
+        return std::make_unique<capture::Reader>(path);
+    } catch (const capture::Error &error) {
         throw control::InputError("--capture: " + std::string(error.what()));
     }
 }
@@ -70,22 +69,22 @@ ExitStatus ExplainCapture(Client &client, const control::Arguments &arguments) {
     if (wanted == 0 && arguments.Find("--frame") != nullptr) {
         throw control::InputError("--frame '0': frames are counted from 1");
     }
-    const std::unique_ptr<CaptureReader> capture = Open(path);
-    uint64_t frames = 0;
-    while (const std::optional<Frame> frame = capture->Next()) {
-        frames = frame->number;
-        if (wanted != 0 && frames != wanted) {
+    const std::unique_ptr<capture::Reader> frames = Open(path);
+    uint64_t last = 0;
+    while (const std::optional<Frame> frame = frames->Next()) {
+        last = frame->number;
+        if (wanted != 0 && last != wanted) {
             continue;
         }
         const ordered_json answer = client.Engine().Explain(arrival, frame->bytes);
         client.Json() ? PrintObject(*frame, answer) : PrintSteps(*frame, answer);
-        if (frames == wanted || !std::cout.flush()) {
+        if (last == wanted || !std::cout.flush()) {
             return kOk;
         }
     }
     if (wanted != 0) {
         throw control::InputError("--frame '" + std::to_string(wanted) + "': '" + path + "' has " +
-                                  std::to_string(frames) + " frames");
+                                  std::to_string(last) + " frames");
     }
     return kOk;
 }

@@ -20,8 +20,8 @@ constexpr const char *kNotes = R"(Examples:
 With --json a command answers with a line that holds one object: "command" as given, "ok", "meaning"
 in words, and "reply", what there is to tell; the commands that stream have an object a line of their
 own. lyrctl(1) lists all keys.
-Exit status: 0 done, 1 the module or the engine refused or failed, 2 the command line makes no sense,
-3 there is no engine at the socket, or it went away.
+Exit status: 0 done, 1 the module or the engine refused or failed, 2 the command line makes no sense
+or a file that it names cannot be read, 3 there is no engine at the socket, or it went away.
 
 Commands; 'lyrctl COMMAND --help' tells more of one, or of all that begin with these words:
 )";
