@@ -147,9 +147,11 @@ inline CannedEngine::Reply State(uint64_t taken) {
                           {{"instance", 5}, {"cwp", 0}, {"wapi", 0}}}},
                         {"workers", 2},
                         {"capture", "site.pcap"},
-                        {"memory",
-                         {{{"tag", "LyrKes_DistAddIPv4Tunnel"}, {"blocks", 300}, {"bytes", 9}},
-                          {{"tag", "a\"b\\c"}, {"blocks", 1}, {"bytes", 2}}}}};
+                        {"tables",
+                         {{{"table", "IPv4"}, {"entries", 300}, {"buckets", 600}},
+                          {{"table", "IPv6"}, {"entries", 0}, {"buckets", 600}},
+                          {{"table", "session"}, {"entries", 0}, {"buckets", 600}}}},
+                        {"memory", {{{"tag", "a\"b\\c"}, {"blocks", 1}, {"bytes", 2}}}}};
     return {.payload = BytesOfText(state.dump())};
 }
 
@@ -197,9 +199,6 @@ class Lyrctl : public testing::Test, protected Directory {
             {MUND_OBJECT_CHANNELS " 1", BytesOf(Ids{MUND_NO_CHANNEL, MUND_NO_CHANNEL})},
             {MUND_OBJECT_THREADS " 0", BytesOf(Threads{0x7F0012345678, 0})},
             {MUND_OBJECT_THREADS " 1", BytesOf(Threads{})},
-            {MUND_OBJECT_IPV4_BUCKETS, BytesOf(uint32_t{600})},
-            {MUND_OBJECT_IPV6_BUCKETS, BytesOf(uint32_t{600})},
-            {MUND_OBJECT_KA_BUCKETS, BytesOf(uint32_t{600})},
             {MUND_OBJECT_WAPI_FRAMES, BytesOf(uint32_t{600})},
             {MUND_OBJECT_WAPI_FAILED, BytesOf(uint32_t{600})},
             {MUND_OBJECT_HANDED_OVER, BytesOf(Ids{11, 12})},

@@ -23,7 +23,8 @@ class Serving : public testing::Test, protected Directory {
         Write("commands",
               "source add 1 192.168.10.9 --if 7\n"
               "tunnel add 192.168.10.10 12380 192.168.10.9 5246 --node 3\n"
-              "tunnel default --node 0\n");
+              "tunnel default --node 0\n"
+              "session add f6e7ecdab5b1461aa50b58d6d3f83e8d --node 3\n");
     }
     // How every engine of these tests is started.
     std::string Command(const std::string &arguments) const {
@@ -69,6 +70,11 @@ TEST_F(Serving, ClientsMeetARunningReplay) {
     EXPECT_TRUE(Becomes([&] { return client->State()["taken"] > 345; }));
     EXPECT_EQ(Run(*client, "tunnel count --port 5246").reply["count"], 2);
     EXPECT_EQ(client->Object("g_lyrHostsvcNum"), (control::Bytes{27, 0, 0, 0}));
+    EXPECT_EQ(client->Object("g_kes2lyrHostChnMap", 0).size(), 28 * sizeof(uint32_t));
+    EXPECT_EQ(client->State()["tables"].dump(),
+              R"([{"table":"IPv4","entries":2,"buckets":23397},)"
+              R"({"table":"IPv6","entries":0,"buckets":23397},)"
+              R"({"table":"session","entries":1,"buckets":11699}])");
     EXPECT_THROW(client->Object("no_such_object"), control::Refused);
 
     // What the access point sends goes elsewhere from one moment to the next.

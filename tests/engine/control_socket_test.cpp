@@ -586,21 +586,18 @@ TEST_F(ControlSocket, ClosingWaitsForRequestsAndEndsConnections) {
               "the engine at " + path_ + " has closed the connection");
 }
 
-TEST_F(ControlSocket, ReadsExportedObjects) {
+TEST(LiveObjects, AreReadByName) {
     standin::Module module;
     ASSERT_EQ(module.Load(SAMPLE_MODULE), "");
     ASSERT_EQ(module.Start(), "");
-    Serve({{MUND_WIRE_OBJECT, mund::ObjectHandler(module)}});
-    control::Connection connection(path_);
-
-    Bytes trace = connection.Object("g_sampleCalls");
+    Bytes trace = standin::ReadObject(module, "g_sampleCalls").bytes;
     ASSERT_EQ(trace.size(), 32u);
     EXPECT_STREQ(reinterpret_cast<char *>(trace.data()), "ci");
     *static_cast<uint32_t *>(module.Symbol("g_lyrHostsvcNum")) = 0x42424242;
-    EXPECT_EQ(connection.Object("g_lyrHostsvcNum"), Bytes(4, 0x42));
+    EXPECT_EQ(standin::ReadObject(module, "g_lyrHostsvcNum").bytes, Bytes(4, 0x42));
     auto *slots = static_cast<void **>(module.Symbol("g_sampleMemory"));
     std::memset(slots[0], 0x42, 48);
-    EXPECT_EQ(connection.Object("g_sampleMemory", 0), Bytes(48, 0x42));
+    EXPECT_EQ(standin::ReadObject(module, "g_sampleMemory", 0).bytes, Bytes(48, 0x42));
 
     void *foreign = TovMemAllocInner(module.Id() + 1, 0, 8, 0, "foreign", 1);
     struct {
@@ -623,17 +620,14 @@ TEST_F(ControlSocket, ReadsExportedObjects) {
     };
     for (const auto &[name, slot, pointer, error] : cases) {
         slots[1] = pointer;
-        const std::string text = ErrorOf([&] { connection.Object(name, slot); });
+        const std::string text = standin::ReadObject(module, name, slot).error;
         EXPECT_NE(text.find(error), std::string::npos) << text;
     }
     TovMemFreeInner(foreign);
-    EXPECT_EQ(RawClient(path_).StatusOf(Frame(MUND_WIRE_OBJECT, Bytes(64, 'n'))),
-              MUND_WIRE_REFUSED);
-    server_.reset();
     EXPECT_TRUE(module.Unload().empty());
 }
 
-TEST(LiveObjects, BlocksAreCopiedWhileTheModuleReplacesThem) {
+TEST(LiveObjects, AreCopiedWhileTheModuleReplacesThem) {
     standin::Module module;
     ASSERT_EQ(module.Load(SAMPLE_MODULE), "");
     auto *slot = static_cast<uint8_t **>(module.Symbol("g_sampleMemory"));

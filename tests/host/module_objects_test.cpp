@@ -9,6 +9,8 @@
 #include "dfx/message_type_stat.h"
 #include "dfx/ping_stat.h"
 #include "dfx/probe_trace.h"
+#include "lb/dist_table.h"
+#include "mund/module_tables.h"
 #include "packet/cwp_source.h"
 
 namespace {
@@ -46,5 +48,16 @@ SAME_FIELDS(CwpTraceRcd, MundProbeRecord, peer, mac, name);
 SAME_FIELDS(CwpTraceRcd, MundProbeRecord, hookKind, date, time);
 SAME_FIELD(CwpTraceRcd, MundProbeRecord, seconds);
 SAME_FIELDS(LyrKesCwpTrace, MundProbeRing, records, tail, count);
+SAME_FIELD(LyrKesDistBucket, MundTableLink, next);
+SAME_FIELDS(LyrKesDistIpv4Key, MundIpv4TunnelKey, srcIp, dstIp, srcPort);
+SAME_FIELDS(LyrKesDistIpv4Key, MundIpv4TunnelKey, srcIp, dstPort, vpnId);
+SAME_FIELDS(LyrKesDistIpv6Key, MundIpv6TunnelKey, srcIpv6, dstIpv6, srcPort);
+SAME_FIELDS(LyrKesDistIpv6Key, MundIpv6TunnelKey, srcIpv6, dstPort, vpnId);
+SAME_FIELD(LyrKesDistKaKey, MundSessionKey, sessionId);
+// The module's entries derive from their links; compilers place them as they do a first member.
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+SAME_FIELDS(LyrKesDistIpv4Entry, MundIpv4TunnelEntry, key, nodeId, reconMark);
+SAME_FIELDS(LyrKesDistIpv6Entry, MundIpv6TunnelEntry, key, nodeId, reconMark);
+SAME_FIELDS(LyrKesDistKaEntry, MundSessionEntry, key, nodeId, reconMark);
 
 }  // namespace

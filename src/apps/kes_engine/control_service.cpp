@@ -2,14 +2,19 @@
 
 #include <cstring>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "control/json_line.h"
 #include "engine.h"
 #include "explanation.h"
 #include "failure.h"
 #include "line_log.h"
+#include "module_view.h"
+#include "standin/exported_objects.h"
 
 namespace kes_engine {
 namespace {
@@ -37,7 +42,21 @@ Json MemoryToJson(const std::vector<standin::MemoryOfPlace> &memory) {
     return list;
 }
 
-Json StateToJson(const State &state) {
+template <class Key>
+Json TableToJson(const char *name, const ModuleView &module, const Table<Key> &table) {
+    const TableFill fill = module.FillOf(table);
+    return {{"table", name}, {"entries", fill.entries}, {"buckets", fill.buckets}};
+}
+
+// None of a module that cannot be asked.
+Json TablesToJson(const ModuleView *module) {
+    return module == nullptr ? Json::array()
+                             : Json::array({TableToJson("IPv4", *module, module->ipv4Tunnels),
+                                            TableToJson("IPv6", *module, module->ipv6Tunnels),
+                                            TableToJson("session", *module, module->sessions)});
+}
+
+Json StateToJson(const State &state, const ModuleView *module) {
     Json instances = Json::array();
     for (const InstanceCount &count : state.instances) {
         instances.push_back(
@@ -51,7 +70,18 @@ Json StateToJson(const State &state) {
             {"instances", std::move(instances)},
             {"workers", state.workers},
             {"capture", state.capture},
+            {"tables", TablesToJson(module)},
             {"memory", MemoryToJson(state.memory)}};
+}
+
+mund::WireReply Object(const standin::Module &module, std::span<const uint8_t> bytes) {
+    MundWireObjectReq request;
+    std::memcpy(&request, bytes.data(), sizeof request);
+    standin::ObjectBytes object = standin::ReadObject(
+        module, std::string(request.name, strnlen(request.name, sizeof request.name)),
+        request.slot == MUND_WIRE_NO_SLOT ? std::nullopt : std::optional(request.slot));
+    return object.error.empty() ? mund::WireReply{MUND_WIRE_OK, std::move(object.bytes)}
+                                : mund::Refusal(object.error);
 }
 
 // The request is at least as long as its fixed part.
@@ -70,12 +100,10 @@ mund::WireReply Explain(const Explainer &explainer, std::span<const uint8_t> req
 }
 
 std::map<uint16_t, mund::WireHandler> HandlersOf(const Engine &engine) {
-    std::map<uint16_t, mund::WireHandler> handlers = {
-        {MUND_WIRE_STATE,
-         [&engine](std::span<const uint8_t>) { return TextReply(StateToJson(engine.StateNow())); }},
-        {MUND_WIRE_OBJECT, mund::ObjectHandler(engine.Module())},
-    };
+    std::map<uint16_t, mund::WireHandler> handlers;
+    std::shared_ptr<const ModuleView> view;
     try {
+        view = std::make_shared<const ModuleView>(engine.Module());
         const auto explainer = std::make_shared<const Explainer>(engine.Module());
         handlers[MUND_WIRE_EXPLAIN] = [explainer](std::span<const uint8_t> request) {
             return Explain(*explainer, request);
@@ -85,6 +113,12 @@ std::map<uint16_t, mund::WireHandler> HandlersOf(const Engine &engine) {
         handlers[MUND_WIRE_EXPLAIN] = [why = std::string(failure.what())](
                                           std::span<const uint8_t>) { return mund::Refusal(why); };
     }
+    handlers[MUND_WIRE_STATE] = [&engine, view](std::span<const uint8_t>) {
+        return TextReply(StateToJson(engine.StateNow(), view.get()));
+    };
+    handlers[MUND_WIRE_OBJECT] = [&engine](std::span<const uint8_t> request) {
+        return Object(engine.Module(), request);
+    };
     return handlers;
 }
 

@@ -41,16 +41,16 @@ bool IsFromOrTo(const HostMbuf *packet, uint16_t port) {
     return meta.srcPort == port || meta.dstPort == port;
 }
 
-Ipv4TunnelKey Ipv4KeyOf(const HostMbuf *packet) {
+MundIpv4TunnelKey Ipv4KeyOf(const HostMbuf *packet) {
     const standin::HostMbufMeta &meta = standin::MetaOf(packet);
     return {meta.srcIp, meta.dstIp, meta.srcPort, meta.dstPort, meta.vrf & 0xFFFF};
 }
 
-Ipv6TunnelKey Ipv6KeyOf(const HostMbuf *packet) {
+MundIpv6TunnelKey Ipv6KeyOf(const HostMbuf *packet) {
     const standin::HostMbufMeta &meta = standin::MetaOf(packet);
-    Ipv6TunnelKey key = {{}, {}, meta.srcPort, meta.dstPort, meta.vrf & 0xFFFF};
-    std::memcpy(key.src, meta.srcIp6, sizeof key.src);
-    std::memcpy(key.dst, meta.dstIp6, sizeof key.dst);
+    MundIpv6TunnelKey key = {{}, {}, meta.srcPort, meta.dstPort, meta.vrf & 0xFFFF};
+    std::memcpy(key.srcIpv6, meta.srcIp6, sizeof key.srcIpv6);
+    std::memcpy(key.dstIpv6, meta.dstIp6, sizeof key.dstIpv6);
     return key;
 }
 
@@ -60,7 +60,7 @@ Key DefaultKey() {
     Key key;
     std::memset(&key, 0xFF, sizeof key);
     key.dstPort = capwap::kControlPort;
-    key.vpn = 0xFFFF;
+    key.vpnId = 0xFFFF;
     return key;
 }
 
@@ -295,8 +295,8 @@ void DryRun::ExplainSession() {
     if (!ExplainSource()) {
         return Refuse(kDistNoSource);
     }
-    SessionKey key = {};
-    if (module_.LyrKes_GetKaSessionid(packet_, key.id) != kOk) {
+    MundSessionKey key = {};
+    if (module_.LyrKes_GetKaSessionid(packet_, key.sessionId) != kOk) {
         Say("key",
             "no session id: the CAPWAP header is not followed by a length of 22 and one whole "
             "Session ID element");

@@ -75,19 +75,19 @@ std::string SourcesText(const Sources &sources) {
     return text.empty() ? "no source is declared" : text;
 }
 
-std::string KeyText(const Ipv4TunnelKey &key) {
-    return TunnelText(control::AddressText(key.src), key.srcPort, control::AddressText(key.dst),
-                      key.dstPort, key.vpn);
+std::string KeyText(const MundIpv4TunnelKey &key) {
+    return TunnelText(control::AddressText(key.srcIp), key.srcPort, control::AddressText(key.dstIp),
+                      key.dstPort, key.vpnId);
 }
 
-std::string KeyText(const Ipv6TunnelKey &key) {
-    return TunnelText("[" + control::AddressText(key.src) + "]", key.srcPort,
-                      "[" + control::AddressText(key.dst) + "]", key.dstPort, key.vpn);
+std::string KeyText(const MundIpv6TunnelKey &key) {
+    return TunnelText("[" + control::AddressText(key.srcIpv6) + "]", key.srcPort,
+                      "[" + control::AddressText(key.dstIpv6) + "]", key.dstPort, key.vpnId);
 }
 
-std::string KeyText(const SessionKey &key) {
+std::string KeyText(const MundSessionKey &key) {
     std::string text = "session ";
-    for (const uint32_t word : key.id) {
+    for (const uint32_t word : key.sessionId) {
         text += HexText(word, 8);
     }
     return text;

@@ -23,9 +23,9 @@ std::string SourceText(size_t position, const MundSourceRecord &source);
 // The sources that are in use.
 std::string SourcesText(const Sources &sources);
 
-std::string KeyText(const Ipv4TunnelKey &key);
-std::string KeyText(const Ipv6TunnelKey &key);
-std::string KeyText(const SessionKey &key);
+std::string KeyText(const MundIpv4TunnelKey &key);
+std::string KeyText(const MundIpv6TunnelKey &key);
+std::string KeyText(const MundSessionKey &key);
 
 // As in "bucket 3 of 23397".
 std::string BucketText(const Chain &chain);

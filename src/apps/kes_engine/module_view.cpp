@@ -1,5 +1,6 @@
 #include "module_view.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <string>
@@ -24,7 +25,7 @@ Table<Key> BindTable(const standin::Module &module, const std::string &family) {
     const std::string object = "g_LyrKes_Dist" + family;
     const std::string operation = "LyrKes_Dist" + family;
     return {
-        .buckets = Bind<TableLink *>(module, object + "Tbl"),
+        .buckets = Bind<MundTableLink *>(module, object + "Tbl"),
         .bucketCount = Bind<uint32_t>(module, object + "Cap"),
         .locker = Bind<uint32_t>(module, object + "RwLocker"),
         .bucketOf = Bind<uint32_t(const void *, uint32_t)>(module, operation + "_GetHashIndex"),
@@ -66,20 +67,47 @@ Sources CopyOf(const MundSourceRecord *records) {
     return copy;
 }
 
+// Buckets that are walked before writers get their turn.
+constexpr uint32_t kStretch = 4096;
+
 template <class Key>
-void Walk(const Table<Key> &table, const TableLink *bucket, const Key &key, Chain &chain) {
-    for (const TableLink *link = bucket->next; link != bucket; link = link->next) {
+struct EntryOf;
+template <>
+struct EntryOf<MundIpv4TunnelKey> {
+    using Type = MundIpv4TunnelEntry;
+};
+template <>
+struct EntryOf<MundIpv6TunnelKey> {
+    using Type = MundIpv6TunnelEntry;
+};
+template <>
+struct EntryOf<MundSessionKey> {
+    using Type = MundSessionEntry;
+};
+
+template <class Key>
+void Walk(const Table<Key> &table, const MundTableLink *bucket, const Key &key, Chain &chain) {
+    for (const MundTableLink *link = bucket->next; link != bucket; link = link->next) {
         if (link == nullptr) {
             chain.broken = true;
             return;
         }
         ++chain.entries;
-        const auto *entry = static_cast<const TableEntry<Key> *>(link);
+        const auto *entry = reinterpret_cast<const typename EntryOf<Key>::Type *>(link);
         if (chain.position == 0 && table.compare(&entry->key, &key) == 0) {
             chain.position = chain.entries;
-            chain.instance = entry->instance;
+            chain.instance = entry->nodeId;
         }
     }
+}
+
+uint64_t LengthOf(const MundTableLink &bucket) {
+    uint64_t length = 0;
+    for (const MundTableLink *link = bucket.next; link != nullptr && link != &bucket;
+         link = link->next) {
+        ++length;
+    }
+    return length;
 }
 
 }  // namespace
@@ -89,9 +117,9 @@ ModuleView::ModuleView(const standin::Module &module)
 #define KES_ENGINE_BIND(name, type) name(Bind<type>(module, #name)),
       KES_ENGINE_DRY_RUN_OPERATIONS(KES_ENGINE_BIND)
 #undef KES_ENGINE_BIND
-          ipv4Tunnels(BindTable<Ipv4TunnelKey>(module, "Ipv4")),
-      ipv6Tunnels(BindTable<Ipv6TunnelKey>(module, "Ipv6")),
-      sessions(BindTable<SessionKey>(module, "Ka")),
+          ipv4Tunnels(BindTable<MundIpv4TunnelKey>(module, "Ipv4")),
+      ipv6Tunnels(BindTable<MundIpv6TunnelKey>(module, "Ipv6")),
+      sessions(BindTable<MundSessionKey>(module, "Ka")),
       sources_(Bind<MundSourceRecord>(module, MUND_OBJECT_SOURCES)),
       lastInstance_(Bind<uint32_t>(module, MUND_OBJECT_LAST_INSTANCE)) {
 }
@@ -129,15 +157,36 @@ Chain ModuleView::LookAt(const Table<Key> &table, const Key &key) const {
     }
     const ReadLock lock(*this, table.locker);
     // A table can go at any time before its locker is held.
-    if (const TableLink *buckets = Load(*table.buckets)) {
+    if (const MundTableLink *buckets = Load(*table.buckets)) {
         chain.exists = true;
         Walk(table, &buckets[chain.bucket], key, chain);
     }
     return chain;
 }
 
-template Chain ModuleView::LookAt(const Table<Ipv4TunnelKey> &, const Ipv4TunnelKey &) const;
-template Chain ModuleView::LookAt(const Table<Ipv6TunnelKey> &, const Ipv6TunnelKey &) const;
-template Chain ModuleView::LookAt(const Table<SessionKey> &, const SessionKey &) const;
+template <class Key>
+TableFill ModuleView::FillOf(const Table<Key> &table) const {
+    TableFill fill = {.entries = 0, .buckets = Load(*table.bucketCount)};
+    for (uint32_t bucket = 0; bucket < fill.buckets && Load(*table.buckets) != nullptr;) {
+        const ReadLock lock(*this, table.locker);
+        const MundTableLink *buckets = Load(*table.buckets);
+        fill.buckets = Load(*table.bucketCount);
+        const uint32_t end = std::min(bucket + kStretch, fill.buckets);
+        for (; buckets != nullptr && bucket < end; ++bucket) {
+            fill.entries += LengthOf(buckets[bucket]);
+        }
+    }
+    return fill;
+}
+
+template Chain ModuleView::LookAt(const Table<MundIpv4TunnelKey> &,
+                                  const MundIpv4TunnelKey &) const;
+template Chain ModuleView::LookAt(const Table<MundIpv6TunnelKey> &,
+                                  const MundIpv6TunnelKey &) const;
+template Chain ModuleView::LookAt(const Table<MundSessionKey> &, const MundSessionKey &) const;
+
+template TableFill ModuleView::FillOf(const Table<MundIpv4TunnelKey> &) const;
+template TableFill ModuleView::FillOf(const Table<MundIpv6TunnelKey> &) const;
+template TableFill ModuleView::FillOf(const Table<MundSessionKey> &) const;
 
 }  // namespace kes_engine

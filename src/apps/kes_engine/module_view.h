@@ -1,9 +1,7 @@
-// What a dry run uses of the loaded module: operations and objects, by name, and the layouts of the
-// distribution tables as the module exports them.
+// What the engine reads of the loaded module and asks it: operations and objects, by name.
 #pragma once
 
 #include <array>
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <type_traits>
@@ -12,60 +10,14 @@
 #include "kes/thread.h"
 #include "mund/messages.h"
 #include "mund/module_objects.h"
+#include "mund/module_tables.h"
 #include "standin/module_loader.h"
 
 namespace kes_engine {
 
-// A link of a circular list; a bucket is the head of one.
-struct TableLink {
-    TableLink *prev;
-    TableLink *next;
-};
-static_assert(sizeof(TableLink) == 16);
-
-// Keys are hashed and compared as bytes. Host order; an IPv6 address is four words, the most
-// significant first.
-struct Ipv4TunnelKey {
-    uint32_t src;
-    uint32_t dst;
-    uint16_t srcPort;
-    uint16_t dstPort;
-    uint32_t vpn;
-};
-static_assert(offsetof(Ipv4TunnelKey, srcPort) == 8);
-static_assert(offsetof(Ipv4TunnelKey, vpn) == 12);
-static_assert(sizeof(Ipv4TunnelKey) == 16);
-
-struct Ipv6TunnelKey {
-    uint32_t src[4];
-    uint32_t dst[4];
-    uint16_t srcPort;
-    uint16_t dstPort;
-    uint32_t vpn;
-};
-static_assert(offsetof(Ipv6TunnelKey, dst) == 16);
-static_assert(offsetof(Ipv6TunnelKey, srcPort) == 32);
-static_assert(offsetof(Ipv6TunnelKey, vpn) == 36);
-static_assert(sizeof(Ipv6TunnelKey) == 40);
-
-struct SessionKey {
-    uint32_t id[4];
-};
-static_assert(sizeof(SessionKey) == 16);
-
-template <class Key>
-struct TableEntry : TableLink {
-    Key key;
-    uint32_t instance;
-    uint32_t confirmations;
-};
-static_assert(sizeof(TableEntry<Ipv4TunnelKey>) == 40);
-static_assert(sizeof(TableEntry<Ipv6TunnelKey>) == 64);
-static_assert(sizeof(TableEntry<SessionKey>) == 40);
-
 template <class Key>
 struct Table {
-    TableLink **buckets;  // null while the table does not exist
+    MundTableLink **buckets;  // null while the table does not exist
     uint32_t *bucketCount;
     uint32_t *locker;
     uint32_t (*bucketOf)(const void *key, uint32_t length);
@@ -81,6 +33,11 @@ struct Chain {
     bool broken = false;    // the chain does not come back to its bucket
     uint32_t position = 0;  // of the key's entry, from 1; 0: it has none
     uint32_t instance = 0;  // that the entry names
+};
+
+struct TableFill {
+    uint64_t entries;
+    uint32_t buckets;
 };
 
 using Sources = std::array<MundSourceRecord, LYR_KES_CWP_SRC_NUM>;
@@ -123,9 +80,9 @@ class ModuleView {
     KES_ENGINE_DRY_RUN_OPERATIONS(KES_ENGINE_OPERATION)
 #undef KES_ENGINE_OPERATION
 
-    Table<Ipv4TunnelKey> ipv4Tunnels;
-    Table<Ipv6TunnelKey> ipv6Tunnels;
-    Table<SessionKey> sessions;
+    Table<MundIpv4TunnelKey> ipv4Tunnels;
+    Table<MundIpv6TunnelKey> ipv6Tunnels;
+    Table<MundSessionKey> sessions;
 
     // All sources as they were at one moment.
     Sources ReadSources() const;
@@ -139,6 +96,11 @@ class ModuleView {
     // A key's chain, under the table's locker.
     template <class Key>
     Chain LookAt(const Table<Key> &table, const Key &key) const;
+
+    // How full a table is; no entries while it does not exist. Its locker is given up now and then,
+    // so an entry that comes or goes meanwhile may be counted or not.
+    template <class Key>
+    TableFill FillOf(const Table<Key> &table) const;
 
   private:
     const MundSourceRecord *sources_;

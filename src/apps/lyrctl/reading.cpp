@@ -6,17 +6,6 @@
 namespace lyrctl {
 namespace {
 
-// Blocks that the module holds under a tag.
-uint64_t BlocksOf(const ordered_json &state, std::string_view tag) {
-    uint64_t blocks = 0;
-    for (const ordered_json &use : state.value("memory", ordered_json::array())) {
-        if (use.at("tag") == tag) {
-            blocks += use.at("blocks").get<uint64_t>();
-        }
-    }
-    return blocks;
-}
-
 // What the rest of the program relies on is checked here, once.
 void ReadState(Reading &reading) {
     const ordered_json &state = reading.state;
@@ -28,6 +17,11 @@ void ReadState(Reading &reading) {
         reading.instances.push_back({.instance = instance.at("instance"),
                                      .cwp = instance.at("cwp"),
                                      .wapi = instance.at("wapi")});
+    }
+    for (const ordered_json &table : state.at("tables")) {
+        reading.tables.push_back({.name = table.at("table"),
+                                  .entries = table.at("entries"),
+                                  .buckets = table.at("buckets")});
     }
 }
 
@@ -45,12 +39,6 @@ void ReadClasses(Reading &reading, Client &client) {
     }
 }
 
-// An entry of a table is a block of the function that adds it.
-TableFill Table(const Reading &reading, control::Connection &engine, std::string_view name,
-                std::string_view adder, std::string_view buckets) {
-    return {name, BlocksOf(reading.state, adder), ReadObject<uint32_t>(engine, buckets)};
-}
-
 }  // namespace
 
 Reading TakeReading(Client &client) {
@@ -60,10 +48,6 @@ Reading TakeReading(Client &client) {
     reading.state = engine.State();
     try {
         ReadState(reading);
-        reading.tables = {
-            Table(reading, engine, "IPv4", "LyrKes_DistAddIPv4Tunnel", MUND_OBJECT_IPV4_BUCKETS),
-            Table(reading, engine, "IPv6", "LyrKes_DistAddIPv6Tunnel", MUND_OBJECT_IPV6_BUCKETS),
-            Table(reading, engine, "session", "LyrKes_DistAddKaTunnel", MUND_OBJECT_KA_BUCKETS)};
     } catch (const ordered_json::exception &error) {
         throw control::Refused("the engine's state is not understood: " +
                                std::string(error.what()));

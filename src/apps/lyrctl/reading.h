@@ -4,7 +4,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
-#include <string_view>
+#include <string>
 #include <vector>
 
 #include "client.h"
@@ -20,7 +20,7 @@ namespace lyrctl {
     X(transmitted, "transmitted")
 
 struct TableFill {
-    std::string_view name;
+    std::string name;
     uint64_t entries;
     uint32_t buckets;
 };
@@ -45,7 +45,7 @@ struct Reading {
     std::vector<InstancePackets> instances;
     std::array<LyrKesPktStat, LYR_KES_PKT_STAT_ROW_NUM> classes;
     MundDropWatch drops;
-    std::array<TableFill, 3> tables;
+    std::vector<TableFill> tables;  // none of a module that the engine cannot ask
 };
 
 // Throws control::NoEngine and control::Refused.

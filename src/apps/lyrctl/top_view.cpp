@@ -171,7 +171,7 @@ void AddTables(Lines &lines, const Reading &later) {
     lines.push_back({Format("%-14s%12s%12s%16s", "table", "entries", "buckets", "a bucket"),
                      Emphasis::kHeading});
     for (const TableFill &table : later.tables) {
-        lines.push_back({Format("%-14s%12llu%12u%16.3f", std::string(table.name).c_str(),
+        lines.push_back({Format("%-14s%12llu%12u%16.3f", table.name.c_str(),
                                 static_cast<unsigned long long>(table.entries), table.buckets,
                                 EntriesPerBucket(table))});
     }
@@ -264,6 +264,7 @@ ordered_json TopJson(const Reading &earlier, const Reading &later) {
             rates[column.key] = interval.Class(row, column.count);
         }
     }
+    json["tables"] = ordered_json::array();
     for (const TableFill &table : later.tables) {
         json["tables"].push_back({{"table", table.name},
                                   {"entries", table.entries},

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "mund/call.h"
+#include "mund/reconciliation_messages.h"
 #include "mund/rpc.h"
 #include "standin/runtime.h"
 
@@ -124,16 +125,6 @@ struct EndOfCall {
     }
 };
 
-constexpr size_t kReconRecordSize = 80;
-constexpr size_t kBatchHeaderSize = 8;
-
-// What BatchReconciliation reads; its records stand behind the header on the wire.
-struct BatchRequest {
-    uint32_t count;
-    uint32_t reserved;
-    const void *records;
-};
-
 using Bytes = std::span<const std::byte>;
 using Memory = std::unique_ptr<std::byte[]>;
 
@@ -151,17 +142,18 @@ struct Request {
 };
 
 std::optional<Request> UnmarshalBatch(Bytes wire) {
-    if (wire.size() < kBatchHeaderSize) {
+    constexpr size_t kHeader = offsetof(LyrKesBatchReconReq, records);
+    if (wire.size() < kHeader) {
         return std::nullopt;
     }
-    BatchRequest batch{};
-    std::memcpy(&batch, wire.data(), kBatchHeaderSize);
-    const Bytes records = wire.subspan(kBatchHeaderSize);
-    if (records.size() != kReconRecordSize * batch.count) {
+    LyrKesBatchReconReq batch{};
+    std::memcpy(&batch, wire.data(), kHeader);
+    const Bytes records = wire.subspan(kHeader);
+    if (records.size() != sizeof(LyrKesReconRecord) * batch.count) {
         return std::nullopt;
     }
     Request request{nullptr, Copy(records)};
-    batch.records = request.records.get();
+    batch.records = reinterpret_cast<const LyrKesReconRecord *>(request.records.get());
     request.asRead = Copy(std::as_bytes(std::span(&batch, 1)));
     return request;
 }

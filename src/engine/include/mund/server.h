@@ -15,10 +15,6 @@
 #include "mund/control_socket.h"
 #include "mund/wire.h"
 
-namespace standin {
-class Module;
-}
-
 #pragma GCC visibility push(default)
 namespace mund {
 
@@ -33,9 +29,6 @@ WireReply Refusal(std::string_view reason);
 // Answers requests of one code; called from several threads at once. It sees no request that is
 // shorter or longer than its code allows. What it throws refuses the request.
 using WireHandler = std::function<WireReply(std::span<const uint8_t> request)>;
-
-// Answers MUND_WIRE_OBJECT for a module, which outlives the server.
-WireHandler ObjectHandler(const standin::Module &module);
 
 struct ControlLimits {
     // Clients at once; one more is refused.
