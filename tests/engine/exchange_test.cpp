@@ -91,6 +91,35 @@ TEST(Events, AccumulateUntilTheirThreadReadsThem) {
     EXPECT_EQ(TOV_ThreadInfoGetByName("thd/reader"), nullptr);
 }
 
+TEST(Events, AreReadWithoutWaitingInAStrictEngine) {
+    SetStrict(true);
+    static std::latch *mayEnd = nullptr;
+    static std::atomic<uint32_t> seen{0};
+    std::latch mayEndHere(1);
+    mayEnd = &mayEndHere;
+    const auto read = [](void *) {
+        TOV_ThreadInfoRegByName("thd/strict");
+        for (uint32_t events = 0; (events & 1) == 0;) {
+            EXPECT_EQ(TOV_EventRead(&events), 0u);
+            seen |= events;
+        }
+        mayEnd->wait();
+        uint32_t events = 1;
+        EXPECT_EQ(TOV_EventRead(&events), 0u) << "at once";
+        EXPECT_EQ(events, 0u);
+    };
+    ASSERT_NE(TovThreadCreate("strict", read, nullptr), nullptr);
+    WaitUntilCreatedThreadsIdle();  // it has looked for events
+    TovThreadInfo *thread = TOV_ThreadInfoGetByName("thd/strict");
+    EXPECT_EQ(TOV_EventWrite(thread, 4), 0u);
+    WaitUntilCreatedThreadsIdle();
+    EXPECT_EQ(seen, 4u) << "it has taken them";
+    EXPECT_EQ(TOV_EventWrite(thread, 1), 0u);
+    mayEndHere.count_down();
+    JoinCreatedThreads();
+    SetStrict(false);
+}
+
 // A queue and an event are how two threads talk; nothing is lost or stranded between them.
 TEST(Events, WakeTheReaderForEverythingQueued) {
     constexpr uint32_t kMessages = 20000;

@@ -50,10 +50,17 @@ TEST(Memory, IsAccountedByModuleAndPlace) {
     EXPECT_TRUE(ModuleMemoryByTag(kModule).empty());
 }
 
-TEST(MemoryDeathTest, ForeignBlocksAreNotFreed) {
+TEST(PlatformDeathTest, WhatNoEngineHasToBear) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     alignas(16) static char foreign[256];
     EXPECT_DEATH(TovMemFreeInner(foreign + 128), "is no block of the allocator");
+    const auto strictly = [](auto call) {
+        SetStrict(true);
+        call();
+    };
+    EXPECT_DEATH(strictly([] { TovMemFreeInner(nullptr); }), "TovMemFreeInner\\(null\\)");
+    EXPECT_DEATH(strictly([] { TOV_EventWrite(nullptr, 1); }), "TOV_EventWrite\\(null\\)");
+    EXPECT_EQ(TOV_EventWrite(nullptr, 1), 1u);
 }
 
 class Output : public testing::Test {

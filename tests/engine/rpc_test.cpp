@@ -231,6 +231,20 @@ TEST_F(Rpc, ClosingWaitsForRunningCalls) {
     EXPECT_EQ(freedAtClose, 1u) << "closing includes the release of the reply";
 }
 
+TEST_F(Rpc, ClosingWaitsForNothingInAStrictEngine) {
+    standin::SetStrict(true);
+    std::latch runningHere(1), finishHere(1);
+    running = &runningHere;
+    finish = &finishHere;
+    std::thread caller(
+        [] { EXPECT_EQ(Call(MUND_OP_ResetPktStatistics, {}).status, MUND_STATUS_OK); });
+    runningHere.wait();
+    EXPECT_EQ(RavelRpcServerUnReg(MUND_SERVICE_NAME), 0u);
+    finishHere.count_down();
+    caller.join();
+    standin::SetStrict(false);
+}
+
 TEST_F(Rpc, OpensOnceAndOnlyForAValidRecord) {
     LyrKesRpcServerRegInfo info = Registration();
     EXPECT_EQ(RegRavelRpcServerToKes(&info), 2u);

@@ -6,6 +6,7 @@
 #include <map>
 #include <mutex>
 
+#include "standin/lasting.h"
 #include "standin/runtime.h"
 
 namespace standin {
@@ -18,7 +19,7 @@ constexpr std::array<std::string_view, 3> kKnown = {
 };
 
 std::mutex mutex;
-std::map<std::string, uint32_t, std::less<>> configured;
+auto &configured = Lasting<std::map<std::string, uint32_t, std::less<>>>();
 
 }  // namespace
 

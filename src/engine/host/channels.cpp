@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "host/pointer_ring.h"
+#include "standin/lasting.h"
 #include "standin/runtime.h"
 
 namespace standin {
@@ -28,15 +29,9 @@ struct Table {
     std::mutex mutex;  // of the names
     std::map<std::string, uint32_t, std::less<>> idByName;
     uint32_t nextId = 0;
-
-    ~Table() {
-        for (uint32_t id = 0; id < nextId; ++id) {
-            delete channels[id].load();
-        }
-    }
 };
 
-Table table;
+Table &table = Lasting<Table>();
 
 Channel *ChannelOf(uint32_t id) {
     return id < kMaxChannels ? table.channels[id].load(std::memory_order_acquire) : nullptr;

@@ -7,6 +7,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "standin/lasting.h"
 #include "standin/runtime.h"
 
 namespace standin {
@@ -59,7 +60,7 @@ struct Operation {
 };
 
 std::mutex mutex;
-std::array<Operation, kFallible.size()> operations;
+auto &operations = Lasting<std::array<Operation, kFallible.size()>>();
 bool counting = false;
 // While nothing is to fail or to be counted, a call costs one load.
 std::atomic<bool> watching{false};

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "standin/lasting.h"
 #include "standin/packet_path.h"
 #include "standin/runtime.h"
 
@@ -113,15 +114,9 @@ struct Points {
         const auto *list = hooks.empty() ? nullptr : new HookList(std::move(hooks));
         retired.emplace_back(lists[point].exchange(list));
     }
-
-    ~Points() {
-        for (auto &list : lists) {
-            delete list.load();
-        }
-    }
 };
 
-Points points;
+Points &points = Lasting<Points>();
 std::atomic<HostWlanIdFunc> wlanIdReader{nullptr};
 
 HookList CurrentHooks(uint32_t point) {

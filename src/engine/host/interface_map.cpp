@@ -4,13 +4,14 @@
 #include <unordered_map>
 
 #include "kes/interface_index.h"
+#include "standin/lasting.h"
 #include "standin/runtime.h"
 
 namespace standin {
 namespace {
 
-std::shared_mutex mutex;
-std::unordered_map<uint32_t, uint32_t> controlIndexes;
+auto &mutex = Lasting<std::shared_mutex>();
+auto &controlIndexes = Lasting<std::unordered_map<uint32_t, uint32_t>>();
 // Spares forwarding threads the lock where nothing is mapped.
 std::atomic<bool> anyMapped{false};
 

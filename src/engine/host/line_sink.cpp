@@ -9,12 +9,13 @@
 #include <utility>
 
 #include "kes/diag.h"
+#include "standin/lasting.h"
 
 namespace standin {
 namespace {
 
 std::mutex mutex;
-LineSink sink;
+auto &sink = Lasting<LineSink>();
 // Spares threads the formatting of lines that nobody reads.
 std::atomic<bool> listening{false};
 

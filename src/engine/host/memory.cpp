@@ -12,6 +12,8 @@
 #include <utility>
 
 #include "host/live_bytes.h"
+#include "host/strict.h"
+#include "standin/lasting.h"
 #include "standin/runtime.h"
 
 namespace standin {
@@ -39,7 +41,7 @@ struct Account {
 };
 
 std::mutex mutex;
-std::unordered_map<uint32_t, Account> accounts;
+auto &accounts = Lasting<std::unordered_map<uint32_t, Account>>();
 
 void Enter(Block *block) {
     const std::lock_guard lock(mutex);
@@ -148,6 +150,7 @@ void *TovMemAllocInner(uint32_t moduleId, uint32_t partition, uint32_t size, uin
 
 void TovMemFreeInner(void *block) {
     if (block == nullptr) {
+        RefuseIfStrict("TovMemFreeInner(null)");
         return;
     }
     Block *header = static_cast<Block *>(block) - 1;

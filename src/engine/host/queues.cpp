@@ -7,6 +7,7 @@
 
 #include "host/pointer_ring.h"
 #include "kes/queue.h"
+#include "standin/lasting.h"
 #include "standin/runtime.h"
 
 struct TovPipeQue {
@@ -21,7 +22,7 @@ namespace standin {
 namespace {
 
 std::mutex namesMutex;
-std::set<std::string> names;
+auto &names = Lasting<std::set<std::string>>();
 
 }  // namespace
 

@@ -11,15 +11,17 @@
 #include <system_error>
 #include <thread>
 
+#include "host/strict.h"
 #include "kes/thread.h"
+#include "standin/lasting.h"
 #include "standin/runtime.h"
 
 struct TovThreadInfo {
     std::atomic<uint32_t> unread{0};
-    std::atomic<bool> waiting{false};  // in TOV_EventRead, for an event
+    std::atomic<bool> waiting{false};  // its last look for events found none
     std::atomic<bool> ended{false};
 
-    // In this order: a thread that wakes stops waiting before it takes its events.
+    // In this order: a thread stops waiting before it takes its events.
     bool Idle() const {
         return ended || (unread == 0 && waiting);
     }
@@ -46,10 +48,9 @@ struct Registry {
     std::list<Created> created;
 };
 
-// Never destroyed: threads that nobody joined may outlast the program's objects.
 Registry &TheRegistry() {
-    static auto *registry = new Registry;
-    return *registry;
+    static Registry &registry = Lasting<Registry>();
+    return registry;
 }
 
 // The calling thread as the registry knows it. Its end frees its names.
@@ -155,7 +156,11 @@ TovThreadInfo *TOV_ThreadInfoGetByName(const char *name) {
 }
 
 uint32_t TOV_EventWrite(TovThreadInfo *thread, uint32_t events) {
-    if (CallFails("TOV_EventWrite") || thread == nullptr || thread->ended) {
+    if (thread == nullptr) {
+        RefuseIfStrict("TOV_EventWrite(null)");
+        return 1;
+    }
+    if (CallFails("TOV_EventWrite") || thread->ended) {
         return 1;
     }
     // A reader waits only while nothing is unread.
@@ -169,12 +174,15 @@ uint32_t TOV_EventRead(uint32_t *events) {
     if (CallFails("TOV_EventRead") || events == nullptr || self.info == nullptr) {
         return 1;
     }
-    uint32_t taken = 0;
-    while ((taken = self.info->unread.exchange(0)) == 0) {
-        self.info->waiting = true;
-        self.info->unread.wait(0);
-        self.info->waiting = false;
+    TovThreadInfo &info = *self.info;
+    info.waiting = false;
+    while ((*events = info.unread.exchange(0)) == 0) {
+        info.waiting = true;
+        if (created != nullptr && Strict()) {
+            break;
+        }
+        info.unread.wait(0);
+        info.waiting = false;
     }
-    *events = taken;
     return 0;
 }

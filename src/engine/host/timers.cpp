@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "kes/timer.h"
+#include "standin/lasting.h"
 #include "standin/runtime.h"
 
 namespace standin {
@@ -35,8 +36,6 @@ struct Timer {
 
 class Timers {
   public:
-    ~Timers();
-
     void Create(uint32_t periodMs, bool periodic, TovTimerFunc callback, void *argument,
                 uint32_t *timerId);
     bool Delete(uint32_t id);
@@ -56,10 +55,10 @@ class Timers {
     std::map<uint32_t, Timer>::iterator Earliest();
     void WaitUntilIdle(Lock &lock);
     void Run(Lock &lock, uint32_t id);
-    void ThreadBody();
+    [[noreturn]] void ThreadBody();
 
     std::mutex mutex_;
-    std::condition_variable changed_;   // timers, mode or end
+    std::condition_variable changed_;   // timers or mode
     std::condition_variable finished_;  // a callback
     std::map<uint32_t, Timer> timers_;
     uint32_t lastId_ = 0;
@@ -68,20 +67,8 @@ class Timers {
     bool manual_ = false;
     Milliseconds manualNow_ = 0;
     Milliseconds offset_ = 0;  // of the timers' time to the system's
-    bool ending_ = false;
     std::thread thread_;
 };
-
-Timers::~Timers() {
-    {
-        const Lock lock(mutex_);
-        ending_ = true;
-        changed_.notify_all();
-    }
-    if (thread_.joinable()) {
-        thread_.join();
-    }
-}
 
 void Timers::Create(uint32_t periodMs, bool periodic, TovTimerFunc callback, void *argument,
                     uint32_t *timerId) {
@@ -175,7 +162,7 @@ void Timers::Run(Lock &lock, uint32_t id) {
 
 void Timers::ThreadBody() {
     Lock lock(mutex_);
-    while (!ending_) {
+    for (;;) {
         const auto timer = manual_ ? timers_.end() : Earliest();
         if (timer == timers_.end()) {
             changed_.wait(lock);
@@ -187,7 +174,7 @@ void Timers::ThreadBody() {
     }
 }
 
-Timers timers;
+Timers &timers = Lasting<Timers>();
 
 }  // namespace
 

@@ -13,6 +13,7 @@
 #include "mund/call.h"
 #include "mund/reconciliation_messages.h"
 #include "mund/rpc.h"
+#include "standin/lasting.h"
 #include "standin/runtime.h"
 
 namespace {
@@ -82,14 +83,14 @@ class Service {
         return true;
     }
 
-    // Refuses new calls and waits for those that run.
+    // Refuses new calls and waits for those that run, unless the engine is strict.
     bool Close() {
         std::unique_lock lock(mutex_);
         if (!open_) {
             return false;
         }
         open_ = false;
-        ended_.wait(lock, [this] { return calls_ == 0; });
+        ended_.wait(lock, [this] { return calls_ == 0 || standin::Strict(); });
         return true;
     }
 
@@ -117,7 +118,7 @@ class Service {
     Bindings bindings_;
 };
 
-Service service;
+Service &service = standin::Lasting<Service>();
 
 struct EndOfCall {
     ~EndOfCall() {

@@ -11,7 +11,7 @@ KES_BEGIN_DECLS
  * `flags` are 0. Returns null when there is no memory. Callable from any thread. */
 KES_API void *TovMemAllocInner(uint32_t moduleId, uint32_t partition, uint32_t size, uint32_t flags,
                                const char *tag, uint32_t line);
-/* Returns a block to the allocator; null is ignored. */
+/* Returns a block to the allocator. Null is no block: an engine need not bear it. */
 KES_API void TovMemFreeInner(void *block);
 
 KES_END_DECLS

@@ -17,17 +17,19 @@ typedef void (*TovThreadEntry)(void *argument);
 KES_API void *TovThreadCreate(const char *name, TovThreadEntry entry, void *argument);
 
 /* Makes the calling thread known by a name, so that others can write events to it. The name is
- * free again when the thread ends. Returns 0, or 1 if another live thread bears the name. */
+ * free again once the thread has ended, which may be a while after its entry has returned. Returns
+ * 0, or 1 if another live thread bears the name. */
 KES_API uint32_t TOV_ThreadInfoRegByName(const char *name);
 
 /* The thread known by this name, or null: also until that thread has made itself known. */
 KES_API TovThreadInfo *TOV_ThreadInfoGetByName(const char *name);
 
-/* Adds event bits to those that the thread has not read yet, and wakes it.
- * Returns 0, or 1 for a null thread or one that has ended. */
+/* Adds event bits to those that the thread has not read yet, and wakes it. Null is no thread: an
+ * engine need not bear it. Returns 0, or 1 for a thread that has ended. */
 KES_API uint32_t TOV_EventWrite(TovThreadInfo *thread, uint32_t events);
 
-/* Waits until the calling thread has unread event bits, takes them all and stores them.
+/* Takes all unread event bits of the calling thread and stores them. While there is none, it waits
+ * for one, or stores 0 at once: an engine does as it likes.
  * Returns 0, or 1 if the calling thread has not made itself known. */
 KES_API uint32_t TOV_EventRead(uint32_t *events);
 

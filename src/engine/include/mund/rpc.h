@@ -27,8 +27,10 @@ static_assert(sizeof(LyrKesRpcServerRegInfo) == 48, "registration record of 48 b
  */
 KES_API uint32_t RegRavelRpcServerToKes(const LyrKesRpcServerRegInfo *info);
 
-/* Closes a service and waits until none of its operations is running. Not to be called from within
- * an operation. Returns 0, or 1 if no service of that name is open. */
+/* Closes a service: no call of it begins any more. Whether it also waits for the operations that
+ * are running is the framework's affair; the library that offers them stays loaded until they have
+ * returned. Not to be called from within an operation. Returns 0, or 1 if no service of that name
+ * is open. */
 KES_API uint32_t RavelRpcServerUnReg(const char *serviceName);
 
 /* Creates a message of `size` bytes, contents undefined; null when there is no memory. `tag` names

@@ -113,6 +113,16 @@ void SetTimersManual(bool manual);
 // std::logic_error while timers run by themselves.
 void AdvanceTimers(uint32_t milliseconds);
 
+// --- strictness ---
+
+// Whether the engine does only what every engine has to do (by default it does more): null freed
+// and an event for a null thread end the process with a line; an event read by a thread that
+// TovThreadCreate has started returns at once, without events if none is unread; and the removal of
+// a service does not wait for its operations, so that whoever unloads a module sees to it that none
+// is running. Set while no module is started.
+void SetStrict(bool strict);
+bool Strict();
+
 // --- faults ---
 
 // Every `operation` is the name of an engine or RPC operation that can fail; another name, and a
