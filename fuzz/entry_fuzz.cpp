@@ -5,17 +5,15 @@
 #include "capwap/packet_builder.h"
 #include "channel/service_channel.h"
 #include "dfx/debug_trace.h"
-#include "fuzz_target.h"
 #include "kes/channel.h"
 #include "kes/hook.h"
 #include "lb/tunnel_registration.h"
-#include "module/lifecycle.h"
-#include "module/registration.h"
 #include "packet/cwp_source.h"
+#include "seed_frames.h"
 #include "standin/channels.h"
 #include "standin/mbuf_pool.h"
 #include "standin/packet_path.h"
-#include "standin/runtime.h"
+#include "started_module.h"
 
 namespace {
 
@@ -23,13 +21,19 @@ using fuzz::Require;
 
 standin::MbufPool pool(1);
 
+// The first byte of an input.
+enum Circumstances : uint8_t {
+    kCause = 3,  // one of kCauseActions
+    kOtherVrf = 1 << 2,
+    kMarked = 1 << 3,
+    kTraced = 1 << 4,
+    kTracesEchoes = 1 << 5,  // and nothing else
+};
+
 // Instances 1 and 2 serve tunnels and sessions, instance 3 stations; 4 has no channel.
-class StartedModule {
+class Instances {
   public:
-    StartedModule() {
-        mod_kes_lyrhost.moduleId = 42;
-        tov_mod_ctr_mod_kes_lyrhost();
-        Require(LyrKes_Init() == 0, "the module starts");
+    Instances() {
         OpenInstance(1, LYR_PKT_TYPE_CAPWAP);
         OpenInstance(2, LYR_PKT_TYPE_CAPWAP);
         OpenInstance(3, LYR_PKT_TYPE_WAPI);
@@ -41,13 +45,6 @@ class StartedModule {
         LyrKes_DistAddKaTunnel(2, &session);
         LyrKes_DistAddWapiTunnel(3, 1);
     }
-    ~StartedModule() {
-        LyrKes_Exit();
-        standin::JoinCreatedThreads();
-    }
-    StartedModule(const StartedModule &) = delete;
-    StartedModule &operator=(const StartedModule &) = delete;
-
     // The instance whose channel the packet is in, 0 for none.
     size_t Find(const HostMbuf *packet) const {
         size_t owner = 0;
@@ -84,6 +81,7 @@ class StartedModule {
         }
     }
 
+    fuzz::StartedModule module_;
     std::vector<uint32_t> channels_;
 };
 
@@ -102,16 +100,16 @@ bool IsForInstances(const standin::HostMbufMeta &meta) {
             (meta.ipProtocol == 17 && (isPort(meta.srcPort) || isPort(meta.dstPort))));
 }
 
-Outcome Run(std::span<const uint8_t> frame, uint8_t circumstances, bool marked) {
-    static const StartedModule module;
-    HostMbuf *packet = pool.Receive(
-        frame, {.vrf = static_cast<uint32_t>(circumstances >> 2 & 1), .diagnose = marked});
+Outcome Run(fuzz::ByteSpan frame, uint8_t circumstances) {
+    static const Instances instances;
+    HostMbuf *packet = pool.Receive(frame, {.vrf = (circumstances & kOtherVrf) != 0 ? 1u : 0u,
+                                            .diagnose = (circumstances & kMarked) != 0});
     constexpr uint16_t kCauseActions[] = {0, 8, 57, 58};
-    standin::MetaOf(packet).causeAction = kCauseActions[circumstances & 3];
+    standin::MetaOf(packet).causeAction = kCauseActions[circumstances & kCause];
     const bool forInstances = IsForInstances(standin::MetaOf(packet));
     Outcome outcome;
     outcome.fate = standin::RunHooks(HOST_HOOK_HOST_RX, packet);
-    outcome.owner = module.Find(packet);
+    outcome.owner = instances.Find(packet);
     Require(outcome.fate == HOST_HOOK_CONTINUE || outcome.fate == HOST_HOOK_TAKEN ||
                 outcome.fate == HOST_HOOK_DISCARD,
             "the hook answers one of its fates");
@@ -123,27 +121,34 @@ Outcome Run(std::span<const uint8_t> frame, uint8_t circumstances, bool marked) 
     return outcome;
 }
 
+void SetTrace(uint8_t circumstances) {
+    LyrKesDebugTraceReq request = {};
+    request.debugLevel = 3;
+    request.capwapMsgType = (circumstances & kTracesEchoes) != 0 ? 13 : 0;
+    LyrKes_DebugTraceConfigUpdate(&request);
+}
+
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    if (size == 0 || size > standin::MbufPool::kMaxFrame) {
+    fuzz::Reader input(data, size);
+    const auto circumstances = input.Take<uint8_t>();
+    if (input.Rest().size() > standin::MbufPool::kMaxFrame) {
         return 0;
     }
-    const std::span<const uint8_t> frame(data + 1, size - 1);
-    LyrKes_DebugTraceConfigClear();
-    const Outcome quiet = Run(frame, data[0], false);
-    LyrKesDebugTraceReq request = {};
-    request.debugLevel = 3;
-    for (const uint32_t type : {0u, 13u}) {
-        request.capwapMsgType = type;
-        LyrKes_DebugTraceConfigUpdate(&request);
-        Require(Run(frame, data[0], true) == quiet, "mark and trace change no fate");
+    const Outcome quiet = Run(input.Rest(), circumstances & (kCause | kOtherVrf));
+    if ((circumstances & kTraced) != 0) {
+        SetTrace(circumstances);
+    }
+    if ((circumstances & (kTraced | kMarked)) != 0) {
+        Require(Run(input.Rest(), circumstances) == quiet, "mark and trace change no fate");
+    }
+    if ((circumstances & kTraced) != 0) {
+        LyrKes_DebugTraceConfigClear();
     }
     return 0;
 }
 
-fuzz::Bytes fuzz::SeedInput(const Bytes &frame) {
-    Bytes input(1 + frame.size());
-    std::ranges::copy(frame, input.begin() + 1);
-    return input;
+std::vector<fuzz::Bytes> fuzz::Seeds() {
+    return SeedsBehind({0});
 }

@@ -1,6 +1,7 @@
 // Frames as they come off the wire, before the readers of CAPWAP headers.
 #include "fuzz_target.h"
 #include "reader_checks.h"
+#include "seed_frames.h"
 #include "standin/mbuf_pool.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
@@ -12,6 +13,6 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     return 0;
 }
 
-fuzz::Bytes fuzz::SeedInput(const Bytes &frame) {
-    return frame;
+std::vector<fuzz::Bytes> fuzz::Seeds() {
+    return SeedFrames();
 }

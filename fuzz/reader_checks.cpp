@@ -1,10 +1,12 @@
 #include "reader_checks.h"
 
 #include <array>
+#include <numeric>
 
 #include "dfx/debug_trace.h"
 #include "fuzz_target.h"
 #include "packet/capwap_header.h"
+#include "standin/mbuf_pool.h"
 
 namespace fuzz {
 
@@ -97,22 +99,34 @@ Readings Read(HostMbuf *packet) {
     return readings;
 }
 
+// Lines cost some thirty times what the readings do: one packet in 32 has them.
+bool WantsLines(const HostMbuf *packet) {
+    const ByteSpan frame = standin::FrameAsReceived(packet);
+    return std::accumulate(frame.begin(), frame.end(), 0u) % 32 == 0;
+}
+
+void CheckTracedReaders(HostMbuf *packet, const Readings &quiet) {
+    LyrKesDebugTraceReq request = {};
+    request.debugLevel = 3;
+    for (const uint32_t type : {0u, quiet.type, 13u}) {
+        request.capwapMsgType = type;
+        LyrKes_DebugTraceConfigUpdate(&request);
+        Require(Read(packet) == quiet, "the trace changes no reading");
+        Require(LyrKesNeedDebugging(packet) == (type == 0 || type == quiet.type),
+                "the filter passes the message type that it asks for");
+        for (uint8_t kind = 0; kind < 4; ++kind) {
+            LyrKes_DebugOutPutPkt(kind, packet);
+        }
+    }
+    LyrKes_DebugTraceConfigClear();
+}
+
 }  // namespace
 
 void CheckReaders(HostMbuf *packet) {
-    LyrKes_DebugTraceConfigClear();
     const Readings readings = Read(packet);
-    LyrKesDebugTraceReq request = {};
-    request.debugLevel = 3;
-    for (const uint32_t type : {0u, readings.type, 13u}) {
-        request.capwapMsgType = type;
-        LyrKes_DebugTraceConfigUpdate(&request);
-        Require(Read(packet) == readings, "the trace changes no reading");
-        Require(LyrKesNeedDebugging(packet) == (type == 0 || type == readings.type),
-                "the filter passes the message type that it asks for");
-        for (const uint8_t kind : Bytes{0, 1, 2, 3}) {
-            LyrKes_DebugOutPutPkt(kind, packet);
-        }
+    if (WantsLines(packet)) {
+        CheckTracedReaders(packet, readings);
     }
 }
 

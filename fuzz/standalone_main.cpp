@@ -1,112 +1,218 @@
-// Runs a fuzzer without libFuzzer: seeds, mutations of them, or files. A run depends on the seed
-// and its number only.
+// Runs a fuzzer without libFuzzer: seeds, mutations of them, and files. A run depends on the seed,
+// its number and the corpus only.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
+#include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <random>
 #include <string>
 
+#include "capwap_gen/random.h"
 #include "fuzz_target.h"
 
 extern "C" __attribute__((weak)) void __sanitizer_set_death_callback(void (*callback)());
 
+#if defined(__SANITIZE_ADDRESS__)
+#define LYR_FUZZ_EXACT 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define LYR_FUZZ_EXACT 1
+#endif
+#endif
+
 namespace {
 
+using capwap_gen::Random;
 using fuzz::Bytes;
+using Clock = std::chrono::steady_clock;
+
+// A run that takes longer hangs.
+constexpr unsigned kHangSeconds = 300;
 
 struct Options {
     uint64_t first = 0;
     uint64_t runs = 0;
+    uint64_t seconds = 0;
     uint64_t seed = 1;
     std::string seedDirectory = {};
+    std::string corpus = {};
+    std::string failing = {};
     std::vector<std::string> files = {};
 };
 
+// What is running, for the line that a failing run leaves.
+struct Current {
+    const char *what = nullptr;
+    uint64_t number = 0;
+    const uint8_t *data = nullptr;
+    size_t size = 0;
+};
+
+Options options;
+Current current;
+
 class Mutator {
   public:
-    Mutator(const std::vector<Bytes> &seeds, uint64_t seed, uint64_t run)
-        : seeds_(seeds), random_(seed * 0x9E3779B97F4A7C15 + run) {}
+    explicit Mutator(const std::vector<Bytes> &seeds) : seeds_(seeds) {
+        input_.reserve(kLongest);
+    }
 
-    Bytes Input() {
-        Bytes input = Seed();
-        for (size_t edits = Below(6); edits > 0; --edits) {
-            Edit(input);
+    // Stays until the next call.
+    const Bytes &Input(uint64_t seed, uint64_t run) {
+        random_ = Random(Random(seed).Next() + run);
+        input_ = Seed();
+        for (size_t edits = Below(6); edits > 0 && !input_.empty(); --edits) {
+            Edit();
         }
-        return input;
+        return input_;
     }
 
   private:
+    static constexpr size_t kLongest = 65536;
+    // A longer one takes longer, and rarely finds more.
+    static constexpr size_t kUsual = 4096;
+
     size_t Below(size_t bound) {
-        return bound == 0 ? 0 : random_() % bound;
+        return random_.Below(static_cast<uint32_t>(bound));
+    }
+
+    uint8_t Byte() {
+        return static_cast<uint8_t>(random_.Next());
     }
 
     const Bytes &Seed() {
         return seeds_[Below(seeds_.size())];
     }
 
-    void Edit(Bytes &input) {
-        if (input.empty()) {
-            return;
+    std::span<const uint8_t> Piece(const Bytes &of, size_t longest) {
+        if (of.empty()) {
+            return {};
         }
-        const size_t at = Below(input.size());
-        const auto position = input.begin() + static_cast<ptrdiff_t>(at);
-        switch (Below(6)) {
+        const size_t begin = Below(of.size());
+        return std::span(of).subspan(begin, 1 + Below(std::min(longest, of.size() - begin)));
+    }
+
+    void Insert(size_t at, std::span<const uint8_t> piece) {
+        if (input_.size() + piece.size() <= kUsual) {
+            input_.insert(input_.begin() + static_cast<ptrdiff_t>(at), piece.begin(), piece.end());
+        }
+    }
+
+    void WriteEdge(size_t at) {
+        constexpr uint16_t kEdges[] = {0, 1, 3, 4, 5, 7, 8, 16, 17, 22, 124, 255, 0xFFFF};
+        const uint16_t value = kEdges[Below(std::size(kEdges))];
+        if (at + 1 < input_.size()) {
+            input_[at] = static_cast<uint8_t>(value >> 8);
+            input_[at + 1] = static_cast<uint8_t>(value);
+        } else {
+            input_[at] = static_cast<uint8_t>(value);
+        }
+    }
+
+    void Edit() {
+        const size_t at = Below(input_.size());
+        switch (Below(8)) {
             case 0:
-                *position = static_cast<uint8_t>(*position ^ 1u << Below(8));
+                input_[at] = static_cast<uint8_t>(input_[at] ^ 1u << Below(8));
                 break;
             case 1:
-                *position = static_cast<uint8_t>(random_());
+                input_[at] = Byte();
                 break;
-            case 2: {  // a number at the edge of something
-                constexpr uint16_t kEdges[] = {0, 1, 3, 4, 5, 7, 8, 16, 17, 22, 124, 255, 0xFFFF};
-                const uint16_t value = kEdges[Below(std::size(kEdges))];
-                *position = static_cast<uint8_t>(at + 1 < input.size() ? value >> 8 : value);
-                if (at + 1 < input.size()) {
-                    position[1] = static_cast<uint8_t>(value);
-                }
+            case 2:
+                WriteEdge(at);
                 break;
-            }
             case 3:
-                input.resize(at);
+                input_.resize(at);
                 break;
             case 4:
-                input.insert(position, 1 + Below(8), static_cast<uint8_t>(random_()));
+                Insert(at, Bytes(1 + Below(8), Byte()));
                 break;
-            default: {  // the end of another
+            case 5: {  // the end of another
                 const Bytes &other = Seed();
-                input.resize(at);
-                input.insert(input.end(),
-                             other.begin() + static_cast<ptrdiff_t>(std::min(at, other.size())),
-                             other.end());
+                const size_t from = std::min(at, other.size());
+                input_.resize(at);
+                input_.insert(input_.end(), other.begin() + static_cast<ptrdiff_t>(from),
+                              other.end());
+                break;
             }
+            case 6: {  // a part once more
+                const auto piece = Piece(input_, 64);
+                Insert(at, Bytes(piece.begin(), piece.end()));
+                break;
+            }
+            default:
+                Insert(at, Piece(Seed(), 64));
         }
     }
 
     const std::vector<Bytes> &seeds_;
-    std::mt19937_64 random_;
+    Random random_{0};
+    Bytes input_;
 };
 
-char current[128];
-
 void SayWhichRun() {
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, current, sizeof(current));
+    char line[160];
+    const int length = std::snprintf(line, sizeof line, "in %s %llu of seed %llu\n", current.what,
+                                     static_cast<unsigned long long>(current.number),
+                                     static_cast<unsigned long long>(options.seed));
+    [[maybe_unused]] const ssize_t written =
+        write(STDERR_FILENO, line, static_cast<size_t>(length));
+    if (!options.failing.empty()) {
+        std::ofstream(options.failing, std::ios::binary)
+            .write(reinterpret_cast<const char *>(current.data),
+                   static_cast<std::streamsize>(current.size));
+    }
 }
 
-void RunInput(const std::string &name, const Bytes &input) {
-    std::snprintf(current, sizeof(current), "in %s\n", name.c_str());
+void SayWhichDies(int signal) {
+    SayWhichRun();
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+void SayWhichHangs(int) {
+    SayWhichRun();
+    _exit(1);
+}
+
+void RunInput(const char *what, uint64_t number, const Bytes &input) {
+#ifdef LYR_FUZZ_EXACT
     // A block of its own size, so that reads beyond it are seen.
     const Bytes exact(input.begin(), input.end());
+#else
+    const Bytes &exact = input;
+#endif
+    current = {what, number, exact.data(), exact.size()};
     LLVMFuzzerTestOneInput(exact.data(), exact.size());
 }
 
-void RunFile(const std::string &name) {
+void RunAll(const char *what, const std::vector<Bytes> &inputs) {
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        RunInput(what, i, inputs[i]);
+    }
+}
+
+Bytes ReadFile(const std::filesystem::path &name) {
     std::ifstream file(name, std::ios::binary);
-    RunInput(name, Bytes(std::istreambuf_iterator<char>(file), {}));
+    return Bytes(std::istreambuf_iterator<char>(file), {});
+}
+
+// The files of a directory, in the order of their names.
+std::vector<Bytes> ReadDirectory(const std::string &directory) {
+    std::vector<std::filesystem::path> names;
+    for (const auto &entry : std::filesystem::directory_iterator(directory)) {
+        names.push_back(entry.path());
+    }
+    std::ranges::sort(names);
+    std::vector<Bytes> inputs;
+    for (const auto &name : names) {
+        inputs.push_back(ReadFile(name));
+    }
+    return inputs;
 }
 
 void WriteSeeds(const std::vector<Bytes> &seeds, const std::string &directory) {
@@ -122,44 +228,74 @@ void WriteSeeds(const std::vector<Bytes> &seeds, const std::string &directory) {
     }
 }
 
-void Run(const Options &options) {
-    std::vector<Bytes> seeds;
-    for (const Bytes &frame : fuzz::SeedFrames()) {
-        seeds.push_back(fuzz::SeedInput(frame));
+// Runs mutations until there were enough, or the time is over; how many there were.
+uint64_t RunMutations(const std::vector<Bytes> &seeds) {
+    constexpr uint64_t kRunsBetweenLooks = 256;
+    const auto end = Clock::now() + std::chrono::seconds(options.seconds);
+    Mutator mutator(seeds);
+    uint64_t done = 0;
+    while (options.seconds != 0 ? Clock::now() < end : done < options.runs) {
+        alarm(kHangSeconds);
+        const uint64_t more = options.seconds != 0
+                                  ? kRunsBetweenLooks
+                                  : std::min(kRunsBetweenLooks, options.runs - done);
+        for (uint64_t i = 0; i < more; ++i, ++done) {
+            const uint64_t run = options.first + done;
+            RunInput("run", run, mutator.Input(options.seed, run));
+        }
     }
+    alarm(0);
+    return done;
+}
+
+void Run() {
+    const std::vector<Bytes> builtIn = fuzz::Seeds();
     if (!options.seedDirectory.empty()) {
-        WriteSeeds(seeds, options.seedDirectory);
+        WriteSeeds(builtIn, options.seedDirectory);
     }
-    for (const std::string &file : options.files) {
-        RunFile(file);
+    std::vector<Bytes> corpus;
+    if (!options.corpus.empty()) {
+        corpus = ReadDirectory(options.corpus);
     }
-    for (size_t i = 0; i < seeds.size(); ++i) {
-        RunInput("seed " + std::to_string(i), seeds[i]);
-    }
-    for (uint64_t run = options.first; run < options.first + options.runs; ++run) {
-        RunInput("run " + std::to_string(run) + " of seed " + std::to_string(options.seed),
-                 Mutator(seeds, options.seed, run).Input());
-    }
-    std::cout << options.files.size() << " files, " << seeds.size() << " seeds and " << options.runs
-              << " mutations ran\n";
+    std::vector<Bytes> files(options.files.size());
+    std::ranges::transform(options.files, files.begin(), ReadFile);
+    RunAll("file", files);
+    RunAll("corpus file", corpus);
+    RunAll("seed", builtIn);
+
+    std::vector<Bytes> seeds = builtIn;
+    seeds.insert(seeds.end(), corpus.begin(), corpus.end());
+    const auto begin = Clock::now();
+    const uint64_t mutations = RunMutations(seeds);
+    const std::chrono::duration<double> time = Clock::now() - begin;
+    std::cout << files.size() + corpus.size() << " files, " << builtIn.size() << " seeds and "
+              << mutations << " mutations ran, "
+              << static_cast<uint64_t>(static_cast<double>(mutations) / time.count())
+              << " mutations a second\n";
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
-    std::signal(SIGABRT, [](int) { SayWhichRun(); });
+    std::signal(SIGABRT, SayWhichDies);
+    std::signal(SIGALRM, SayWhichHangs);
     if (__sanitizer_set_death_callback != nullptr) {
         __sanitizer_set_death_callback(SayWhichRun);
+    } else {
+        std::signal(SIGSEGV, SayWhichDies);
     }
-    Options options;
     CLI::App app{"Runs the fuzzer's seeds, mutations of them, and files."};
     app.add_option("--runs", options.runs, "Mutations to run");
+    app.add_option("--seconds", options.seconds, "Run mutations for this time instead");
     app.add_option("--first", options.first, "Number of the first one");
     app.add_option("--seed", options.seed, "What the mutations depend on");
+    app.add_option("--corpus", options.corpus, "Directory of more inputs to run and mutate")
+        ->check(CLI::ExistingDirectory);
     app.add_option("--write-seeds", options.seedDirectory, "Directory to write the seeds to")
         ->check(CLI::ExistingDirectory);
+    app.add_option("--failing", options.failing, "File to write an input that fails to");
     app.add_option("files", options.files, "Inputs to run")->check(CLI::ExistingFile);
     CLI11_PARSE(app, argc, argv);
-    Run(options);
+    Run();
     return 0;
 }
