@@ -34,9 +34,9 @@ enum Circumstances : uint8_t {
 class Instances {
   public:
     Instances() {
-        OpenInstance(1, LYR_PKT_TYPE_CAPWAP);
-        OpenInstance(2, LYR_PKT_TYPE_CAPWAP);
-        OpenInstance(3, LYR_PKT_TYPE_WAPI);
+        channels_ = {module_.OpenInstance(1, LYR_PKT_TYPE_CAPWAP),
+                     module_.OpenInstance(2, LYR_PKT_TYPE_CAPWAP),
+                     module_.OpenInstance(3, LYR_PKT_TYPE_WAPI)};
         const uint16_t groups[8] = {0x2001, 0xDB8, 0, 0, 0, 0, 0, 1};
         LyrKes_AddCwpSrc(true, CWP_SRC_ANY_IF, capwap::Ipv4("10.0.0.1"), groups, 0);
         LyrKes_AddCwpSrc(false, CWP_SRC_ADDRESS, 0, groups, 0);
@@ -58,12 +58,6 @@ class Instances {
     }
 
   private:
-    void OpenInstance(uint32_t number, uint32_t pktType) {
-        const std::string digits = std::to_string(number);
-        channels_.push_back(standin::OpenChannel(TOV_CHN_KES2LYR(pktType) + digits, 2));
-        TOV_ThreadInfoRegByName((TOV_THD_KES2LYR(pktType) + digits).c_str());
-    }
-
     static void AddTunnels() {
         for (const uint16_t dstPort : {capwap::kControlPort, capwap::kDataPort}) {
             const LyrKesDistIpv4Key ipv4 = {.srcIp = capwap::Ipv4("10.0.10.1"),

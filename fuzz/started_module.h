@@ -14,6 +14,10 @@ class StartedModule {
     StartedModule &operator=(const StartedModule &) = delete;
 
     static constexpr uint32_t kId = 42;
+    static constexpr uint32_t kInstances = 5;
+
+    // Makes the channel and the thread of an instance; the channel's id.
+    static uint32_t OpenInstance(uint32_t number, uint32_t pktType);
 };
 
 }  // namespace fuzz
