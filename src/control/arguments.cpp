@@ -48,13 +48,29 @@ std::vector<Slot> ReadUsage(std::string_view usage) {
     return slots;
 }
 
-const Slot &OptionSlot(const std::vector<Slot> &slots, const std::string &word) {
+const Slot &OptionSlot(const std::vector<Slot> &slots, std::string_view name) {
     const auto slot = std::ranges::find_if(
-        slots, [&](const Slot &candidate) { return candidate.option && candidate.name == word; });
+        slots, [&](const Slot &candidate) { return candidate.option && candidate.name == name; });
     if (slot == slots.end()) {
-        throw InputError("unknown option '" + word + "'");
+        throw InputError("unknown option '" + std::string(name) + "'");
     }
     return *slot;
+}
+
+// The value of the option at words[i]; moves on to the last word that it takes.
+std::string TakeValue(const Slot &slot, std::span<const std::string> words, size_t &i) {
+    const std::string name(slot.name);
+    const size_t equals = words[i].find('=');
+    if (equals != std::string::npos) {
+        if (!slot.hasValue) {
+            throw InputError(name + " takes no value");
+        }
+        return words[i].substr(equals + 1);
+    }
+    if (slot.hasValue && ++i == words.size()) {
+        throw InputError(name + " has no value");
+    }
+    return slot.hasValue ? words[i] : "";
 }
 
 }  // namespace
@@ -73,12 +89,9 @@ Arguments::Arguments(std::string_view usage, std::span<const std::string> words)
     for (size_t i = 0; i < words.size(); ++i) {
         const std::string &word = words[i];
         if (word.starts_with("--")) {
-            const Slot &slot = OptionSlot(slots, word);
-            if (slot.hasValue && ++i == words.size()) {
-                throw InputError(word + " has no value");
-            }
-            if (!values_.emplace(slot.name, slot.hasValue ? words[i] : "").second) {
-                throw InputError(word + " is given twice");
+            const Slot &slot = OptionSlot(slots, std::string_view(word).substr(0, word.find('=')));
+            if (!values_.emplace(slot.name, TakeValue(slot, words, i)).second) {
+                throw InputError(std::string(slot.name) + " is given twice");
             }
             continue;
         }

@@ -14,6 +14,7 @@ std::string Join(std::span<const std::string> words);
 
 // The usage line is the grammar: "SRC-IP --node N [--vpn N] [--ipv6]" asks for one word and an
 // option with a value, and allows another option and a flag; "ENTRY ..." takes one word or more.
+// The value of an option is the next word, or stands behind a '=' in the same one.
 class Arguments {
   public:
     // Fits the words to the usage, which has to outlive the arguments. Throws InputError.

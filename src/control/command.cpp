@@ -42,6 +42,15 @@ Ask AskThrough(const Caller &caller, const Command &command, Outcome &outcome) {
     };
 }
 
+// Why there is no such service instance; empty when there is one.
+std::string BeyondInstances(const Request &request, std::optional<uint32_t> lastInstance) {
+    if (!request.instance || !lastInstance || *request.instance <= *lastInstance) {
+        return "";
+    }
+    return "instance " + std::to_string(*request.instance) +
+           " is beyond the service instances, 0 to " + std::to_string(*lastInstance);
+}
+
 LineUser AppendTo(std::vector<Command> &commands, const std::string &name) {
     return [&commands, &name](uint32_t line, std::span<const std::string> words) {
         Command &command = commands.emplace_back(ParseWords(words));
@@ -58,12 +67,10 @@ std::string Command::Where() const {
 
 Command ParseWords(std::span<const std::string> words) {
     const CommandSpec &spec = FindCommand(words);
-    Request request = spec.encode(Fit(spec, words));
     Command command;
     command.text = Join(words);
     command.spec = &spec;
-    command.request = std::move(request.bytes);
-    command.tally = request.tally;
+    command.request = spec.encode(Fit(spec, words));
     return command;
 }
 
@@ -138,17 +145,22 @@ std::string Outcome::ToJson() const {
     return JsonLine(json);
 }
 
-Outcome Execute(const Command &command, const Caller &caller) {
+Outcome Execute(const Command &command, const Caller &caller,
+                std::optional<uint32_t> lastInstance) {
     Outcome outcome;
     outcome.text = command.text;
     outcome.spec = command.spec;
-    outcome.tally = command.tally;
+    outcome.tally = command.request.tally;
+    outcome.failure = BeyondInstances(command.request, lastInstance);
+    if (!outcome.failure.empty()) {
+        return outcome;
+    }
     const Ask ask = AskThrough(caller, command, outcome);
     try {
         if (command.spec->reply != nullptr) {
-            outcome.reply = command.spec->reply->read(command.request, ask);
+            outcome.reply = command.spec->reply->read(command.request.bytes, ask);
         } else {
-            ask(command.request);
+            ask(command.request.bytes);
         }
     } catch (const OperationFailed &failed) {
         outcome.result = failed.result;

@@ -23,8 +23,7 @@ struct Command {
     uint32_t line = 0;  // from 1
     std::string text;   // its words, one space between them
     const CommandSpec *spec = nullptr;
-    Bytes request;
-    std::optional<BatchTally> tally;
+    Request request;
 
     // "FILE:LINE: ", or nothing.
     std::string Where() const;
@@ -65,8 +64,10 @@ struct Outcome {
 };
 
 // Runs a command, with as many requests as its replies ask for. A reply of another length than the
-// operation's own, and one that contradicts itself, is a failure.
-Outcome Execute(const Command &command, const Caller &caller);
+// operation's own, and one that contradicts itself, is a failure; so is a service instance beyond
+// the last one, where that is known: nothing is sent then.
+Outcome Execute(const Command &command, const Caller &caller,
+                std::optional<uint32_t> lastInstance = std::nullopt);
 
 // Usage, help and example of every command, indented by two spaces.
 std::string CommandHelp();

@@ -4,12 +4,15 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <string_view>
 #include <vector>
 
 #include "control/input_error.h"
 
 namespace control {
 namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 std::vector<std::string> Words(const std::string &line) {
     std::istringstream text(line.substr(0, line.find('#')));
@@ -29,7 +32,9 @@ InputError Unreadable(const std::string &name) {
 void ForEachLine(std::istream &text, const std::string &name, const LineUser &use) {
     uint32_t number = 0;
     for (std::string line; std::getline(text, line);) {
-        ++number;
+        if (++number == 1 && line.starts_with(kByteOrderMark)) {
+            line.erase(0, kByteOrderMark.size());
+        }
         const std::vector<std::string> words = Words(line);
         if (words.empty()) {
             continue;

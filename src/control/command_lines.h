@@ -1,4 +1,5 @@
-// Lines of words, as command files hold them: '#' begins a comment.
+// Lines of words, as command files hold them: '#' begins a comment. A byte order mark at the head,
+// and carriage returns, mean nothing.
 #pragma once
 
 #include <cstdint>

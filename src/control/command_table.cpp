@@ -18,8 +18,8 @@ constexpr uint16_t kCapwapControlPort = 5246;
 constexpr uint16_t kDefaultVpn = 0xFFFF;
 
 template <typename Message>
-Request RequestOf(const Message &message) {
-    return {BytesOf(message)};
+Request RequestOf(const Message &message, std::optional<uint64_t> instance = std::nullopt) {
+    return {BytesOf(message), instance};
 }
 
 uint32_t Number(const Arguments &arguments, std::string_view name, uint32_t max = UINT32_MAX) {
@@ -60,7 +60,8 @@ LyrKesCwpTunnelReq TunnelOfNode(const Arguments &arguments) {
 }
 
 Request EncodeTunnelAdd(const Arguments &arguments) {
-    return RequestOf(TunnelOfNode(arguments));
+    const LyrKesCwpTunnelReq request = TunnelOfNode(arguments);
+    return RequestOf(request, request.nodeId);
 }
 
 Request EncodeTunnelDel(const Arguments &arguments) {
@@ -82,7 +83,7 @@ Request EncodeTunnelDefault(const Arguments &arguments) {
     request.dstPort = kCapwapControlPort;
     request.vpnId = kDefaultVpn;
     request.nodeId = Number(arguments, "--node");
-    return RequestOf(request);
+    return RequestOf(request, request.nodeId);
 }
 
 LyrKesKaTunnelReq Session(const Arguments &arguments, uint32_t operation) {
@@ -99,7 +100,8 @@ LyrKesKaTunnelReq SessionOfNode(const Arguments &arguments) {
 }
 
 Request EncodeSessionAdd(const Arguments &arguments) {
-    return RequestOf(SessionOfNode(arguments));
+    const LyrKesKaTunnelReq request = SessionOfNode(arguments);
+    return RequestOf(request, request.nodeId);
 }
 
 Request EncodeSessionDel(const Arguments &arguments) {
@@ -107,15 +109,19 @@ Request EncodeSessionDel(const Arguments &arguments) {
 }
 
 Request EncodeWapi(const Arguments &arguments) {
-    return RequestOf(LyrKesWapiTunnelReq{.startVcpuId = Number(arguments, "START"),
-                                         .instSpec = Number(arguments, "COUNT")});
+    const LyrKesWapiTunnelReq request = {.startVcpuId = Number(arguments, "START"),
+                                         .instSpec = Number(arguments, "COUNT")};
+    if (request.instSpec == 0) {
+        return RequestOf(request);
+    }
+    return RequestOf(request, uint64_t{request.startVcpuId} + request.instSpec - 1);
 }
 
 template <uint32_t operation>
 Request EncodeSource(const Arguments &arguments) {
     LyrKesCwpSrcReq request = {};
     request.operation = operation;
-    request.source.cwpType = Number(arguments, "TYPE");
+    request.source.cwpType = ParseSourceType("TYPE", arguments["TYPE"]);
     request.source.srcAddr = ParseAddress("IP", arguments["IP"]);
     request.source.srcIf = NumberOr(arguments, "--if", 0);
     return RequestOf(request);
@@ -137,7 +143,7 @@ void AddSourceEntry(LyrKesCwpSrcReconReq &request, uint32_t &positionsSeen, std:
     }
     positionsSeen |= 1u << position;
     LyrKesCwpSrcEntry &entry = request.entries[position];
-    entry.cwpType = ParseNumber("TYPE", TakeField(text, ','));
+    entry.cwpType = ParseSourceType("TYPE", TakeField(text, ','));
     entry.srcAddr = ParseAddress("IP", TakeField(text, ','));
     if (!text.empty()) {
         entry.srcIf = ParseNumber("IF", text);
@@ -170,7 +176,7 @@ LyrKesRpcIpAddr TraceAddress(const Arguments &arguments, std::string_view option
 Request EncodeTraceSet(const Arguments &arguments) {
     LyrKesDebugTraceReq request = {};
     request.msgType = LYR_KES_TRACE_SET;
-    request.debugLevel = Number(arguments, "--level");
+    request.debugLevel = ParseTraceLevel("--level", arguments["--level"]);
     request.srcAddr = TraceAddress(arguments, "--src");
     request.dstAddr = TraceAddress(arguments, "--dst");
     request.srcPort = NumberOr(arguments, "--sport", 0, UINT16_MAX);
@@ -192,19 +198,23 @@ Request EncodeTraceClear(const Arguments &) {
 
 template <uint32_t reconType>
 Request EncodeAuditStep(const Arguments &arguments) {
-    return RequestOf(AuditRecord(reconType, Number(arguments, "N")));
+    const uint32_t node = Number(arguments, "N");
+    return RequestOf(AuditRecord(reconType, node), node);
 }
 
 Request EncodeConfirmTunnel(const Arguments &arguments) {
-    return RequestOf(Confirmation(TunnelOfNode(arguments)));
+    const LyrKesReconRecord record = Confirmation(TunnelOfNode(arguments));
+    return RequestOf(record, record.nodeId);
 }
 
 Request EncodeConfirmSession(const Arguments &arguments) {
-    return RequestOf(Confirmation(SessionOfNode(arguments)));
+    const LyrKesReconRecord record = Confirmation(SessionOfNode(arguments));
+    return RequestOf(record, record.nodeId);
 }
 
 Request EncodeReconRun(const Arguments &arguments) {
-    return ReconBatch(Number(arguments, "N"), arguments["FILE"]);
+    return ReconBatch(Number(arguments, "N"), arguments["FILE"],
+                      arguments.Find("--empty") != nullptr);
 }
 
 Request EncodeVerifyShow(const Arguments &arguments) {
@@ -341,8 +351,7 @@ constexpr CommandSpec kCommands[] = {
      .help =
          "Declare an address and interface of the controller as a CAPWAP source. It is known by "
          "its address (TYPE 1), by interface and IP version (2 and 3), or by an address that "
-         "broadcasts reach on all interfaces (4); other types of the management plane are kept "
-         "as well.",
+         "broadcasts reach on all interfaces (4).",
      .example = "1 10.0.0.254 --if 7",
      .operation = MUND_OP_CwpSrc,
      .encode = EncodeSource<LYR_KES_OPERATION_ADD>,
@@ -415,10 +424,11 @@ constexpr CommandSpec kCommands[] = {
      .failure = kQueueFailed,
      .reply = nullptr},
     {.name = "recon run",
-     .usage = "N FILE",
+     .usage = "N FILE [--empty]",
      .help = "Audit instance N against a command file, in one batch: what its 'tunnel add', "
              "'tunnel default' and 'session add' lines give to N is confirmed, all else that N "
-             "has is gone. Lines for other instances are left out, other commands ignored.",
+             "has is gone. Lines for other instances are left out, other commands ignored. A file "
+             "that gives N nothing needs --empty: then N loses all that it has.",
      .example = "3 site.commands",
      .operation = MUND_OP_BatchReconciliation,
      .encode = EncodeReconRun,

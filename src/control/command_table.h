@@ -22,6 +22,8 @@ struct BatchTally {
 // What a command sends.
 struct Request {
     Bytes bytes;
+    // The highest service instance that it speaks of.
+    std::optional<uint64_t> instance = std::nullopt;
     std::optional<BatchTally> tally = std::nullopt;
 };
 

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "control/input_error.h"
 #include "control/message_bytes.h"
 
 namespace control {
@@ -52,7 +53,7 @@ Connection::Connection(const std::string &path)
     : path_(path), socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_un address;
     if (const std::string complaint = mund::SetAddress(address, path); !complaint.empty()) {
-        throw NoEngine(complaint);
+        throw InputError("--control: " + complaint);
     }
     if (!socket_.Open()) {
         throw NoEngine(std::string("cannot create a socket: ") + std::strerror(errno));

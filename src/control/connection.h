@@ -29,7 +29,8 @@ class Refused : public std::runtime_error {
 
 class Connection {
   public:
-    // Throws NoEngine, which names the path and the reason. The engine has to be of the same user.
+    // Throws NoEngine, which names the path and the reason, and InputError for a path that no
+    // socket can have. The engine has to be of the same user.
     explicit Connection(const std::string &path);
 
     // Runs one operation; what Execute calls. Throws NoEngine, also when an answer takes longer

@@ -7,6 +7,7 @@
 
 #include "control/command.h"
 #include "control/command_lines.h"
+#include "control/input_error.h"
 #include "control/message_bytes.h"
 
 namespace control {
@@ -32,9 +33,9 @@ std::optional<LyrKesReconRecord> ConfirmationOf(std::span<const std::string> wor
     const Command command = ParseWords(words);
     switch (spec.operation) {
         case MUND_OP_CwpTunnel:
-            return ConfirmationOfAdd<LyrKesCwpTunnelReq>(command.request);
+            return ConfirmationOfAdd<LyrKesCwpTunnelReq>(command.request.bytes);
         case MUND_OP_KaTunnel:
-            return ConfirmationOfAdd<LyrKesKaTunnelReq>(command.request);
+            return ConfirmationOfAdd<LyrKesKaTunnelReq>(command.request.bytes);
         default:
             return std::nullopt;
     }
@@ -75,7 +76,7 @@ LyrKesReconRecord Confirmation(const LyrKesKaTunnelReq &session) {
     return record;
 }
 
-Request ReconBatch(uint32_t node, const std::string &path) {
+Request ReconBatch(uint32_t node, const std::string &path, bool mayBeEmpty) {
     std::vector<LyrKesReconRecord> records = {AuditRecord(LYR_KES_RECON_BEGIN, node)};
     uint32_t leftOut = 0;
     ForEachLine(path, [&](uint32_t, std::span<const std::string> words) {
@@ -86,8 +87,13 @@ Request ReconBatch(uint32_t node, const std::string &path) {
             ++leftOut;
         }
     });
+    if (records.size() == 1 && !mayBeEmpty) {
+        throw InputError("'" + path + "' has nothing for instance " + std::to_string(node) +
+                         ", and the audit would take away all that the instance has; --empty says "
+                         "that this is meant");
+    }
     records.push_back(AuditRecord(LYR_KES_RECON_FINISH, node));
-    return {BatchOf(records), BatchTally{static_cast<uint32_t>(records.size()), leftOut}};
+    return {BatchOf(records), node, BatchTally{static_cast<uint32_t>(records.size()), leftOut}};
 }
 
 }  // namespace control

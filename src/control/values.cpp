@@ -12,6 +12,7 @@
 
 #include "capwap/message_type.h"
 #include "control/input_error.h"
+#include "mund/module_objects.h"
 
 namespace control {
 namespace {
@@ -155,6 +156,24 @@ std::array<uint32_t, 4> ParseSessionId(std::string_view name, std::string_view t
         Reject(name, text, "a session id of 32 hexadecimal digits");
     }
     return words;
+}
+
+uint32_t ParseTraceLevel(std::string_view name, std::string_view text) {
+    const std::optional<uint32_t> level = DecimalOrHex(text);
+    if (!level || *level == 0 || *level > (MUND_TRACE_FAILURES | MUND_TRACE_PACKETS)) {
+        Reject(name, text, "a level of the trace: 1 (failures), 2 (packets) or 3 (both)");
+    }
+    return *level;
+}
+
+uint32_t ParseSourceType(std::string_view name, std::string_view text) {
+    const std::optional<uint32_t> type = DecimalOrHex(text);
+    if (!type || *type < MUND_SOURCE_ADDRESS || *type > MUND_SOURCE_ANY_INTERFACE) {
+        Reject(name, text,
+               "a type of source: 1 (known by its address), 2 or 3 (by interface and IP version) "
+               "or 4 (by its address, and broadcasts reach it on all interfaces)");
+    }
+    return *type;
 }
 
 uint32_t ParseMessageType(std::string_view name, std::string_view text) {

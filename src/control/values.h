@@ -46,6 +46,13 @@ std::array<uint8_t, 6> ParseMac(std::string_view name, std::string_view text);
 // A session id: 32 hexadecimal digits, its four words in order (RFC 5415, section 4.6.37).
 std::array<uint32_t, 4> ParseSessionId(std::string_view name, std::string_view text);
 
+// What the trace tells: a mask of MUND_TRACE_* that is not empty.
+uint32_t ParseTraceLevel(std::string_view name, std::string_view text);
+
+// A source type that sources are known by something under: MUND_SOURCE_ADDRESS to
+// MUND_SOURCE_ANY_INTERFACE. Another would hold its position for good.
+uint32_t ParseSourceType(std::string_view name, std::string_view text);
+
 // A CAPWAP message type: a number, or its name with '-' or '_' for a space.
 uint32_t ParseMessageType(std::string_view name, std::string_view text);
 

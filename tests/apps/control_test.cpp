@@ -64,9 +64,9 @@ Outcome Answered(const std::string &line, const std::vector<Answer> &answers) {
     const Outcome outcome = Execute(command, [&](MundOperation operation,
                                                  std::span<const uint8_t> request) {
         EXPECT_EQ(operation, command.spec->operation);
-        EXPECT_EQ(request.size(), command.request.size());
+        EXPECT_EQ(request.size(), command.request.bytes.size());
         if (asked == 0) {
-            EXPECT_EQ(Bytes(request.begin(), request.end()), command.request);
+            EXPECT_EQ(Bytes(request.begin(), request.end()), command.request.bytes);
         }
         return asked < answers.size() ? answers[asked++] : Answer{"one request too many", 0, {}};
     });
@@ -92,7 +92,7 @@ TEST(ControlCommand, BecomesARequest) {
          "0:4=1 8:4=0x0A000001 32:4=0x0A000002 52:2=1 54:2=2 56:4=7"},
         {"tunnel default --node 5", MUND_OP_CwpTunnel,
          "8:4=0xFFFFFFFF 32:4=0xFFFFFFFF 52:2=0xFFFF 54:2=5246 56:4=65535 60:4=5"},
-        {"tunnel default --ipv6 --node 5", MUND_OP_CwpTunnel,
+        {"tunnel default --ipv6 --node=5", MUND_OP_CwpTunnel,
          "4:4=1 28:4=1 52:2=0xFFFF 54:2=5246 56:4=65535 60:4=5 12:8x2=0xFFFF 36:8x2=0xFFFF"},
         {"session add 00112233445566778899aabbCCDDEEFF --node 2", MUND_OP_KaTunnel,
          "4:4=0x00112233 8:4=0x44556677 12:4=0x8899AABB 16:4=0xCCDDEEFF 20:4=2"},
@@ -108,8 +108,8 @@ TEST(ControlCommand, BecomesARequest) {
          "--type Discovery-Request --mac 02:00:5e:10:a0:FF",
          MUND_OP_DebugTraceSet,
          "4:4=2 8:4=0x105E0002 12:2=0xFFA0 20:4=0x0A000001 40:4=1 64:4=1 68:4=65535 72:4=1"},
-        {"trace set --level 0xFFFFFFFF --src 2001:db8::1 --type 0x1234", MUND_OP_DebugTraceSet,
-         "4:4=0xFFFFFFFF 16:4=1 24:2=0x2001 26:2=0x0DB8 38:2=1 40:4=1 72:4=0x1234"},
+        {"trace set --level=1 --src=2001:db8::1 --type=0x1234", MUND_OP_DebugTraceSet,
+         "4:4=1 16:4=1 24:2=0x2001 26:2=0x0DB8 38:2=1 40:4=1 72:4=0x1234"},
         {"trace clear", MUND_OP_DebugTraceSet, "0:4=1"},
         {"recon begin 3", MUND_OP_Reconciliation, "76:4=3"},
         {"recon finish 0xFFFFFFFF", MUND_OP_Reconciliation, "0:4=3 76:4=0xFFFFFFFF"},
@@ -142,7 +142,7 @@ TEST(ControlCommand, BecomesARequest) {
     for (const auto &c : cases) {
         const Command command = Parse(c.line).at(0);
         EXPECT_EQ(command.spec->operation, c.operation) << c.line;
-        EXPECT_EQ(command.request, Packed(kRequestSizes[c.operation], c.fields)) << c.line;
+        EXPECT_EQ(command.request.bytes, Packed(kRequestSizes[c.operation], c.fields)) << c.line;
     }
 }
 
@@ -152,6 +152,11 @@ TEST(ControlCommand, MistakesAreNamed) {
     const std::string noAddress = " is not an IPv4 or IPv6 address";
     const std::string noMac = " is not a MAC address such as 02:00:5e:10:00:01";
     const std::string noSession = " is not a session id of 32 hexadecimal digits";
+    const std::string noLevel =
+        " is not a level of the trace: 1 (failures), 2 (packets) or 3 (both)";
+    const std::string noSource =
+        " is not a type of source: 1 (known by its address), 2 or 3 (by interface and IP version) "
+        "or 4 (by its address, and broadcasts reach it on all interfaces)";
     const std::string noType =
         " is not a CAPWAP message type: a number, or a name of RFC 5415, section 4.5.1.1, such as "
         "discovery-request";
@@ -175,6 +180,10 @@ TEST(ControlCommand, MistakesAreNamed) {
         {"tunnel default --node 3 --node 4", "--node is given twice" + usage},
         {"tunnel default 3 --node 3", "unexpected word '3'" + usage},
         {"tunnel default --nod 3", "unknown option '--nod'" + usage},
+        {"tunnel default --nod=3", "unknown option '--nod'" + usage},
+        {"tunnel default --node=3 --node 4", "--node is given twice" + usage},
+        {"tunnel default --node= --ipv6", "--node ''" + noNumber},
+        {"tunnel default --node 3 --ipv6=1", "--ipv6 takes no value" + usage},
         {"tunnel list --ipv6", "--port is missing; usage: tunnel list --port N [--ipv6]"},
         {"trace clear now", "unexpected word 'now'; usage: trace clear"},
         {"session add 0011 --node 1", "HEX32 '0011'" + noSession},
@@ -182,6 +191,11 @@ TEST(ControlCommand, MistakesAreNamed) {
          "HEX32 '0011223344556677x899aabbccddeeff'" + noSession},
         {"source set",
          "POSITION=TYPE,IP[,IF] is missing; usage: source set POSITION=TYPE,IP[,IF] ..."},
+        {"source add 0 10.0.0.1", "TYPE '0'" + noSource},
+        {"source add 5 10.0.0.1", "TYPE '5'" + noSource},
+        {"source set 1=5,10.0.0.1", "TYPE '5'" + noSource},
+        {"trace set --level 0", "--level '0'" + noLevel},
+        {"trace set --level 4", "--level '4'" + noLevel},
         {"source set 8=1,10.0.0.1", "POSITION '8' is not a number from 0 to 7"},
         {"source set 3=1,10.0.0.1 3=1,10.0.0.2", "position 3 is given twice"},
         {"source set 3=1", "IP ''" + noAddress},
@@ -200,10 +214,12 @@ TEST(ControlCommand, MistakesAreNamed) {
 
 TEST(ControlCommand, LinesAreCountedAndCommentsSkipped) {
     const std::vector<Command> commands =
-        Parse("# tunnels\n\n  wapi\t1 2  # two of them\r\n\ntrace   clear");
-    ASSERT_EQ(commands.size(), 2u);
-    EXPECT_EQ(commands[0].Where() + commands[0].text, "cmds:3: wapi 1 2");
-    EXPECT_EQ(commands[1].Where() + commands[1].text, "cmds:5: trace clear");
+        Parse("\xEF\xBB\xBFstats show\r\n\n  wapi\t1 2  # two of them\r\n\ntrace   clear");
+    std::string lines;
+    for (const Command &command : commands) {
+        lines += command.Where() + command.text + "\n";
+    }
+    EXPECT_EQ(lines, "cmds:1: stats show\ncmds:3: wapi 1 2\ncmds:5: trace clear\n");
 }
 
 TEST(ControlCommand, AnAuditSendsWhatAFileGivesToTheNode) {
@@ -225,12 +241,11 @@ TEST(ControlCommand, AnAuditSendsWhatAFileGivesToTheNode) {
                "recon confirm session " + session + " --node 3\nrecon confirm tunnel " +
                "255.255.255.255 65535 255.255.255.255 5246 --vpn 65535 --node 3\n" +
                "recon confirm tunnel" + tunnel6 + "recon finish 3")) {
-        records.insert(records.end(), command.request.begin(), command.request.end());
+        records.insert(records.end(), command.request.bytes.begin(), command.request.bytes.end());
     }
-    const Command command = Parse(run).at(0);
-    const auto behindHeader = command.request.begin() + 8;
-    EXPECT_EQ(Bytes(command.request.begin(), behindHeader), (Bytes{6, 0, 0, 0, 0, 0, 0, 0}));
-    EXPECT_EQ(Bytes(behindHeader, command.request.end()), records);
+    const Bytes batch = Parse(run).at(0).request.bytes;
+    EXPECT_EQ(Bytes(batch.begin(), batch.begin() + 8), (Bytes{6, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(Bytes(batch.begin() + 8, batch.end()), records);
 
     const Outcome done = Answered(run, {Result(0)});
     EXPECT_EQ(done.ToText(), run + ": ok; records sent: 6, entries of other nodes left out: 3");
@@ -238,15 +253,52 @@ TEST(ControlCommand, AnAuditSendsWhatAFileGivesToTheNode) {
     EXPECT_EQ(Answered(run, {Result(1)}).ToText(),
               run + ": failed (1): no memory, or the queue of the audits is full");
 
+    const std::string nothing = "recon run 9 " + path;
+    EXPECT_EQ(ErrorOf(nothing), "cmds:1: '" + path +
+                                    "' has nothing for instance 9, and the audit would take away "
+                                    "all that the instance has; --empty says that this is meant");
+    EXPECT_EQ(Answered(nothing + " --empty", {Result(0)}).tally->records, 2u);
+
     for (const char *line : {"source add 1 10.0.0", "recon run 3", "tunnel add"}) {
         std::ofstream(path) << "\n\n" << line << "\n";
         EXPECT_TRUE(ErrorOf(run).starts_with("cmds:1: " + path + ":3: ")) << ErrorOf(run);
     }
 }
 
+TEST(ControlCommand, AnInstanceThatThereIsNotIsNotAskedFor) {
+    const programs::Directory directory;
+    const std::string file = directory.Path("site.commands");
+    directory.Write("site.commands", "tunnel default --node 28\n");
+    const std::string tunnel = " 10.0.0.1 1 10.0.0.2 2 --node 28", key = std::string(32, '0');
+    for (const std::string &line :
+         {"tunnel add" + tunnel, std::string("tunnel default --node 28"),
+          "session add " + key + " --node 28", std::string("wapi 27 2"), std::string("wapi 28 1"),
+          std::string("recon begin 28"), "recon confirm tunnel" + tunnel,
+          "recon confirm session " + key + " --node 28", std::string("recon finish 28"),
+          "recon run 28 " + file}) {
+        const Command command = Parse(line).at(0);
+        size_t asked = 0;
+        const auto module = [&](MundOperation, std::span<const uint8_t>) {
+            ++asked;
+            return Result(MUND_RESULT_OK, Bytes(command.spec->reply != nullptr ? 4 : 0));
+        };
+        const std::string text = Execute(command, module, 27).ToText();
+        EXPECT_EQ(asked, 0u) << line;
+        EXPECT_TRUE(
+            text.starts_with(line + ": instance 28 is beyond the service instances, 0 to 27"))
+            << text;
+        EXPECT_TRUE(Execute(command, module, 28).Ok()) << line;
+        EXPECT_TRUE(Execute(command, module).Ok()) << line;
+    }
+    EXPECT_TRUE(Execute(
+                    Parse("wapi 28 0").at(0),
+                    [](auto, auto) { return Result(MUND_RESULT_OK, Bytes(4)); }, 27)
+                    .Ok());
+}
+
 TEST(ControlCommand, ExamplesOfTheHelpAreCommands) {
     const programs::Directory directory;  // one of them names a file
-    directory.Write("site.commands", "wapi 0 4\n");
+    directory.Write("site.commands", "tunnel default --node 3\n");
     std::filesystem::current_path(directory.Path());
     for (const CommandSpec &spec : Commands()) {
         const std::string example = std::string(spec.name) + " " + std::string(spec.example);

@@ -349,8 +349,7 @@ TEST_F(Explaining, GivesTheReason) {
          "ID element",
          "returned to the engine: its session id cannot be read"},
         {"no channel", Echo("10.64.0.2", "10.0.0.1"), "channel",
-         "chn/kes2lyrcwp3 is not resolved: when the instance was registered, it or thread "
-         "thd/kes2lyrcwp3 was not there",
+         "chn/kes2lyrcwp3 is not resolved: there is no such channel",
          "undelivered: instance 3 has no channel to send it on"},
         // 153496644 is even: instance 1 + 0.
         {"station", Frame(wapi), "key",
@@ -373,6 +372,20 @@ TEST_F(Explaining, GivesTheReason) {
     }
     EXPECT_NE(TextOf(Explain(Echo("10.64.0.4", "10.0.0.1")), "channel").find(", which is closed; "),
               std::string::npos);
+
+    // Instance 3 comes up after its tunnel has been registered.
+    const auto whyUnresolved = [&] {
+        return TextOf(Explain(Echo("10.64.0.2", "10.0.0.1")), "channel");
+    };
+    channels_[standin::OpenChannel("chn/kes2lyrcwp3", 8)] = 3;
+    EXPECT_EQ(whyUnresolved(),
+              "chn/kes2lyrcwp3 is not resolved: there is no thread thd/kes2lyrcwp3");
+    ASSERT_EQ(TOV_ThreadInfoRegByName("thd/kes2lyrcwp3"), 0u);
+    EXPECT_EQ(whyUnresolved(),
+              "chn/kes2lyrcwp3 is not resolved: no tunnel has been registered for instance 3 since "
+              "it and thread thd/kes2lyrcwp3 are there");
+    Execute("tunnel add 10.64.0.3 50000 10.0.0.1 5246 --node 3\n");
+    EXPECT_NE(whyUnresolved().find("is resolved to channel"), std::string::npos);
 }
 
 TEST_F(Explaining, IsTextAndJson) {

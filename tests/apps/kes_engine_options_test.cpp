@@ -60,7 +60,7 @@ TEST_F(KesEngineOptions, BadInputEndsItBeforeAnythingIsWritten) {
         {"--out none/out", 1, "--out: cannot make directory 'none/out': No such file or directory"},
         {"--out text", 1, "--out: cannot make directory 'text': "},
         {"--exec refused", 1,
-         "refused:2: wapi 29 1: failed (1): the range is beyond the service instances"},
+         "refused:2: wapi 29 1: instance 29 is beyond the service instances, 0 to 27"},
         {"--capability WCWP_SPEC_SVC_NUM=1000", 1,
          "the module has 1001 service instances; at most 1000 can be served here"},
     };

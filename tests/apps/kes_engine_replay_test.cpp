@@ -172,7 +172,7 @@ TEST_F(KesEngineReplay, AnAuditTakesAwayWhatIsNotConfirmedAndNothingElse) {
         known.erase(known.find(c.lost), c.lost.size());
         Write("known", known);
         Write("audit", "trace set --level 3\nrecon run " + c.node +
-                           " known\nverify show\nverify clear\nverify show\n");
+                           " known --empty\nverify show\nverify clear\nverify show\n");
         Replay(replay + "known");
         const FramesByFile after = ReadOut();
         EXPECT_EQ(before == after, c.lost.empty());

@@ -20,6 +20,7 @@ TEST_F(LyrctlCommands, MistakesAreUsageAndNeedNoEngine) {
         {"tunnel add 10.0.0.1", "SRC-PORT is missing; usage: tunnel add SRC-IP"},
         {"source show all", "unexpected word 'all'; usage: source show"},
         {"inspect --slot x g_a", "--slot 'x' is not a number"},
+        {"trace follow --level 9", "--level '9' is not a level of the trace: 1 (failures), 2"},
         {"trace follow --grep '('", "--grep '(' is not a regular expression"},
         {"explain --capture " TEST_DATA "/none.pcap", "none.pcap': No such file"},
         {"explain --frame 0 --capture " TEST_DATA "/ap-session.pcap", "counted from 1"},
@@ -33,6 +34,9 @@ TEST_F(LyrctlCommands, MistakesAreUsageAndNeedNoEngine) {
         EXPECT_THAT(run.err, HasSubstr(c.complaint));
         EXPECT_EQ(std::ranges::count(run.err, '\n'), 1) << run.err;
     }
+    const Outcome tooLong = Do("stats show", "/" + std::string(107, 'x'));
+    EXPECT_EQ(tooLong.status, 2);
+    EXPECT_THAT(tooLong.err, HasSubstr("the path has 108 bytes, and a socket's path at most 107"));
     for (const char *command : {"stats show", "source show", "trace follow", "top --once",
                                 "explain --capture " TEST_DATA "/ap-session.pcap"}) {
         const Outcome run = Do(command, "/none/such.sock");
@@ -84,8 +88,10 @@ TEST_F(LyrctlCommands, RefusalsAreToldWithTheirReason) {
         const char *reason;
         const char *json;
     } cases[] = {
-        {"tunnel default --node 99", "failed (1): no memory, or the node is beyond",
+        {"tunnel default --node 1", "failed (1): no memory, or the node is beyond",
          R"("operation":"CwpTunnel","ok":false,"result":1,)"},
+        {"tunnel default --node 2", "instance 2 is beyond the service instances, 0 to 1",
+         R"("operation":"CwpTunnel","ok":false,"result":null,)"},
         {"session del 00112233445566778899aabbccddeeff", "not open", R"("ok":false,"result":null)"},
         {"inspect g_nix", "no object g_nix", R"("ok":false,"meaning":"no object g_nix"})"},
         {"trace show", "g_lyrKesDebugTrace has 67 bytes, not 68", R"("ok":false)"},

@@ -12,6 +12,7 @@
 #include "kes/channel.h"
 #include "kes/hook.h"
 #include "kes/interface_index.h"
+#include "kes/thread.h"
 #include "packet_class.h"
 
 namespace kes_engine {
@@ -150,6 +151,20 @@ SourceMatch MatchAddress(const Sources &sources, const MundModuleAddress &destin
     }
     return {true,
             SourceText(*position, sources[*position]) + " has the packet's destination address"};
+}
+
+// The module looks for an instance's channel and thread when the instance is given something.
+std::string WhyUnresolved(uint32_t channel, const std::string &threadName, uint32_t instance,
+                          uint32_t packetType) {
+    if (channel == TOV_CHANNEL_ID_NONE) {
+        return "there is no such channel";
+    }
+    if (TOV_ThreadInfoGetByName(threadName.c_str()) == nullptr) {
+        return "there is no thread " + threadName;
+    }
+    return (packetType == MUND_PACKET_WAPI ? "stations have not been given to instance "
+                                           : "no tunnel has been registered for instance ") +
+           to_string(instance) + " since it and thread " + threadName + " are there";
 }
 
 }  // namespace
@@ -391,12 +406,13 @@ bool DryRun::ExplainChannel(uint32_t instance, uint32_t packetType) {
     }
     const std::string name = module_.TOV_CHN_KES2LYR(packetType) + to_string(instance);
     const std::string threadName = module_.TOV_THD_KES2LYR(packetType) + to_string(instance);
+    const uint32_t channel = TOV_ChannelGetIdByName(name.c_str());
     if (receiver->channel == MUND_NO_CHANNEL) {
-        Say("channel", name + " is not resolved: when the instance was registered, it or thread " +
-                           threadName + " was not there");
+        Say("channel",
+            name + " is not resolved: " + WhyUnresolved(channel, threadName, instance, packetType));
         return false;
     }
-    const bool open = TOV_ChannelGetIdByName(name.c_str()) == receiver->channel;
+    const bool open = channel == receiver->channel;
     Say("channel", name + " is resolved to channel " + to_string(receiver->channel) +
                        (open ? "" : ", which is closed") +
                        (receiver->threadKnown ? "; thread " + threadName + " is known"

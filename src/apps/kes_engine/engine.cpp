@@ -49,13 +49,14 @@ void Engine::Start() {
                       MUND_OBJECT_LAST_INSTANCE);
     }
     // No channel refuses a packet for lack of room: all buffers fit into any one of them.
-    instances_.emplace(uint64_t{*last} + 1, pool_.Capacity(), out_);
+    lastInstance_ = *last;
+    instances_.emplace(uint64_t{lastInstance_} + 1, pool_.Capacity(), out_);
     countersBefore_ = ReadCounters();
 }
 
 void Engine::Execute(const std::vector<control::Command> &commands) {
     for (const control::Command &command : commands) {
-        const control::Outcome outcome = control::Execute(command, CallModule);
+        const control::Outcome outcome = control::Execute(command, CallModule, lastInstance_);
         standin::WaitUntilCreatedThreadsIdle();
         if (!outcome.Ok()) {
             throw Failure(command.Where() + outcome.ToText());

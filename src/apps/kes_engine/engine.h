@@ -102,6 +102,7 @@ class Engine {
     standin::MbufPool pool_;
     standin::Module module_;
     std::optional<ForwardingThreads> forwarding_;
+    uint32_t lastInstance_ = 0;
     std::optional<ServiceInstances> instances_;
 };
 

@@ -210,7 +210,7 @@ ExitStatus FollowTrace(Client &client, const control::Arguments &arguments) {
     LinePrinter printer(client.Json(), arguments.Find("--grep"));
     std::optional<uint32_t> level;
     if (const std::string *text = arguments.Find("--level")) {
-        level = control::ParseNumber("--level", *text);
+        level = control::ParseTraceLevel("--level", *text);
     }
     // A connection follows or asks, not both.
     control::Connection lines(client.Path());

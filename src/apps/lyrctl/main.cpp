@@ -9,13 +9,26 @@
 #include "command_list.h"
 #include "control/command.h"
 #include "control/json_line.h"
+#include "module_object.h"
+#include "mund/module_objects.h"
 #include "options.h"
 
 namespace lyrctl {
 namespace {
 
+// Nothing where the engine does not tell.
+std::optional<uint32_t> LastInstance(Client &client) {
+    try {
+        return ReadObject<uint32_t>(client.Engine(), MUND_OBJECT_LAST_INSTANCE);
+    } catch (const control::Refused &) {
+        return std::nullopt;
+    }
+}
+
 ExitStatus RunOperation(Client &client, std::span<const std::string> words) {
-    const control::Outcome outcome = control::Execute(control::ParseWords(words), client.Caller());
+    const control::Command command = control::ParseWords(words);
+    const auto last = command.request.instance ? LastInstance(client) : std::nullopt;
+    const control::Outcome outcome = control::Execute(command, client.Caller(), last);
     if (client.Json()) {
         std::cout << outcome.ToJson() << '\n';
     }
