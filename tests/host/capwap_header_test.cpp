@@ -87,7 +87,7 @@ class CapwapHeaderTest : public EngineTest {
   protected:
     void SetUp() override {
         EngineTest::SetUp();
-        TraceOn();
+        TraceOn(LYR_TRACE_FAILURE);
     }
 
     // Every reader in turn; the quiet ones must agree with the traced ones, and stay quiet.
@@ -447,7 +447,7 @@ TEST_F(CapwapHeaderTest, WlanIdForTheEngine) {
         uint16_t wlanId = 99;
         EXPECT_EQ(LyrKes_GetVadoAcTunnelWlanId(packet.get(), &wlanId), result);
         EXPECT_EQ(wlanId, expected);
-        EXPECT_EQ(Lines(LineKind::kPrint), prints);
+        EXPECT_EQ(TakeLines(LineKind::kPrint), prints);
         EXPECT_EQ(TakeReports(), reports);
         EXPECT_EQ(LyrKes_GetVadoAcTunnelWlanId(packet.get(), nullptr), kFailed);
         EXPECT_EQ(LyrKes_GetVadoAcTunnelWlanId(nullptr, &wlanId), kFailed);

@@ -33,8 +33,12 @@ Texts Dump(const std::vector<Record> &records) {
 
 constexpr CwpSrcRcd kFree = {.srcType = CWP_SRC_FREE, .ifIndex = 0, .address = {}};
 
-class CwpSource : public TracedHostTest {
+class CwpSource : public HostTest {
   protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        TraceOn(LYR_TRACE_PACKET);
+    }
     Texts Dumped() {
         ForgetLines();
         LyrKes_QueryCwpSrc();

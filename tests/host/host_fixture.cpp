@@ -134,7 +134,8 @@ Texts EngineTest::Lines(standin::LineKind kind) const {
 
 Texts EngineTest::TakeLines(standin::LineKind kind) {
     Texts lines = Lines(kind);
-    ForgetLines();
+    const std::lock_guard lock(mutex_);
+    std::erase_if(lines_, [kind](const auto &line) { return line.first == kind; });
     return lines;
 }
 
@@ -157,6 +158,14 @@ void EngineTest::TraceOn(uint32_t levels) {
 
 void EngineTest::TraceOff() {
     LyrKes_DebugTraceConfigClear();
+}
+
+Texts OfLevels(uint32_t levels, Texts lines) {
+    std::erase_if(lines, [levels](const std::string &line) {
+        const bool packet = line.starts_with("[LYR-HOST][") || line.starts_with("tov channel dc ");
+        return (levels & (packet ? LYR_TRACE_PACKET : LYR_TRACE_FAILURE)) == 0;
+    });
+    return lines;
 }
 
 void StopModule() {

@@ -82,9 +82,9 @@ class EngineTest : public ::testing::Test {
 
     // The lines of a kind so far.
     Texts Lines(standin::LineKind kind) const;
-    // The lines of a kind since the last call of this or of ForgetLines.
+    // The lines of a kind since the last call of this for it, or of ForgetLines.
     Texts TakeLines(standin::LineKind kind);
-    // The lines of logs and traces since then.
+    // Those of logs and traces.
     Texts TakeReports();
     void ForgetLines();
 
@@ -111,6 +111,9 @@ class TracedHostTest : public HostTest {
   protected:
     void SetUp() override;
 };
+
+// Of trace lines, those that a mask of levels shows.
+Texts OfLevels(uint32_t levels, Texts lines);
 
 // Stops the module; starts it anew.
 void StopModule();

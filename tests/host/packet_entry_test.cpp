@@ -137,13 +137,14 @@ class PacketEntryTest : public HostTest {
     void Check(const char *name, const Bytes &frame, uint64_t fate, Instance *receiver,
                const Texts &prints, const Texts &reports) {
         SCOPED_TRACE(name);
-        for (const bool quick : {false, true}) {
+        for (const auto &[levels, quick] :
+             {std::pair(1u, true), {2u, true}, {3u, true}, {3u, false}}) {
             receiversAreQuick = quick;
             ForgetCounts();
-            TraceOn();
+            TraceOn(levels);
             EXPECT_EQ(Run(MakePacket(frame, {.vrf = 7, .diagnose = true}), receiver), fate);
-            EXPECT_EQ(Lines(LineKind::kPrint), prints);
-            EXPECT_EQ(TakeReports(), reports);
+            EXPECT_EQ(TakeLines(LineKind::kPrint), prints);
+            EXPECT_EQ(TakeReports(), OfLevels(levels, reports)) << "levels " << levels;
             TraceOff();
             EXPECT_EQ(Run(MakePacket(frame, {.vrf = 7}), receiver), fate);
             EXPECT_THAT(Lines(LineKind::kPrint), IsEmpty());

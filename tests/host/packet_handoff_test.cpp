@@ -1,6 +1,7 @@
 #include "channel/packet_handoff.h"
 
 #include "channel/station_service.h"
+#include "dfx/debug_trace.h"
 #include "dist_tables.h"
 #include "kes/channel.h"
 #include "standin/channels.h"
@@ -13,8 +14,12 @@ constexpr uint32_t kCapwap = LYR_PKT_TYPE_CAPWAP;
 constexpr uint32_t kWapi = LYR_PKT_TYPE_WAPI;
 constexpr uint32_t kNotHandedOver = 4;
 
-class Handoff : public TracedHostTest {
+class Handoff : public HostTest {
   protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        TraceOn(LYR_TRACE_FAILURE);
+    }
     static Packet ApPacket(bool diagnose = false) {
         return MakePacket(Ipv4Tunnels::Frame(1), {.rxPort = 6, .diagnose = diagnose});
     }

@@ -42,7 +42,7 @@ class PacketLookup : public HostTest {
         Register(TunnelRequest(kAdd, kAp6, 12223, kController6, 5246, 5, 0xFFFF));
         const LyrKesKaTunnelReq session = {kAdd, {1, 0xABCDEF01, 0, 4}, 6};
         ASSERT_EQ(Call(MUND_OP_KaTunnel, session), 0u);
-        TraceOn();
+        TraceOn(LYR_TRACE_FAILURE);
     }
 
     static void Register(const LyrKesCwpTunnelReq &request) {
@@ -127,7 +127,7 @@ TEST_F(PacketLookup, Owners) {
 
     TraceOff();
     RegisterDefaults();
-    TraceOn();
+    TraceOn(LYR_TRACE_FAILURE);
     const Case withDefaults[] = {
         {"beside the default", known, 9, kOk, 4, TUNNEL("4", "0a", "5246", "9")},
         {"default", Control("192.0.2.11", kController), 0, kOk, 8, TUNNEL("8", "0b", "5246", "0")},
@@ -251,7 +251,7 @@ TEST_F(SourceMatch, Packets) {
         const FrameSpec frame = Control(ipv6 ? kAp6 : kAp, destination);
         TraceOn(LYR_TRACE_FAILURE);
         EXPECT_EQ(LyrHost_IsPktMatchCwpSrc(MakePacket(frame, {.rxPort = 3}).get()), !refusal);
-        EXPECT_EQ(Lines(LineKind::kReport), IfAny("", refusal));
+        EXPECT_EQ(TakeReports(), IfAny("", refusal));
         EXPECT_THAT(TakeLines(LineKind::kPrint), IsEmpty());
         TraceOff();
         const Packet marked = MakePacket(frame, {.rxPort = 3, .diagnose = true});
