@@ -2,9 +2,6 @@
 #include "dfx/message_type_stat.h"
 
 #include <dlfcn.h>
-#include <gmock/gmock.h>
-
-#include <cstring>
 
 #include "channel/service_channel.h"
 #include "dfx/diagnostics.h"
@@ -27,23 +24,14 @@ uint32_t TovOndAssert(const char *source, uint32_t line, uint32_t code) {
 namespace {
 
 using namespace host_test;
-using standin::LineKind;
-using ::testing::Each;
-using ::testing::SizeIs;
-using ::testing::StartsWith;
 
 constexpr const char *kAssertion = "src/host/lyr_kes/dfx/lyr_kes_cwpstat:";
 
 class MessageTypes : public HostTest {
   protected:
     static LyrKesCwpMsgTypeStatRsp Send(uint32_t msgType, uint32_t cwpMsgType = 0) {
-        std::vector<uint8_t> bytes;
-        EXPECT_EQ(
-            Call(MUND_OP_CwpMsgTypeStat, LyrKesCwpMsgTypeStatReq{msgType, cwpMsgType}, &bytes), 0u);
-        LyrKesCwpMsgTypeStatRsp reply = {};
-        EXPECT_EQ(bytes.size(), sizeof(reply));
-        std::memcpy(&reply, bytes.data(), std::min(bytes.size(), sizeof(reply)));
-        return reply;
+        return Ask<LyrKesCwpMsgTypeStatRsp>(MUND_OP_CwpMsgTypeStat,
+                                            LyrKesCwpMsgTypeStatReq{msgType, cwpMsgType});
     }
     // The counts that are not 0: "recv[3]=1 nextDrop[0]=2".
     static std::string Counts() {
@@ -147,20 +135,18 @@ TEST_F(MessageTypes, WithoutArrays) {
         assertionResult = 0;
         EXPECT_THAT(standin::ModuleMemoryByTag(kModuleId),
                     Each(::testing::Not(StartsWith("LyrKes_InitPktMsgTypeStat"))));
-        EXPECT_THAT(TakeLines(LineKind::kAssertion),
-                    ::testing::ElementsAre(StartsWith(kAssertion)));
+        EXPECT_THAT(TakeLines(LineKind::kAssertion), ElementsAre(StartsWith(kAssertion)));
     }
     EXPECT_EQ(Send(LYR_KES_MSG_TYPE_SELECT, 13).result, 0u);
     EXPECT_FALSE(LyrKes_IncrPktMsgTypeStatRecvCnt(13, 3));
     EXPECT_FALSE(LyrKes_IncrPktMsgTypeStatDropCnt(13, 3));
     EXPECT_EQ(Send(LYR_KES_MSG_TYPE_RESET).result, 0u);
-    EXPECT_THAT(TakeLines(LineKind::kAssertion),
-                ::testing::AllOf(SizeIs(4), Each(StartsWith(kAssertion))));
+    EXPECT_THAT(TakeLines(LineKind::kAssertion), AllOf(SizeIs(4), Each(StartsWith(kAssertion))));
     const LyrKesCwpMsgTypeStatRsp reply = Send(LYR_KES_MSG_TYPE_GET);
     EXPECT_EQ(reply.result, 1u);
     EXPECT_EQ(reply.entryNum, 0u);
     EXPECT_THAT(TakeLines(LineKind::kAssertion),
-                ::testing::ElementsAre(StartsWith("src/host/lyr_kes/lb/lyr_kes_mund:")));
+                ElementsAre(StartsWith("src/host/lyr_kes/lb/lyr_kes_mund:")));
 
     // An array that is there stays, with what it counts; a failure leaves it alone.
     uint32_t kept[28] = {};
@@ -170,6 +156,16 @@ TEST_F(MessageTypes, WithoutArrays) {
     EXPECT_EQ(g_LyrHostPktMsgTypeStat.recvCnt, nullptr);
     EXPECT_EQ(g_LyrHostPktMsgTypeStat.dropCnt, kept);
     g_LyrHostPktMsgTypeStat.dropCnt = nullptr;
+
+    // One of two arrays is not enough.
+    for (const auto array : {&LyrKesPktMsgTypeStat::dropCnt, &LyrKesPktMsgTypeStat::nextDropCnt}) {
+        g_LyrHostPktMsgTypeStat.*array = kept;
+        g_LyrHostPktMsgTypeStat.statMsgType = 13;
+        EXPECT_FALSE(LyrKes_IncrPktMsgTypeStatDropCnt(13, 3));
+        EXPECT_FALSE(LyrKes_IncrPktMsgTypeStatDropCnt(14, 3));
+        EXPECT_EQ(Send(LYR_KES_MSG_TYPE_GET).result, 1u);
+        g_LyrHostPktMsgTypeStat.*array = nullptr;
+    }
     EXPECT_EQ(LyrKes_InitPktMsgTypeStat(), 0u);
 }
 

@@ -109,6 +109,9 @@ TEST_F(PacketCounters, ReadAndReset) {
     EXPECT_TRUE(SameBytes(reply.rows[1], Row(1, 1)));
     EXPECT_THAT(reply.reserved, Each(0));
 
+    LyrKes_IncreasePktType(3, 4);
+    EXPECT_EQ(g_lyrKesMsgDropStat.periodStart, LYR_DROP_WATCH_CLOSED) << "no drop of no class";
+
     LyrKesPktStat room[3] = {};
     LyrKes_GetCtrlPktStatic(room, sizeof(room) - 1);
     EXPECT_TRUE(SameBytes(room[1], Row(0))) << "too small a destination stays as it is";

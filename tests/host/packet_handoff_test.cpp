@@ -88,6 +88,8 @@ TEST(ServiceNames, Construction) {
         }
     }
     EXPECT_EQ(LyrKes_ConstructName(nullptr, 20, kCwp, 15, 1), kError);
+    EXPECT_STREQ(TOV_CHN_KES2LYR(2), kCwp) << "of any type but WAPI";
+    EXPECT_STREQ(TOV_THD_KES2LYR(2), "thd/kes2lyrcwp");
 }
 
 // --- the hand-off ---

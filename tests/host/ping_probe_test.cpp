@@ -1,4 +1,5 @@
 // The statistics hooks: pings counted, probes traced, pages read.
+#include <dlfcn.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -17,6 +18,15 @@
 #include "dist_tables.h"
 #include "kes/hook.h"
 #include "standin/packet_path.h"
+
+// Stands before the engine's own for the module as well.
+uint64_t HostHookRegister(uint32_t point, uint32_t priority, HostHookFunc hook, const char *owner) {
+    static const auto add =
+        reinterpret_cast<decltype(&HostHookRegister)>(dlsym(RTLD_NEXT, "HostHookRegister"));
+    EXPECT_EQ(priority, 100u);
+    EXPECT_STREQ(owner, "LyrHost");
+    return add(point, priority, hook, owner);
+}
 
 namespace {
 
@@ -176,6 +186,8 @@ TEST_F(StatHooks, ThePeerAndTheCountersOverTheService) {
     EXPECT_EQ(ping(), kCounted);
     EXPECT_EQ(Counts(), (std::vector<uint32_t>{2, 2, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0}))
         << "the low 32 bits";
+    EXPECT_EQ(LyrKes_GetCwpPingStatByType(KES_HOOK_NUM), nullptr);
+    LyrKes_CalCwpPingStatByType(KES_HOOK_NUM, 1, 1);
     const LyrKesCwpPingStatRsp unknown = Ping(3);
     EXPECT_EQ(unknown.result, 2u);
     EXPECT_EQ(unknown.counts[0].pktCnt, 0u);

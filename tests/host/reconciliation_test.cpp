@@ -265,16 +265,25 @@ TEST_F(AuditOfAll, BrokenTableKeepsNoneOfTheOthersFromTheSweep) {
 
 TEST_F(AuditOfAll, EveryFieldOfAConfirmationCounts) {
     RestartWithOneBucket();
-    for (const char *const src : {"192.0.2.1", "2001:db8:1:2:3:4:5:6"}) {
+    const struct {
+        bool ipv6;
+        const char *src, *dst, *removal;
+    } cases[] = {
+        {false, "192.0.2.1", "192.0.2.2",
+         "recon del IPv4 tunnel: nodeId:3 srcip:0xc0000201, srcport:1001, dstip:0xc0000202, "
+         "dstport:2002, vpnId:70000"},
+        {true, "2001:db8:1:2:3:4:5:6", "2001:db8::9",
+         "recon del IPv6 tunnel: nodeId:3, srcipv6:20010db8:10002:30004:50006, "
+         "dstipv6:20010db8:0:0:9, srcport:1001, dstport:2002, vpnId:70000"},
+    };
+    for (const auto &[ipv6, src, dst, removal] : cases) {
         SCOPED_TRACE(src);
-        const bool ipv6 = std::strchr(src, ':') != nullptr;
-        const auto request =
-            TunnelRequest(kAdd, src, 1001, ipv6 ? "2001:db8::9" : "192.0.2.2", 2002, 3, 70000);
+        const auto request = TunnelRequest(kAdd, src, 1001, dst, 2002, 3, 70000);
         ASSERT_EQ(Call(MUND_OP_CwpTunnel, request), 0u);
-        auto marks = [&](const LyrKesCwpTunnelReq &confirmed) {
+        auto marks = [&, v6 = ipv6](const LyrKesCwpTunnelReq &confirmed) {
             Audit({Begin(3), Confirmation(confirmed)});
-            return ipv6 ? EntriesOf<Ipv6Tunnels>().front()->reconMark
-                        : EntriesOf<Ipv4Tunnels>().front()->reconMark;
+            return v6 ? EntriesOf<Ipv6Tunnels>().front()->reconMark
+                      : EntriesOf<Ipv4Tunnels>().front()->reconMark;
         };
         const std::vector<LyrKesCwpTunnelReq> variations = Variations(request);
         uint32_t expected = 0;
@@ -286,6 +295,10 @@ TEST_F(AuditOfAll, EveryFieldOfAConfirmationCounts) {
         otherFamily.srcAddr.ipVer ^= 1;
         EXPECT_EQ(marks(otherFamily), expected);
         EXPECT_EQ(marks(request), expected + 1);
+        Audit({Finish(3)});
+        TraceOn();
+        Audit({Begin(3), Finish(3)});
+        EXPECT_THAT(TakeReports(), ElementsAre(removal));
     }
 }
 
