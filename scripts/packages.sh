@@ -3,6 +3,7 @@
 build_packages=(g++ cmake ninja-build pkg-config libpcap-dev libcli11-dev nlohmann-json3-dev)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils tshark iproute2)
 lint_packages=(clang-format clang-tidy)
+model_packages=(spin gcc libc6-dev)
 
 # Installs what is missing of the packages named; asks for nothing when all are there.
 ensure_packages() {
