@@ -144,5 +144,11 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 }
 
 std::vector<fuzz::Bytes> fuzz::Seeds() {
-    return SeedsBehind({0});
+    std::vector<Bytes> inputs;
+    for (const uint8_t circumstances : Bytes{0, kMarked, kTraced, kTraced | kTracesEchoes}) {
+        for (Bytes &input : SeedsBehind({circumstances})) {
+            inputs.push_back(std::move(input));
+        }
+    }
+    return inputs;
 }

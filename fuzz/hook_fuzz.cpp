@@ -237,7 +237,8 @@ std::vector<fuzz::Bytes> fuzz::Seeds() {
     std::vector<Bytes> inputs;
     for (const Bytes &claimed : SeedsWithClaims()) {
         for (uint8_t kind = 0; kind < KES_HOOK_NUM; ++kind) {
-            Append(inputs.emplace_back(), Circumstances{kind, kClaims, 0});
+            const uint8_t flags = inputs.size() % 5 == 0 ? kClaims | kNeedTrace : kClaims;
+            Append(inputs.emplace_back(), Circumstances{kind, flags, 0});
             inputs.back().insert(inputs.back().end(), claimed.begin(), claimed.end());
         }
     }

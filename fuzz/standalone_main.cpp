@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <csignal>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -114,7 +115,9 @@ class Mutator {
     }
 
     void Edit() {
-        const size_t at = Below(input_.size());
+        // The front says what is done with the rest.
+        const size_t front = Below(4) == 0 ? 8 : input_.size();
+        const size_t at = Below(std::min(front, input_.size()));
         switch (Below(8)) {
             case 0:
                 input_[at] = static_cast<uint8_t>(input_[at] ^ 1u << Below(8));
@@ -265,13 +268,13 @@ void Run() {
 
     std::vector<Bytes> seeds = builtIn;
     seeds.insert(seeds.end(), corpus.begin(), corpus.end());
-    const auto begin = Clock::now();
+    const std::clock_t begin = std::clock();
     const uint64_t mutations = RunMutations(seeds);
-    const std::chrono::duration<double> time = Clock::now() - begin;
+    const double seconds = static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
     std::cout << files.size() + corpus.size() << " files, " << builtIn.size() << " seeds and "
               << mutations << " mutations ran, "
-              << static_cast<uint64_t>(static_cast<double>(mutations) / time.count())
-              << " mutations a second\n";
+              << static_cast<uint64_t>(static_cast<double>(mutations) / std::max(seconds, 1e-6))
+              << " mutations in a second of processor time\n";
 }
 
 }  // namespace
