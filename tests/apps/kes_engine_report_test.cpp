@@ -62,6 +62,20 @@ TEST_F(KesEngineReport, FramesAreToldApartByTheirSource) {
     EXPECT_THAT(several.err, HasSubstr("kes_engine: note: counters of control"));
 }
 
+TEST_F(KesEngineReport, FlagsMakeAKeepaliveWhateverItsPreamble) {
+    Frames frames;
+    for (const capwap::SessionId &session : {kSession, capwap::SessionId{1, 2, 3, 4}}) {
+        Bytes keepalive = capwap::Keepalive(session);
+        keepalive[0] |= 1;  // as before a DTLS record
+        const Bytes frame = BuildFrame(Udp("10.0.0.1", 12380, "10.0.0.254", 5247, keepalive));
+        frames.push_back({0, static_cast<uint32_t>(frame.size()), frame});
+    }
+    WriteCapture(Path("in"), frames);
+    const json report = Replay("--exec commands --replay in --rx-port 7");
+    EXPECT_EQ(report["counters"]["keepalive"], Counters(2, 1, 1, 0));
+    EXPECT_EQ(report["contradictions"], json::array());
+}
+
 TEST_F(KesEngineReport, AModuleNeedNotKeepCounters) {
     WriteCapture(Path("in"), {});
     const std::string arguments = "--replay in --module " + kModules + "sample_module.so";

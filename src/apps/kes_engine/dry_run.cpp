@@ -31,12 +31,6 @@ enum DistAnswer : uint32_t {
     kDistBadSession = 5,
 };
 
-// CAPWAP header and the DTLS record behind a CAPWAP DTLS header (RFC 5415, sections 4.1 to 4.3).
-constexpr size_t kFlagsAt = 3;
-constexpr uint8_t kFlagFragment = 0x80;
-constexpr uint8_t kFlagKeepalive = 0x08;
-constexpr size_t kContentTypeAt = 4;
-
 bool IsFromOrTo(const HostMbuf *packet, uint16_t port) {
     const standin::HostMbufMeta &meta = standin::MetaOf(packet);
     return meta.srcPort == port || meta.dstPort == port;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 #include "kes/mbuf.h"
@@ -9,9 +10,13 @@
 
 namespace kes_engine {
 
-// The type in the first byte of CAPWAP (RFC 5415, section 4.1).
-constexpr uint8_t kPreambleTypeMask = 0x0F;
+// CAPWAP header, and the DTLS record behind a CAPWAP DTLS header (RFC 5415, sections 4.1 to 4.3).
+constexpr uint8_t kPreambleTypeMask = 0x0F;  // in the first byte
 constexpr uint8_t kPreambleDtls = 1;
+constexpr size_t kFlagsAt = 3;
+constexpr uint8_t kFlagFragment = 0x80;
+constexpr uint8_t kFlagKeepalive = 0x08;
+constexpr size_t kContentTypeAt = 4;
 
 // Packets by class, as wide as the module's counters, so that both wrap alike.
 using ClassCounts = std::array<uint32_t, LYR_KES_PKT_STAT_ROW_NUM>;
