@@ -1,4 +1,6 @@
 // What the runner does not begin with: bad options, captures, commands and modules.
+#include <sys/stat.h>
+
 #include <bit>
 
 #include "kes_engine_fixture.h"
@@ -15,6 +17,7 @@ TEST_F(KesEngineOptions, BadInputEndsItBeforeAnythingIsWritten) {
     (std::endian::native == std::endian::little ? wifi[kLinkTypeAt] : wifi[kLinkTypeAt + 3]) =
         kWireless;
     Write("wifi", wifi);
+    ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
     Write("text", "These are words, and many of them, but no capture.\n");
     Write("cut", Read("in").substr(0, 20));
     Write("unknown", "# tunnels\nwapi 0 1\nwapy 0 1\n");
@@ -33,6 +36,9 @@ TEST_F(KesEngineOptions, BadInputEndsItBeforeAnythingIsWritten) {
         {"--rate 0", 2, "--rate '0'"},
         {"--rate fast", 2, "'fast'"},
         {"--loop -1", 2, "--loop"},
+        {"--loop 2 --replay pipe", 2, "--loop '2': 'pipe' is no file that can be read again"},
+        {"--loop 0 --replay -", 2, "--loop '0': '-'"},
+        {"--replay - --exec -", 2, "the standard input ('-') can be read only once"},
         {"--if-map 7", 2, "--if-map '7' has no '='"},
         {"--local 10.0.0", 2, "--local '10.0.0' is not an IPv4 or IPv6 address"},
         {"--cause-id 10.0.0.1", 2, "--cause-id '10.0.0.1' has no '='"},

@@ -1,4 +1,5 @@
 // Where the runner's replays take packets: captures in, captures out.
+#include "kes_engine/pace.h"
 #include "kes_engine_fixture.h"
 
 namespace programs {
@@ -39,6 +40,7 @@ TEST_F(KesEngineReplay, EveryPacketGoesWhereItBelongs) {
                 << capture;
         }
         EXPECT_EQ(report["received"], frames.size());
+        EXPECT_EQ(report["cut_short"], c.rounds);
         EXPECT_EQ(report["returned"], expected.at("returned.pcap").size());
         EXPECT_EQ(report["undelivered"], expected.at("undelivered.pcap").size());
         EXPECT_EQ(report["taken"], 8 * c.rounds);
@@ -60,7 +62,7 @@ TEST_F(KesEngineReplay, PcapngIsReadAsWell) {
     if (Shell("editcap -F pcapng in in.pcapng").status != 0) {
         GTEST_SKIP() << "editcap is not installed";
     }
-    Replay("--exec commands --replay in.pcapng --rx-port 7 --out out");
+    Replay("--exec commands --replay - --rx-port 7 --out out <in.pcapng");
     EXPECT_EQ(ReadOut(), ExpectedCaptures(TrafficFrames()));
 }
 
@@ -146,6 +148,26 @@ TEST_F(KesEngineReplay, ARealSessionReachesItsInstances) {
     }
 }
 
+// --- pace ---
+
+TEST(Pace, AReplayThatStalledCatchesUpWithoutARush) {
+    using kes_engine::Pace;
+    using std::chrono::milliseconds;
+    Pace pace(100);
+    const Pace::Clock::time_point start{std::chrono::hours(1)};
+    Pace::Clock::time_point now = start;
+    int atOnce = 0;
+    for (int frame = 0; frame < 400; ++frame) {
+        now += milliseconds(frame == 100 ? 1000 : 0);
+        const Pace::Clock::time_point next = pace.Next(now);
+        atOnce += frame > 0 && next <= now ? 1 : 0;
+        EXPECT_TRUE(next <= now || next - now >= milliseconds(5)) << frame;
+        now = std::max(now, next);
+    }
+    EXPECT_EQ(atOnce, 10);
+    EXPECT_EQ(now - start, 399 * milliseconds(10));
+}
+
 // --- audits ---
 
 TEST_F(KesEngineReplay, AnAuditTakesAwayWhatIsNotConfirmedAndNothingElse) {
@@ -176,6 +198,7 @@ TEST_F(KesEngineReplay, AnAuditTakesAwayWhatIsNotConfirmedAndNothingElse) {
         Replay(replay + "known");
         const FramesByFile after = ReadOut();
         EXPECT_EQ(before == after, c.lost.empty());
+        fs::remove(Path("log"));
         const Outcome outcome = Run(replay + "commands --exec audit --log log");
         EXPECT_EQ(outcome.status, 0) << outcome.err;
         EXPECT_EQ(ReadOut(), after) << "as if the lost one had never been registered";

@@ -71,7 +71,7 @@ TEST_F(KesEngineReport, FlagsMakeAKeepaliveWhateverItsPreamble) {
         frames.push_back({0, static_cast<uint32_t>(frame.size()), frame});
     }
     WriteCapture(Path("in"), frames);
-    const json report = Replay("--exec commands --replay in --rx-port 7");
+    const json report = Replay("--exec - --replay in --rx-port 7 <commands");
     EXPECT_EQ(report["counters"]["keepalive"], Counters(2, 1, 1, 0));
     EXPECT_EQ(report["contradictions"], json::array());
 }
@@ -84,20 +84,25 @@ TEST_F(KesEngineReport, AModuleNeedNotKeepCounters) {
     EXPECT_THAT(Run(arguments).out, HasSubstr("no counters"));
 }
 
-TEST_F(KesEngineReport, LinesGoToTheLogBehindTheirKind) {
+TEST_F(KesEngineReport, LinesAreAddedToTheLogBehindTimeAndKind) {
     Write("commands", std::string(kCommands) + "trace set --level 2\n");
     Write("log", "from an earlier run\n");
+    setenv("TZ", "XYZ-05:30", 1);
     Replay("--exec commands --replay in --rx-port 7 --diag");
-    const std::string log = Read("log");
+    unsetenv("TZ");
+    std::string log = Read("log");
+    ASSERT_TRUE(log.starts_with("from an earlier run\n"));
+    log.erase(0, log.find('\n') + 1);
     for (const std::string &line : Lines(log)) {
-        EXPECT_TRUE(line.starts_with("report: ") || line.starts_with("print: ")) << line;
+        EXPECT_THAT(line, testing::MatchesRegex("[0-9-]{10}T[0-9:]{8}[.][0-9]{3}[+]05:30 "
+                                                "(report|print): .+"));
     }
     EXPECT_EQ(Count(log, "print: [LYR_HOST]LyrKes_PktProc, ethType:"), Traffic().size());
     EXPECT_EQ(Count(log, "[DATA-KEEPALIVE]"), 2u);
 
     const Outcome toStderr = Run("--exec commands --replay in --diag");
     EXPECT_EQ(toStderr.status, 0);
-    EXPECT_THAT(toStderr.err, HasSubstr("\nprint: [LYR_HOST]"));
+    EXPECT_THAT(toStderr.err, HasSubstr(" print: [LYR_HOST]"));
     EXPECT_THAT(toStderr.err, HasSubstr("wapi 1 1: ok\n"));
     EXPECT_THAT(toStderr.out, Not(HasSubstr("LYR_HOST")));
 }
@@ -120,7 +125,7 @@ TEST_F(KesEngineReport, ForPeopleIsAligned) {
     }
 }
 
-TEST_F(KesEngineReport, TellsWhatWentBeforeABreak) {
+TEST_F(KesEngineReport, TellsWhatWasNotReplayed) {
     Frames frames = TrafficFrames(3);
     WriteCapture(Path("cut"), frames);
     fs::resize_file(Path("cut"), fs::file_size(Path("cut")) - 1);
@@ -129,10 +134,11 @@ TEST_F(KesEngineReport, TellsWhatWentBeforeABreak) {
     const struct {
         const char *capture;
         size_t received;
+        size_t oversize;
         const char *error;
     } cases[] = {
-        {"cut", 44, "'cut' breaks off after frame 44: truncated dump file"},
-        {"giant", 30, "'giant': frame 31 has 65408 bytes; at most 65407 fit into a buffer"},
+        {"cut", 44, 0, "'cut' breaks off after frame 44: truncated dump file"},
+        {"giant", 44, 1, "'giant': 1 frames were left out: they have more than the 65407 bytes"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.capture);
@@ -143,10 +149,30 @@ TEST_F(KesEngineReport, TellsWhatWentBeforeABreak) {
         EXPECT_EQ(Lines(outcome.err).size(), 1u);
         const json report = json::parse(outcome.out);
         EXPECT_EQ(report["received"], c.received);
+        EXPECT_EQ(report["oversize"], c.oversize);
         EXPECT_EQ(report["conserved"], true);
         EXPECT_EQ(report["ok"], false);
         EXPECT_EQ(report["failures"].size(), 1u);
     }
+    EXPECT_THAT(Run("--replay giant").out,
+                testing::ContainsRegex("^capture +giant\ncut short +3  of 44 frames: .+\n"
+                                       "oversize +1  left out"));
+    EXPECT_EQ(Count(Run("--replay giant --explain").out, ", cut short by the capture: "), 3u);
+}
+
+// Lines and the pipe that takes them go; the replay does not.
+TEST_F(KesEngineReport, AReaderThatGoesAwayCostsLinesAndNoPackets) {
+    const Outcome outcome = Shell("{ " KES_ENGINE
+                                  " --diag --loop 200 --replay in --report json >report; "
+                                  "echo $? >status; } 2>&1 | head -1");
+    EXPECT_EQ(Lines(outcome.out).size(), 1u);
+    EXPECT_EQ(Read("status"), "0\n");
+    EXPECT_EQ(json::parse(Read("report"))["received"], 200 * Traffic().size());
+    WriteCapture(Path("in"), TrafficFrames(200));
+    const Outcome explained =
+        Shell("{ " KES_ENGINE " --explain --replay in; echo $? >status; } | head -1");
+    EXPECT_EQ(Read("status"), "1\n");
+    EXPECT_EQ(explained.err, "");
 }
 
 TEST_F(KesEngineReport, AFullDiskIsTold) {
@@ -160,7 +186,12 @@ TEST_F(KesEngineReport, AFullDiskIsTold) {
     EXPECT_EQ(json::parse(outcome.out)["received"], 200 * Traffic().size());
 
     EXPECT_EQ(Run("--log log --replay in >/dev/full").status, 1);
-    EXPECT_EQ(Run("--diag --log /dev/full --replay in").status, 1);
+    const Outcome log = Run("--diag --log /dev/full --replay in --report json");
+    EXPECT_EQ(log.status, 1);
+    EXPECT_EQ(log.err,
+              "kes_engine: cannot write the log '/dev/full': No space left on device; its lines "
+              "are lost\n");
+    EXPECT_GT(json::parse(log.out)["lost_log_lines"], 200 * Traffic().size());
 }
 
 }  // namespace

@@ -113,9 +113,12 @@ class Process {
         }
     }
 
+    void Signal(int signal) const {
+        kill(pid_, signal);
+    }
     // Sends a signal (0: none) and waits for the end.
     Outcome Stop(int signal) {
-        kill(pid_, signal);
+        Signal(signal);
         int status = 0;
         waitpid(std::exchange(pid_, -1), &status, 0);
         return {ExitStatus(status), streams_.Read("out"), Errors()};

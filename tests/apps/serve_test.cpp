@@ -1,8 +1,10 @@
 // An engine that stays up: clients, signals, and live traffic.
+#include <fcntl.h>
 #include <net/if.h>
 #include <netpacket/packet.h>
 #include <sched.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <memory>
 
@@ -27,9 +29,9 @@ class Serving : public testing::Test, protected Directory {
               "session add f6e7ecdab5b1461aa50b58d6d3f83e8d --node 3\n");
     }
     // How every engine of these tests is started.
-    std::string Command(const std::string &arguments) const {
+    std::string Command(const std::string &arguments, const std::string &log = "/dev/null") const {
         return KES_ENGINE " --report json --control " + socket_ + " --exec " + Path("commands") +
-               " --rx-port 7 --log /dev/null " + arguments;
+               " --rx-port 7 --log " + log + " " + arguments;
     }
     // A client, once there is an engine; null if none comes up.
     std::unique_ptr<Connection> Connect() const {
@@ -102,6 +104,41 @@ TEST_F(Serving, ClientsMeetARunningReplay) {
     EXPECT_GT(report["received"], 3 * 422);
     EXPECT_FALSE(fs::exists(socket_));
     EXPECT_THROW(client->State(), control::NoEngine);
+}
+
+TEST_F(Serving, AHangUpOpensTheLogAnew) {
+    const std::string log = Path("log");
+    const auto hasLines = [&] { return !ReadText(log).empty(); };
+    Process engine(
+        Command("--serve --loop 0 --rate 1000 --diag --replay " TEST_DATA "/ap-session.pcap", log));
+    ASSERT_TRUE(Becomes(hasLines)) << engine.Errors();
+    for (const char *old : {"log.1", "log.2"}) {
+        fs::rename(log, Path(old));
+        engine.Signal(SIGHUP);
+        EXPECT_TRUE(Becomes(hasLines)) << engine.Errors();
+        EXPECT_TRUE(Read(old).ends_with('\n'));
+    }
+    EXPECT_EQ(engine.Stop(SIGTERM).status, 0);
+}
+
+TEST_F(Serving, OneInterruptEndsAReplayThatWaitsForItsCapture) {
+    ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+    EXPECT_EQ(Process(Command("--replay " + Path("pipe"))).Stop(SIGINT).status, -SIGINT);
+
+    const mund::Descriptor writer(open(Path("pipe").c_str(), O_RDWR));
+    Process engine(Command("--replay " + Path("pipe")));
+    const std::string part = ReadText(TEST_DATA "/ap-session.pcap").substr(0, 30000);
+    ASSERT_EQ(write(writer.Number(), part.data(), part.size()), 30000);
+    const std::unique_ptr<Connection> client = Connect();
+    ASSERT_NE(client, nullptr) << engine.Errors();
+    EXPECT_TRUE(Becomes([&] {
+        const ordered_json state = client->State();
+        return state["received"] == 79 &&
+               state["taken"].get<int>() + state["returned"].get<int>() == 79;
+    }));
+    const Outcome outcome = engine.Stop(SIGINT);
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(ordered_json::parse(outcome.out)["received"], 79);
 }
 
 // --- live traffic ---

@@ -102,15 +102,16 @@ void Engine::Replay(capture::Reader &capture) {
 }
 
 void Engine::ReplayOnce(capture::Reader &capture, Progress &progress) {
+    capture.WhileWaiting([this] {
+        forwarding_->Flush();
+        return !Interrupted();
+    });
     while (!Interrupted()) {
         const std::optional<capture::Frame> frame = capture.Next();
         if (!frame) {
             return;
         }
-        if (pace_.MustWait()) {
-            forwarding_->Flush();
-            pace_.Wait();
-        }
+        KeepPace();
         Receive(*frame);
         if (progress.Due(frames_)) {
             progress.Show(frames_, options_.loops == 1 ? capture.Share() : std::nullopt);
@@ -118,13 +119,31 @@ void Engine::ReplayOnce(capture::Reader &capture, Progress &progress) {
     }
 }
 
+void Engine::KeepPace() {
+    if (!pace_.HasLimit()) {
+        return;
+    }
+    const Pace::Clock::time_point now = Pace::Clock::now();
+    if (const Pace::Clock::time_point moment = pace_.Next(now); moment > now) {
+        forwarding_->Flush();
+        SleepUntil(moment);
+    }
+}
+
 void Engine::Explain(capture::Reader &capture) {
     try {
         const Explainer explainer(module_);
-        while (!Interrupted()) {
+        capture.WhileWaiting([] {
+            std::cout.flush();
+            return !Interrupted();
+        });
+        while (!Interrupted() && std::cout) {
             const std::optional<capture::Frame> frame = capture.Next();
             if (!frame) {
                 return;
+            }
+            if (!HasRoomFor(*frame)) {
+                continue;
             }
             Print(*frame, explainer.Explain(frame->bytes, ArrivalOf(*frame), 0));
         }
@@ -136,10 +155,13 @@ void Engine::Explain(capture::Reader &capture) {
 void Engine::Print(const capture::Frame &frame, const Explanation &explanation) const {
     if (options_.jsonReport) {
         nlohmann::ordered_json object = {{"frame", frame.number}};
+        if (frame.IsCutShort()) {
+            object["missing_bytes"] = frame.MissingBytes();
+        }
         object.update(explanation.ToJson());
         std::cout << control::JsonLine(object) << '\n';
     } else {
-        std::cout << "frame " << frame.number << '\n' << explanation.ToText() << '\n';
+        std::cout << frame.ToText() << '\n' << explanation.ToText() << '\n';
     }
 }
 
@@ -153,13 +175,10 @@ standin::Arrival Engine::ArrivalOf(const capture::Frame &frame) const {
 }
 
 void Engine::Listen(LiveReader &interface) {
-    uint64_t tooLong = 0;
     Measure([&] {
         while (!Interrupted()) {
             const std::optional<capture::Frame> frame = interface.Next();
-            if (frame && frame->bytes.size() > standin::MbufPool::kMaxFrame) {
-                ++tooLong;  // joined by the network card, say
-            } else if (frame) {
+            if (frame) {
                 Receive(*frame);
             } else {
                 forwarding_->Flush();
@@ -167,13 +186,9 @@ void Engine::Listen(LiveReader &interface) {
             }
         }
     });
-    const std::string where = "--listen " + options_.interface + ": ";
     if (const uint64_t lost = interface.Lost(); lost > 0) {
-        Note({where + std::to_string(lost) + " frames came faster than they could be received"});
-    }
-    if (tooLong > 0) {
-        Note({where + std::to_string(tooLong) + " frames had more than the " +
-              std::to_string(standin::MbufPool::kMaxFrame) + " bytes that fit into a buffer"});
+        Note({"--listen " + options_.interface + ": " + std::to_string(lost) +
+              " frames came faster than they could be received"});
     }
 }
 
@@ -196,17 +211,25 @@ void Engine::ExecuteAfter(const std::vector<control::Command> &commands) {
 }
 
 void Engine::Receive(const capture::Frame &frame) {
-    HostMbuf *packet = pool_.Receive(frame.bytes, ArrivalOf(frame));
-    if (packet == nullptr) {
-        throw Failure("'" + options_.Source() + "': frame " + std::to_string(frame.number) +
-                      " has " + std::to_string(frame.bytes.size()) + " bytes; at most " +
-                      std::to_string(standin::MbufPool::kMaxFrame) + " fit into a buffer");
+    if (!HasRoomFor(frame)) {
+        return;
     }
+    result_.cutShort += frame.IsCutShort() ? 1 : 0;
+    HostMbuf *packet = pool_.Receive(frame.bytes, ArrivalOf(frame));
     standin::HostMbufMeta &meta = standin::MetaOf(packet);
     options_.frameRules.Apply(meta);
     ++frames_;
     received_ += meta.transmitted ? 0 : 1;
     forwarding_->Forward(packet);
+}
+
+// A network card may have joined frames to longer ones than any that was sent.
+bool Engine::HasRoomFor(const capture::Frame &frame) {
+    if (frame.bytes.size() <= standin::MbufPool::kMaxFrame) {
+        return true;
+    }
+    ++result_.oversize;
+    return false;
 }
 
 Result Engine::Finish() {
@@ -215,6 +238,11 @@ Result Engine::Finish() {
         CompareCounters();
     }
     result_.dropWatch = ReadDropWatch(module_);
+    if (result_.oversize > 0) {
+        Note({"'" + options_.Source() + "': " + std::to_string(result_.oversize) +
+              " frames were left out: they have more than the " +
+              std::to_string(standin::MbufPool::kMaxFrame) + " bytes that fit into a buffer"});
+    }
     Stop();
     result_.instances = instances_->Reports();
     result_.alarms = standin::SentAlarms();

@@ -53,12 +53,14 @@ class Engine {
     void Execute(const std::vector<control::Command> &commands);
 
     // Passes all frames down their paths, as often and as fast as the options say, and waits for
-    // the last one's fate. Where the capture breaks off, or a frame is too long for a buffer, the
-    // replay ends and says so in the result; it ends in order when it is interrupted.
+    // the last one's fate. Where the capture breaks off, the replay ends and says so in the result;
+    // it ends in order when it is interrupted. A frame that is too long for a buffer is left out
+    // and counted.
     void Replay(capture::Reader &capture);
 
     // Says of each frame of the capture what the module would do with it, on standard output, as
-    // text or as a JSON object a line. What breaks it off is told in the result.
+    // text or as a JSON object a line. What breaks it off is told in the result; a reader of the
+    // standard output that goes away ends it.
     void Explain(capture::Reader &capture);
 
     // Receives frames from an interface until it is interrupted. An interface that goes away is
@@ -85,6 +87,8 @@ class Engine {
     void Measure(Run run);
     void ReplayOnce(capture::Reader &capture, Progress &progress);
     void Receive(const capture::Frame &frame);
+    void KeepPace();
+    bool HasRoomFor(const capture::Frame &frame);
     void Print(const capture::Frame &frame, const Explanation &explanation) const;
     standin::Arrival ArrivalOf(const capture::Frame &frame) const;
     std::optional<PacketCounters> ReadCounters();

@@ -1,23 +1,56 @@
 #include "line_log.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <iostream>
+#include <utility>
 
+#include "control/values.h"
 #include "failure.h"
 
 namespace kes_engine {
+namespace {
+
+constexpr mode_t kReadWriteForAll = 0666;  // less the umask
+
+std::string Now() {
+    using std::chrono::milliseconds;
+    const auto now = std::chrono::duration_cast<milliseconds>(
+                         std::chrono::system_clock::now().time_since_epoch())
+                         .count();
+    return control::TimeText(now / 1000, static_cast<uint32_t>(now % 1000));
+}
+
+// How many of the bytes could be written; errno says why not all.
+size_t WriteTo(int file, std::string_view text) {
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t part = write(file, text.data() + done, text.size() - done);
+        if (part < 0 && errno != EINTR) {
+            break;
+        }
+        done += static_cast<size_t>(std::max<ssize_t>(part, 0));
+    }
+    return done;
+}
+
+}  // namespace
 
 LineLog::LineLog(const std::string &path) : path_(path) {
     if (path_.empty()) {
+        file_ = mund::Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
         return;
     }
     std::error_code error;
     made_ = !std::filesystem::exists(path_, error);
-    file_ = std::fopen(path_.c_str(), "a");
-    if (file_ == nullptr) {
+    file_ = OpenFile();
+    if (!file_.Open()) {
         throw Failure("--log: cannot write '" + path_ + "': " + std::strerror(errno));
     }
 }
@@ -31,22 +64,22 @@ LineLog::~LineLog() {
 
 void LineLog::Begin() {
     made_ = false;
-    // A terminal or a pipe has nothing to empty, and says so.
-    if (!path_.empty() && ftruncate(fileno(file_), 0) != 0 && errno != EINVAL) {
-        throw Failure("--log: cannot empty '" + path_ + "': " + std::strerror(errno));
+    standin::SetLineSink(
+        [this](standin::LineKind kind, std::string_view line) { Write(kind, line); });
+}
+
+void LineLog::Reopen() {
+    if (path_.empty()) {
+        return;
     }
-    standin::SetLineSink([this](standin::LineKind kind, std::string_view line) {
-        while (line.ends_with('\n')) {
-            line.remove_suffix(1);
-        }
-        const std::string_view name = standin::LineKindName(kind);
-        std::fprintf(file_, "%.*s: %.*s\n", static_cast<int>(name.size()), name.data(),
-                     static_cast<int>(line.size()), line.data());
-        const std::lock_guard lock(mutex_);
-        if (follower_) {
-            follower_(kind, line);
-        }
-    });
+    mund::Descriptor file = OpenFile();
+    const std::lock_guard lock(mutex_);
+    if (!file.Open()) {
+        Complain("the file that was open goes on");
+        return;
+    }
+    file_ = std::move(file);
+    torn_ = complained_ = false;
 }
 
 void LineLog::Follow(standin::LineSink follower) {
@@ -54,17 +87,45 @@ void LineLog::Follow(standin::LineSink follower) {
     follower_ = std::move(follower);
 }
 
-std::string LineLog::End() {
+uint64_t LineLog::End() {
     standin::SetLineSink({});
-    if (path_.empty() || file_ == nullptr) {
-        return "";
+    const std::lock_guard lock(mutex_);
+    return path_.empty() ? 0 : lost_;
+}
+
+mund::Descriptor LineLog::OpenFile() const {
+    return mund::Descriptor(
+        open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kReadWriteForAll));
+}
+
+void LineLog::Write(standin::LineKind kind, std::string_view line) {
+    while (line.ends_with('\n')) {
+        line.remove_suffix(1);
     }
-    const bool failed = std::fflush(file_) != 0 || std::ferror(file_) != 0;
-    const std::string reason =
-        failed ? "cannot write '" + path_ + "': " + std::strerror(errno) : "";
-    std::fclose(file_);
-    file_ = nullptr;
-    return reason;
+    std::string text = Now();
+    text.append(" ").append(standin::LineKindName(kind)).append(": ").append(line).append("\n");
+    const std::lock_guard lock(mutex_);
+    if (torn_) {
+        text.insert(0, "\n");
+    }
+    if (const size_t written = WriteTo(file_.Number(), text); written < text.size()) {
+        torn_ = torn_ || written > 0;
+        ++lost_;
+        Complain("its lines are lost");
+    } else {
+        torn_ = false;
+    }
+    if (follower_) {
+        follower_(kind, line);
+    }
+}
+
+void LineLog::Complain(const std::string &consequence) {
+    const std::string reason = std::strerror(errno);
+    if (!path_.empty() && !std::exchange(complained_, true)) {
+        std::cerr << "kes_engine: cannot write the log '" + path_ + "': " + reason + "; " +
+                         consequence + "\n";
+    }
 }
 
 }  // namespace kes_engine

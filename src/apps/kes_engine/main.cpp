@@ -2,21 +2,25 @@
 // it its packets, and reports where every packet went.
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
 
 #include "capture/reader.h"
 #include "control/command.h"
 #include "control_service.h"
 #include "engine.h"
 #include "failure.h"
+#include "hang_ups.h"
 #include "interruption.h"
 #include "line_log.h"
 #include "live_reader.h"
 #include "options.h"
 #include "output_directory.h"
 #include "report.h"
+#include "standard_output.h"
 #include "standin/runtime.h"
 
 namespace kes_engine {
@@ -31,9 +35,10 @@ void Complain(const std::string &what) {
 std::vector<control::Command> ReadCommands(const std::vector<std::string> &files) {
     std::vector<control::Command> commands;
     for (const std::string &file : files) {
-        for (control::Command &command : control::ParseFile(file)) {
-            commands.push_back(std::move(command));
-        }
+        std::ranges::move(file == capture::kStandardStream
+                              ? control::ParseCommands(std::cin, "the standard input")
+                              : control::ParseFile(file),
+                          std::back_inserter(commands));
     }
     return commands;
 }
@@ -47,10 +52,19 @@ void Configure(const Options &options) {
     }
 }
 
-// Files that outgrow a limit are to fail, not to end the program, and there may be a capture for
-// each of many instances.
-void PrepareForFiles() {
+// Files that outgrow a limit, readers that go away and a log that is rotated are not to end the
+// program. An interruption is to do so while what the command line names is still being opened,
+// even for a shell that starts its children deaf to it.
+void PrepareForSignals() {
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
     std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
+    HoldHangUps();
+}
+
+// There may be a capture for each of many instances.
+void PrepareForFiles() {
     rlimit files;
     if (getrlimit(RLIMIT_NOFILE, &files) == 0) {
         files.rlim_cur = files.rlim_max;
@@ -60,7 +74,7 @@ void PrepareForFiles() {
 
 ExitStatus Publish(const Result &result, const Options &options) {
     if (!options.explain) {
-        std::cout << (options.jsonReport ? JsonReport(result) : TextReport(result)) << std::flush;
+        std::cout << (options.jsonReport ? JsonReport(result) : TextReport(result));
     }
     for (const std::string &failure : result.failures) {
         Complain(failure);
@@ -78,8 +92,11 @@ ExitStatus Publish(const Result &result, const Options &options) {
     for (const std::string &contradiction : result.Contradictions()) {
         Complain((result.CountsAreExact() ? "" : "note: ") + contradiction);
     }
-    if (!std::cout) {
-        Complain("cannot write the report");
+    if (!std::cout.flush()) {
+        if (!OutputReaderIsGone()) {
+            Complain(options.explain ? "cannot write what was to be explained"
+                                     : "cannot write the report");
+        }
         return kFailed;
     }
     return result.Ok() ? kOk : kFailed;
@@ -87,6 +104,7 @@ ExitStatus Publish(const Result &result, const Options &options) {
 
 // All that can be known to be wrong is found before the module starts.
 ExitStatus Run(const Options &options) {
+    PrepareForSignals();
     const std::vector<control::Command> commands = ReadCommands(options.commandFiles);
     const std::vector<control::Command> later = ReadCommands(options.laterCommandFiles);
     std::optional<capture::Reader> capture;
@@ -103,6 +121,7 @@ ExitStatus Run(const Options &options) {
     Configure(options);
     Engine engine(options, out);
 
+    const HangUps hangUps([&log] { log.Reopen(); });
     ListenForInterruption();
     log.Begin();
     engine.Start();
@@ -127,9 +146,7 @@ ExitStatus Run(const Options &options) {
     }
     service.reset();
     Result result = engine.Finish();
-    if (const std::string failure = log.End(); !failure.empty()) {
-        result.failures.push_back(failure);
-    }
+    result.lostLogLines = log.End();
     return Publish(result, options);
 }
 

@@ -1,8 +1,10 @@
 #include "options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <filesystem>
 
+#include "capture/reader.h"
 #include "control/command.h"
 #include "control/values.h"
 #include "failure.h"
@@ -32,13 +34,19 @@ The report goes to standard output: where every packet went, the module's own co
 for dropped messages. What came of the commands, and errors, go to standard error. A run goes wrong,
 too, if a packet is lost or if the counters contradict what was seen. With several workers the latter
 is reported as a note, since the module counts without locks.
-SIGINT and SIGTERM stop a run in order, with the report; a second one ends it at once.
+SIGINT and SIGTERM stop a run in order, with the report; a second one ends it at once. SIGHUP opens
+the log anew, as after a rotation.
 Exit status: 0 all went well, 1 something did not, 2 the command line makes no sense, or what it
 names to be read (a capture, commands, the module, an interface) cannot be.
 
 Frames from an address given with --local go down the transmit path, and are kept as such. With
 --cause-id, SOURCE is an IPv4 or IPv6 address, for UDP packets from it, or a MAC address, for all
 frames from it; the first that fits a received frame counts.
+
+The standard input is '-'. Frames that a capture cut short are replayed as what is there of them and
+counted; those longer than a buffer of 65407 bytes are left out and counted. A replay that falls
+behind its --rate catches up: with the frames of a tenth of a second at once, and then at twice the
+rate at most.
 
 Captures written with --out have times in nanoseconds. With several workers, frames of one flow
 keep their order; those of different flows may change places. Captures that an earlier run left
@@ -119,6 +127,20 @@ struct RawOptions {
     std::string rate;
 };
 
+// Throws UsageError for what would be read again after its end.
+void RefuseSecondReading(const Options &options) {
+    if (options.loops != 1 && capture::CanBeReadOnlyOnce(options.capture)) {
+        throw UsageError("--loop '" + std::to_string(options.loops) + "': '" + options.capture +
+                         "' is no file that can be read again");
+    }
+    std::vector<std::string> read = {options.capture};
+    read.insert(read.end(), options.commandFiles.begin(), options.commandFiles.end());
+    read.insert(read.end(), options.laterCommandFiles.begin(), options.laterCommandFiles.end());
+    if (std::ranges::count(read, capture::kStandardStream) > 1) {
+        throw UsageError("the standard input ('-') can be read only once");
+    }
+}
+
 // Throws UsageError for what only a replay can do.
 void RefuseWithoutCapture(const Options &options, const RawOptions &raw) {
     const std::pair<const char *, bool> given[] = {{"--explain", options.explain},
@@ -152,6 +174,7 @@ void ReadValues(const RawOptions &raw, Options &options) {
     options.vrf = control::ParseNumber("--vrf", raw.vrf);
     options.jsonReport = raw.report == "json";
     options.loops = control::ParseNumber("--loop", raw.loops);
+    RefuseSecondReading(options);
     if (!raw.rate.empty()) {
         options.rate = control::ParseNumber("--rate", raw.rate);
         if (options.rate == 0) {
@@ -229,7 +252,7 @@ void Describe(CLI::App &app, Options &options, RawOptions &raw) {
         ->type_name("text|json")
         ->check(CLI::IsMember({"text", "json"}).description(""))
         ->capture_default_str();
-    app.add_option("--log", options.logFile, "write log, trace, print and alarm lines to a file")
+    app.add_option("--log", options.logFile, "append log, trace, print and alarm lines to a file")
         ->type_name("FILE")
         ->default_str("standard error");
 }

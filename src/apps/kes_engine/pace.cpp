@@ -2,13 +2,11 @@
 
 #include <algorithm>
 
-#include "interruption.h"
-
 namespace kes_engine {
 namespace {
 
-// A replay that fell behind makes up for no more than this.
-constexpr std::chrono::milliseconds kLeeway{100};
+// At twice the rate, these are the frames of a tenth of a second.
+constexpr std::chrono::milliseconds kBurst{50};
 
 }  // namespace
 
@@ -18,21 +16,14 @@ Pace::Pace(uint32_t framesPerSecond)
                      framesPerSecond
                : Clock::duration::zero()) {}
 
-bool Pace::MustWait() {
-    if (gap_ == Clock::duration::zero()) {
-        return false;
+Pace::Clock::time_point Pace::Next(Clock::time_point now) {
+    if (due_ == Clock::time_point{}) {
+        due_ = earliest_ = now;  // the first frame goes at once
+        return now;
     }
-    const Clock::time_point now = Clock::now();
-    if (next_ == Clock::time_point{}) {
-        next_ = now;  // the first frame goes at once
-        return false;
-    }
-    next_ = std::max(next_, now - kLeeway) + gap_;
-    return next_ > now;
-}
-
-void Pace::Wait() const {
-    SleepUntil(next_);
+    due_ += gap_;
+    earliest_ = std::max(earliest_, now - kBurst) + gap_ / 2;
+    return std::max(due_, earliest_);
 }
 
 }  // namespace kes_engine

@@ -31,6 +31,15 @@ void PrintTotals(std::ostream &out, const Result &result) {
         row(name) << std::setw(10) << value << '\n';
     };
     row("capture") << result.capture << '\n';
+    if (result.cutShort > 0) {
+        row("cut short") << std::setw(10) << result.cutShort << "  of " << result.frames
+                         << " frames: what depends on the bytes that the capture lacks, as "
+                            "\"damaged\", is not to be trusted\n";
+    }
+    if (result.oversize > 0) {
+        row("oversize") << std::setw(10) << result.oversize
+                        << "  left out: too long for a buffer\n";
+    }
     number("workers", result.workers);
     number("commands", result.commands);
     number("received", result.received);
@@ -189,7 +198,7 @@ bool Result::CountsAreExact() const {
 
 bool Result::Ok() const {
     return Conserved() && (!CountsAreExact() || Contradictions().empty()) && leftovers.empty() &&
-           failures.empty();
+           failures.empty() && lostLogLines == 0;
 }
 
 std::string TextReport(const Result &result) {
@@ -204,6 +213,9 @@ std::string TextReport(const Result &result) {
     PrintDropAlarm(out, result);
     PrintList(out, "\nleft behind by the module\n", result.leftovers);
     PrintList(out, "\nfailures\n", result.failures);
+    if (result.lostLogLines > 0) {
+        out << "\nlines lost that the log could not take  " << result.lostLogLines << '\n';
+    }
     return out.str();
 }
 
@@ -212,7 +224,10 @@ std::string JsonReport(const Result &result) {
     for (const InstanceReport &report : result.instances) {
         instances.push_back(InstanceToJson(report));
     }
-    const Json report = {{"received", result.received},
+    const Json report = {{"frames", result.frames},
+                         {"cut_short", result.cutShort},
+                         {"oversize", result.oversize},
+                         {"received", result.received},
                          {"returned", result.fates.returned},
                          {"taken", result.fates.taken},
                          {"undelivered", result.fates.undelivered},
@@ -229,7 +244,8 @@ std::string JsonReport(const Result &result) {
                          {"seconds", result.seconds},
                          {"packets_per_second", PacketsPerSecond(result)},
                          {"leftovers", result.leftovers},
-                         {"failures", result.failures}};
+                         {"failures", result.failures},
+                         {"lost_log_lines", result.lostLogLines}};
     return report.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

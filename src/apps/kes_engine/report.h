@@ -22,6 +22,9 @@ struct Result {
     double seconds = 0;                      // from the first frame to the last one's fate
     uint64_t frames = 0;                     // counted where they come in
     uint64_t received = 0;                   // of these; the others are transmitted
+    uint64_t cutShort = 0;                   // of these, by the capture
+    uint64_t oversize = 0;                   // besides these: too long for a buffer, and left out
+    uint64_t lostLogLines = 0;               // that could not be written
     Fates fates;                             // counted by the forwarding threads
     std::vector<InstanceReport> instances;   // counted by the instances
     std::optional<PacketCounters> counters;  // of the module, if it offers any: the replay's
@@ -45,13 +48,14 @@ struct Result {
 // For people: aligned, ending in a newline.
 std::string TextReport(const Result &result);
 
-// For programs: one object, with "received", "returned", "taken", "undelivered", "transmitted",
+// For programs: one object, with "frames", "cut_short", "oversize" (besides the frames),
+// "received", "returned", "taken", "undelivered", "transmitted",
 // "conserved", "ok", "instances" [{"instance", "cwp", "wapi", "messages" {words: packets}}],
 // "counters" {class: {counter: packets}}, "contradictions" [text], "drop_alarm" {"raised",
 // "watching", "period_start", "dropped", "dropped_before_period", "messages", "periods_with_drops",
 // "quiet_periods", "raises", "restores"}, "capture", "workers", "commands", "seconds",
-// "packets_per_second", "leftovers" [text], "failures" [text]. What the module does not offer is
-// null.
+// "packets_per_second", "leftovers" [text], "failures" [text], "lost_log_lines". What the module
+// does not offer is null.
 std::string JsonReport(const Result &result);
 
 }  // namespace kes_engine

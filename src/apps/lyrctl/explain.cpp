@@ -28,7 +28,7 @@ std::string TextIn(const ordered_json &object, const char *name) {
 }
 
 void PrintSteps(const Frame &frame, const ordered_json &answer) {
-    std::cout << "frame " << frame.number << '\n';
+    std::cout << frame.ToText() << '\n';
     size_t number = 0;
     if (const auto steps = answer.find("steps"); steps != answer.end()) {
         for (const ordered_json &step : *steps) {
@@ -43,6 +43,9 @@ void PrintSteps(const Frame &frame, const ordered_json &answer) {
 
 void PrintObject(const Frame &frame, const ordered_json &answer) {
     ordered_json object = {{"frame", frame.number}};
+    if (frame.IsCutShort()) {
+        object["missing_bytes"] = frame.MissingBytes();
+    }
     object.update(answer);
     object["frame"] = frame.number;
     std::cout << control::JsonLine(object) << '\n';

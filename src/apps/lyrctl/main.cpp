@@ -1,7 +1,4 @@
 // lyrctl: controls and watches the module in a running engine, over the engine's control socket.
-#include <poll.h>
-#include <unistd.h>
-
 #include <csignal>
 #include <iostream>
 
@@ -12,6 +9,7 @@
 #include "module_object.h"
 #include "mund/module_objects.h"
 #include "options.h"
+#include "standard_output.h"
 
 namespace lyrctl {
 namespace {
@@ -102,12 +100,6 @@ ExitStatus Run(int argc, char **argv) {
     return RunCommand(options);
 }
 
-// A pipe that is closed at its other end, as by head, which has read enough.
-bool ReaderIsGone() {
-    pollfd output = {.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
-    return poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
-}
-
 ExitStatus Main(int argc, char **argv) {
     // A reader that goes away is no reason to leave the terminal or the trace as it is.
     std::signal(SIGPIPE, SIG_IGN);
@@ -125,7 +117,7 @@ ExitStatus Main(int argc, char **argv) {
         status = kRefused;
     }
     if (!std::cout.flush() && status == kOk) {
-        if (!ReaderIsGone()) {
+        if (!OutputReaderIsGone()) {
             Complain("cannot write the answer");
         }
         status = kRefused;
