@@ -142,9 +142,11 @@ void CheckPage(const LyrKesLbDfxRsp &page, const Listing &buckets, uint32_t buck
             break;
         }
         const size_t shown = std::min(buckets[bucket].size(), fits);
-        Require(std::memcmp(&page.entries[used], buckets[bucket].data(),
-                            shown * sizeof(LyrKesLbDfxEntry)) == 0,
-                "a page shows the buckets in their order");
+        for (size_t i = 0; i < shown; ++i) {
+            Require(std::memcmp(&page.entries[used + i], &buckets[bucket][i],
+                                sizeof(LyrKesLbDfxEntry)) == 0,
+                    "a page shows the buckets in their order");
+        }
         used += shown;
     }
     constexpr LyrKesLbDfxEntry kUnused[LYR_KES_LB_PAGE_NUM] = {};

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <ratio>
@@ -26,6 +27,13 @@ std::string NameOf(const std::string &path) {
 std::string LinkTypeName(int linkType) {
     const char *name = pcap_datalink_val_to_description(linkType);
     return name != nullptr ? name : "link type " + std::to_string(linkType);
+}
+
+// With the precision asked for, the microseconds' field counts nanoseconds. A block of pcapng can
+// tell a time that so many nanoseconds since the epoch cannot: it becomes the last that they can.
+int64_t NanosecondsOf(const timeval &time) {
+    constexpr int64_t kLastSecond = INT64_MAX / std::nano::den - UINT32_MAX / std::milli::den;
+    return std::clamp<int64_t>(time.tv_sec, 0, kLastSecond) * std::nano::den + time.tv_usec;
 }
 
 }  // namespace
@@ -157,9 +165,8 @@ std::optional<Frame> Reader::Next() {
         throw Error(name_ + " breaks off after frame " + std::to_string(frames_) + ": " +
                     pcap_geterr(capture_));
     }
-    // With the precision asked for, the microseconds' field counts nanoseconds.
     return Frame{.bytes = {bytes, header->caplen},
-                 .timeNs = header->ts.tv_sec * std::nano::den + header->ts.tv_usec,
+                 .timeNs = NanosecondsOf(header->ts),
                  .wireLength = header->len,
                  .number = ++frames_};
 }
