@@ -3,6 +3,7 @@
 build_packages=(g++ cmake ninja-build pkg-config libpcap-dev libcli11-dev nlohmann-json3-dev)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils tshark iproute2)
 lint_packages=(clang-format clang-tidy)
+fuzz_packages=(clang llvm)
 model_packages=(spin gcc libc6-dev)
 
 # Installs what is missing of the packages named; asks for nothing when all are there.
@@ -21,12 +22,17 @@ ensure_packages() {
         apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
 
-# Configures and builds a directory: build_tree DIR [CMAKE-OPTION...]
-build_tree() {
+# Configures a directory: configure_tree DIR [CMAKE-OPTION...]
+configure_tree() {
     local dir=$1
     shift
     cmake -S . -B "$dir" -G Ninja "$@" >"$dir.configure.log" 2>&1 ||
         { cat "$dir.configure.log" >&2; return 1; }
     rm -f "$dir.configure.log"
-    cmake --build "$dir"
+}
+
+# The same, and builds all of it.
+build_tree() {
+    configure_tree "$@"
+    cmake --build "$1"
 }
