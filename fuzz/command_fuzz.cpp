@@ -135,7 +135,7 @@ std::vector<fuzz::Bytes> fuzz::Seeds() {
         "msgtype select off\nping set off\n\tprobe show\r\n",
     };
     for (const control::CommandSpec &spec : control::Commands()) {
-        lines.push_back(std::string(spec.name) + " " + std::string(spec.example));
+        lines.push_back(std::string(spec.text.name) + " " + std::string(spec.text.example));
     }
     std::vector<Bytes> inputs;
     for (const std::string &line : lines) {

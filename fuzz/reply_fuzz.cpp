@@ -36,7 +36,7 @@ std::vector<control::Command> Examples() {
         if (spec.operation == MUND_OP_BatchReconciliation) {
             continue;  // reads a file
         }
-        std::string line = std::string(spec.name) + " " + std::string(spec.example);
+        std::string line = std::string(spec.text.name) + " " + std::string(spec.text.example);
         std::vector<std::string> words;
         for (size_t begin = 0; begin < line.size();) {
             const size_t end = std::min(line.find(' ', begin), line.size());

@@ -66,11 +66,10 @@ std::string Command::Where() const {
 }
 
 Command ParseWords(std::span<const std::string> words) {
-    const CommandSpec &spec = FindCommand(words);
     Command command;
     command.text = Join(words);
-    command.spec = &spec;
-    command.request = spec.encode(Fit(spec, words));
+    command.spec = FindSpec(Operations().Find(words));
+    command.request = command.spec->encode(Fit(command.spec->text, words));
     return command;
 }
 
@@ -169,17 +168,6 @@ Outcome Execute(const Command &command, const Caller &caller,
         outcome.failure = error.what();
     }
     return outcome;
-}
-
-std::string CommandHelp() {
-    std::string help;
-    for (const CommandSpec &spec : Commands()) {
-        help += "  " + UsageOf(spec) + "\n      " + std::string(spec.help) + "\n";
-        if (!spec.example.empty()) {
-            help += "      e.g. " + std::string(spec.name) + " " + std::string(spec.example) + "\n";
-        }
-    }
-    return help;
 }
 
 }  // namespace control

@@ -69,7 +69,4 @@ struct Outcome {
 Outcome Execute(const Command &command, const Caller &caller,
                 std::optional<uint32_t> lastInstance = std::nullopt);
 
-// Usage, help and example of every command, indented by two spaces.
-std::string CommandHelp();
-
 }  // namespace control

@@ -1,7 +1,9 @@
 #include "control/command_table.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
+#include <vector>
 
 #include "control/input_error.h"
 #include "control/message_bytes.h"
@@ -279,275 +281,289 @@ constexpr std::string_view kNoReply = "no memory for the reply";
 constexpr std::string_view kAddFailed = "no memory, or the node is beyond the service instances";
 
 constexpr CommandSpec kCommands[] = {
-    {.name = "tunnel add",
-     .usage = "SRC-IP SRC-PORT DST-IP DST-PORT --node N [--vpn N]",
-     .help = "Give a CAPWAP tunnel, seen from the access point, to a service instance.",
-     .example = "10.0.0.1 12380 10.0.0.254 5246 --node 3",
+    {.text = {.name = "tunnel add",
+              .usage = "SRC-IP SRC-PORT DST-IP DST-PORT --node N [--vpn N]",
+              .help = "Give a CAPWAP tunnel, seen from the access point, to a service instance.",
+              .example = "10.0.0.1 12380 10.0.0.254 5246 --node 3"},
      .operation = MUND_OP_CwpTunnel,
      .encode = EncodeTunnelAdd,
      .failure = kAddFailed,
      .reply = nullptr},
-    {.name = "tunnel del",
-     .usage = "SRC-IP SRC-PORT DST-IP DST-PORT [--vpn N]",
-     .help = "Forget a CAPWAP tunnel.",
-     .example = "10.0.0.1 12380 10.0.0.254 5246",
+    {.text = {.name = "tunnel del",
+              .usage = "SRC-IP SRC-PORT DST-IP DST-PORT [--vpn N]",
+              .help = "Forget a CAPWAP tunnel.",
+              .example = "10.0.0.1 12380 10.0.0.254 5246"},
      .operation = MUND_OP_CwpTunnel,
      .encode = EncodeTunnelDel,
      .failure = "",
      .reply = nullptr},
-    {.name = "tunnel default",
-     .usage = "--node N [--ipv6]",
-     .help = "Give the packets of tunnels that are not registered to a service instance.",
-     .example = "--node 0",
+    {.text = {.name = "tunnel default",
+              .usage = "--node N [--ipv6]",
+              .help = "Give the packets of tunnels that are not registered to a service instance.",
+              .example = "--node 0"},
      .operation = MUND_OP_CwpTunnel,
      .encode = EncodeTunnelDefault,
      .failure = kAddFailed,
      .reply = nullptr},
-    {.name = "tunnel count",
-     .usage = "--port N [--ipv6]",
-     .help = "Count the IPv4 or IPv6 tunnels that have port N at either end, modulo 65536.",
-     .example = "--port 5246",
+    {.text = {.name = "tunnel count",
+              .usage = "--port N [--ipv6]",
+              .help =
+                  "Count the IPv4 or IPv6 tunnels that have port N at either end, modulo 65536.",
+              .example = "--port 5246"},
      .operation = MUND_OP_LoadBalanceDfx,
      .encode = EncodeTunnelQuery<LYR_KES_LB_COUNT>,
      .failure = kNoReply,
      .reply = &kTunnelCountReply},
-    {.name = "tunnel list",
-     .usage = "--port N [--ipv6]",
-     .help =
-         "List the IPv4 or IPv6 tunnels that have port N at either end, and compare their "
-         "number with the count. Buckets of a table beyond the first 65534 may be out of reach.",
-     .example = "--port 5246 --ipv6",
+    {.text = {.name = "tunnel list",
+              .usage = "--port N [--ipv6]",
+              .help =
+                  "List the IPv4 or IPv6 tunnels that have port N at either end, and compare their "
+                  "number with the count. Buckets of a table beyond the first 65534 may be out of "
+                  "reach.",
+              .example = "--port 5246 --ipv6"},
      .operation = MUND_OP_LoadBalanceDfx,
      .encode = EncodeTunnelQuery<LYR_KES_LB_LIST>,
      .failure = kNoReply,
      .reply = &kTunnelListReply},
-    {.name = "session add",
-     .usage = "HEX32 --node N",
-     .help =
-         "Give a keepalive session to a service instance, which is reached once it has a tunnel.",
-     .example = "00112233445566778899aabbccddeeff --node 3",
+    {.text = {.name = "session add",
+              .usage = "HEX32 --node N",
+              .help = "Give a keepalive session to a service instance, which is reached once it "
+                      "has a tunnel.",
+              .example = "00112233445566778899aabbccddeeff --node 3"},
      .operation = MUND_OP_KaTunnel,
      .encode = EncodeSessionAdd,
      .failure = kAddFailed,
      .reply = nullptr},
-    {.name = "session del",
-     .usage = "HEX32",
-     .help = "Forget a keepalive session.",
-     .example = "00112233445566778899aabbccddeeff",
+    {.text = {.name = "session del",
+              .usage = "HEX32",
+              .help = "Forget a keepalive session.",
+              .example = "00112233445566778899aabbccddeeff"},
      .operation = MUND_OP_KaTunnel,
      .encode = EncodeSessionDel,
      .failure = "",
      .reply = nullptr},
-    {.name = "wapi",
-     .usage = "START COUNT",
-     .help = "Let COUNT service instances from START on serve stations; 0 of them: none does.",
-     .example = "0 4",
+    {.text = {.name = "wapi",
+              .usage = "START COUNT",
+              .help =
+                  "Let COUNT service instances from START on serve stations; 0 of them: none does.",
+              .example = "0 4"},
      .operation = MUND_OP_WapiTunnel,
      .encode = EncodeWapi,
      .failure = "the range is beyond the service instances",
      .reply = &kWapiReply},
-    {.name = "source add",
-     .usage = "TYPE IP [--if N]",
-     .help =
-         "Declare an address and interface of the controller as a CAPWAP source. It is known by "
-         "its address (TYPE 1), by interface and IP version (2 and 3), or by an address that "
-         "broadcasts reach on all interfaces (4).",
-     .example = "1 10.0.0.254 --if 7",
+    {.text =
+         {.name = "source add",
+          .usage = "TYPE IP [--if N]",
+          .help =
+              "Declare an address and interface of the controller as a CAPWAP source. It is known "
+              "by "
+              "its address (TYPE 1), by interface and IP version (2 and 3), or by an address that "
+              "broadcasts reach on all interfaces (4).",
+          .example = "1 10.0.0.254 --if 7"},
      .operation = MUND_OP_CwpSrc,
      .encode = EncodeSource<LYR_KES_OPERATION_ADD>,
      .failure = "all eight sources are in use",
      .reply = nullptr},
-    {.name = "source del",
-     .usage = "TYPE IP [--if N]",
-     .help = "Withdraw a CAPWAP source.",
-     .example = "1 10.0.0.254 --if 7",
+    {.text = {.name = "source del",
+              .usage = "TYPE IP [--if N]",
+              .help = "Withdraw a CAPWAP source.",
+              .example = "1 10.0.0.254 --if 7"},
      .operation = MUND_OP_CwpSrc,
      .encode = EncodeSource<LYR_KES_OPERATION_DELETE>,
      .failure = "",
      .reply = nullptr},
-    {.name = "source set",
-     .usage = "POSITION=TYPE,IP[,IF] ...",
-     .help = "Replace all CAPWAP sources; positions (0 to 7) that are not named become free.",
-     .example = "0=1,10.0.0.254,7 1=1,2001:db8::fe",
+    {.text = {.name = "source set",
+              .usage = "POSITION=TYPE,IP[,IF] ...",
+              .help =
+                  "Replace all CAPWAP sources; positions (0 to 7) that are not named become free.",
+              .example = "0=1,10.0.0.254,7 1=1,2001:db8::fe"},
      .operation = MUND_OP_CwpSrcReconciliation,
      .encode = EncodeSourceSet,
      .failure = "the sources could not be stored",
      .reply = nullptr},
-    {.name = "trace set",
-     .usage = "--level N [--src IP] [--dst IP] [--sport N] [--dport N] [--type N] [--mac MAC]",
-     .help = "Trace failures (level 1), packets (2) or both (3) that pass the filters given; "
-             "filters of an earlier set are gone. A MAC address is kept, not filtered by.",
-     .example = "--level 3 --src 10.0.0.1 --type discovery-request",
+    {.text = {.name = "trace set",
+              .usage =
+                  "--level N [--src IP] [--dst IP] [--sport N] [--dport N] [--type N] [--mac MAC]",
+              .help =
+                  "Trace failures (level 1), packets (2) or both (3) that pass the filters given; "
+                  "filters of an earlier set are gone. A MAC address is kept, not filtered by.",
+              .example = "--level 3 --src 10.0.0.1 --type discovery-request"},
      .operation = MUND_OP_DebugTraceSet,
      .encode = EncodeTraceSet,
      .failure = "",
      .reply = nullptr},
-    {.name = "trace clear",
-     .usage = "",
-     .help = "Switch the trace off and forget its filters.",
-     .example = "",
+    {.text = {.name = "trace clear",
+              .usage = "",
+              .help = "Switch the trace off and forget its filters.",
+              .example = ""},
      .operation = MUND_OP_DebugTraceSet,
      .encode = EncodeTraceClear,
      .failure = "",
      .reply = nullptr},
-    {.name = "recon begin",
-     .usage = "N",
-     .help = "Open an audit of instance N. Steps of audits are queued and done in order; results "
-             "tell of the queue, the log and 'verify show' of what came of them.",
-     .example = "3",
+    {.text =
+         {.name = "recon begin",
+          .usage = "N",
+          .help =
+              "Open an audit of instance N. Steps of audits are queued and done in order; results "
+              "tell of the queue, the log and 'verify show' of what came of them.",
+          .example = "3"},
      .operation = MUND_OP_Reconciliation,
      .encode = EncodeAuditStep<LYR_KES_RECON_BEGIN>,
      .failure = kQueueFailed,
      .reply = nullptr},
-    {.name = "recon confirm tunnel",
-     .usage = "SRC-IP SRC-PORT DST-IP DST-PORT --node N [--vpn N]",
-     .help = "Confirm a tunnel of an instance whose audit is open.",
-     .example = "10.0.0.1 12380 10.0.0.254 5246 --node 3",
+    {.text = {.name = "recon confirm tunnel",
+              .usage = "SRC-IP SRC-PORT DST-IP DST-PORT --node N [--vpn N]",
+              .help = "Confirm a tunnel of an instance whose audit is open.",
+              .example = "10.0.0.1 12380 10.0.0.254 5246 --node 3"},
      .operation = MUND_OP_Reconciliation,
      .encode = EncodeConfirmTunnel,
      .failure = kQueueFailed,
      .reply = nullptr},
-    {.name = "recon confirm session",
-     .usage = "HEX32 --node N",
-     .help = "Confirm a keepalive session of an instance whose audit is open.",
-     .example = "00112233445566778899aabbccddeeff --node 3",
+    {.text = {.name = "recon confirm session",
+              .usage = "HEX32 --node N",
+              .help = "Confirm a keepalive session of an instance whose audit is open.",
+              .example = "00112233445566778899aabbccddeeff --node 3"},
      .operation = MUND_OP_Reconciliation,
      .encode = EncodeConfirmSession,
      .failure = kQueueFailed,
      .reply = nullptr},
-    {.name = "recon finish",
-     .usage = "N",
-     .help = "Close the audit of instance N: its tunnels and sessions not confirmed are gone.",
-     .example = "3",
+    {.text = {.name = "recon finish",
+              .usage = "N",
+              .help =
+                  "Close the audit of instance N: its tunnels and sessions not confirmed are gone.",
+              .example = "3"},
      .operation = MUND_OP_Reconciliation,
      .encode = EncodeAuditStep<LYR_KES_RECON_FINISH>,
      .failure = kQueueFailed,
      .reply = nullptr},
-    {.name = "recon run",
-     .usage = "N FILE [--empty]",
-     .help = "Audit instance N against a command file, in one batch: what its 'tunnel add', "
-             "'tunnel default' and 'session add' lines give to N is confirmed, all else that N "
-             "has is gone. Lines for other instances are left out, other commands ignored. A file "
-             "that gives N nothing needs --empty: then N loses all that it has.",
-     .example = "3 site.commands",
+    {.text =
+         {.name = "recon run",
+          .usage = "N FILE [--empty]",
+          .help =
+              "Audit instance N against a command file, in one batch: what its 'tunnel add', "
+              "'tunnel default' and 'session add' lines give to N is confirmed, all else that N "
+              "has is gone. Lines for other instances are left out, other commands ignored. A file "
+              "that gives N nothing needs --empty: then N loses all that it has.",
+          .example = "3 site.commands"},
      .operation = MUND_OP_BatchReconciliation,
      .encode = EncodeReconRun,
      .failure = kQueueFailed,
      .reply = nullptr},
-    {.name = "verify show",
-     .usage = "[--list 0|1]",
-     .help = "List the tunnels, not sessions, that audits have removed: 100 at most, the newest "
-             "first. List 1 is spare.",
-     .example = "--list 0",
+    {.text =
+         {.name = "verify show",
+          .usage = "[--list 0|1]",
+          .help =
+              "List the tunnels, not sessions, that audits have removed: 100 at most, the newest "
+              "first. List 1 is spare.",
+          .example = "--list 0"},
      .operation = MUND_OP_VerifyRcdGet,
      .encode = EncodeVerifyShow,
      .failure = kNoReply,
      .reply = &kVerifyReply},
-    {.name = "verify clear",
-     .usage = "",
-     .help = "Forget which tunnels audits have removed.",
-     .example = "",
+    {.text = {.name = "verify clear",
+              .usage = "",
+              .help = "Forget which tunnels audits have removed.",
+              .example = ""},
      .operation = MUND_OP_VerifyRcdReset,
      .encode = EncodeNothing,
      .failure = "",
      .reply = nullptr},
-    {.name = "stats show",
-     .usage = "",
-     .help = "Tell how many control packets, keepalives and DTLS handshakes came, and what became "
-             "of them.",
-     .example = "",
+    {.text =
+         {.name = "stats show",
+          .usage = "",
+          .help =
+              "Tell how many control packets, keepalives and DTLS handshakes came, and what became "
+              "of them.",
+          .example = ""},
      .operation = MUND_OP_GetPktStatistics,
      .encode = EncodeNothing,
      .failure = kNoReply,
      .reply = &kPktStatsReply},
-    {.name = "stats reset",
-     .usage = "",
-     .help = "Set the counters of 'stats show' to zero.",
-     .example = "",
+    {.text = {.name = "stats reset",
+              .usage = "",
+              .help = "Set the counters of 'stats show' to zero.",
+              .example = ""},
      .operation = MUND_OP_ResetPktStatistics,
      .encode = EncodeNothing,
      .failure = kNoReply,
      .reply = &kPktStatsResetReply},
-    {.name = "msgtype select",
-     .usage = "TYPE|off",
-     .help = "Count the messages of a CAPWAP type, a number or a name, and of the type above it, "
-             "which is a request's response; the counters start from zero. Off: count none.",
-     .example = "echo-request",
+    {.text =
+         {.name = "msgtype select",
+          .usage = "TYPE|off",
+          .help =
+              "Count the messages of a CAPWAP type, a number or a name, and of the type above it, "
+              "which is a request's response; the counters start from zero. Off: count none.",
+          .example = "echo-request"},
      .operation = MUND_OP_CwpMsgTypeStat,
      .encode = EncodeMsgTypeSelect,
      .failure = kNoReply,
      .reply = &kMsgTypeDoneReply},
-    {.name = "msgtype show",
-     .usage = "",
-     .help =
-         "Tell how many of these messages each service instance was handed, and how many failed.",
-     .example = "",
+    {.text = {.name = "msgtype show",
+              .usage = "",
+              .help = "Tell how many of these messages each service instance was handed, and how "
+                      "many failed.",
+              .example = ""},
      .operation = MUND_OP_CwpMsgTypeStat,
      .encode = EncodeMsgType<LYR_KES_MSG_TYPE_GET>,
      .failure = kNoReply,
      .reply = &kMsgTypeStatsReply},
-    {.name = "msgtype reset",
-     .usage = "",
-     .help = "Set these counters to zero; the type stays selected.",
-     .example = "",
+    {.text = {.name = "msgtype reset",
+              .usage = "",
+              .help = "Set these counters to zero; the type stays selected.",
+              .example = ""},
      .operation = MUND_OP_CwpMsgTypeStat,
      .encode = EncodeMsgType<LYR_KES_MSG_TYPE_RESET>,
      .failure = kNoReply,
      .reply = &kMsgTypeDoneReply},
-    {.name = "ping set",
-     .usage = "IP|off",
-     .help = "Count the CAPWAP pings to and from a peer; the counters start from zero. Off: count "
-             "none.",
-     .example = "10.0.0.1",
+    {.text =
+         {.name = "ping set",
+          .usage = "IP|off",
+          .help =
+              "Count the CAPWAP pings to and from a peer; the counters start from zero. Off: count "
+              "none.",
+          .example = "10.0.0.1"},
      .operation = MUND_OP_CwpPingStat,
      .encode = EncodePingSet,
      .failure = kNoReply,
      .reply = &kPingDoneReply},
-    {.name = "ping show",
-     .usage = "",
-     .help = "Tell how many pings passed each point of the packet path, how many of them were "
-             "CAPWAP fragments, and the bytes of their payloads.",
-     .example = "",
+    {.text = {.name = "ping show",
+              .usage = "",
+              .help =
+                  "Tell how many pings passed each point of the packet path, how many of them were "
+                  "CAPWAP fragments, and the bytes of their payloads.",
+              .example = ""},
      .operation = MUND_OP_CwpPingStat,
      .encode = EncodePing<LYR_KES_PING_GET>,
      .failure = kNoReply,
      .reply = &kPingStatsReply},
-    {.name = "ping reset",
-     .usage = "",
-     .help = "Set the ping counters to zero; the peer stays.",
-     .example = "",
+    {.text = {.name = "ping reset",
+              .usage = "",
+              .help = "Set the ping counters to zero; the peer stays.",
+              .example = ""},
      .operation = MUND_OP_CwpPingStat,
      .encode = EncodePing<LYR_KES_PING_RESET>,
      .failure = kNoReply,
      .reply = &kPingDoneReply},
-    {.name = "probe show",
-     .usage = "[--from N]",
-     .help = "List the sightings of CAPWAP probes and traced packets: the last 2048, the oldest "
-             "first, from position N on.",
-     .example = "--from 256",
+    {.text =
+         {.name = "probe show",
+          .usage = "[--from N]",
+          .help =
+              "List the sightings of CAPWAP probes and traced packets: the last 2048, the oldest "
+              "first, from position N on.",
+          .example = "--from 256"},
      .operation = MUND_OP_CwpTraceRecord,
      .encode = EncodeProbeShow,
      .failure = kNoReply,
      .reply = &kProbesReply},
-    {.name = "probe clear",
-     .usage = "",
-     .help = "Forget the sightings of probes.",
-     .example = "",
+    {.text = {.name = "probe clear",
+              .usage = "",
+              .help = "Forget the sightings of probes.",
+              .example = ""},
      .operation = MUND_OP_CwpTraceRecord,
      .encode = EncodeProbeClear,
      .failure = kNoReply,
      .reply = &kProbesClearedReply},
 };
-
-// The first words of a line, to be compared with a name of that many.
-std::string FirstWords(std::span<const std::string> words, size_t count) {
-    return Join(words.first(std::min(count, words.size())));
-}
-
-// The number of words in a command's name.
-size_t WordCount(const CommandSpec &spec) {
-    return 1 + static_cast<size_t>(std::ranges::count(spec.name, ' '));
-}
 
 }  // namespace
 
@@ -555,35 +571,20 @@ std::span<const CommandSpec> Commands() {
     return kCommands;
 }
 
-const CommandSpec &FindCommand(std::span<const std::string> words) {
-    const CommandSpec *found = nullptr;
-    for (const CommandSpec &spec : kCommands) {
-        const size_t count = WordCount(spec);
-        if (FirstWords(words, count) == spec.name &&
-            (found == nullptr || count > WordCount(*found))) {
-            found = &spec;
-        }
-    }
-    if (found == nullptr) {
-        std::string names;
-        for (const CommandSpec &spec : kCommands) {
-            names += (names.empty() ? "" : ", ") + std::string(spec.name);
-        }
-        throw InputError("unknown command '" + FirstWords(words, 2) + "'; there are: " + names);
-    }
-    return *found;
+const CommandSet &Operations() {
+    static const CommandSet operations = [] {
+        std::vector<const CommandText *> texts;
+        std::ranges::transform(kCommands, std::back_inserter(texts),
+                               [](const CommandSpec &spec) { return &spec.text; });
+        return CommandSet("", texts);
+    }();
+    return operations;
 }
 
-std::string UsageOf(const CommandSpec &spec) {
-    return std::string(spec.name) + (spec.usage.empty() ? "" : " ") + std::string(spec.usage);
-}
-
-Arguments Fit(const CommandSpec &spec, std::span<const std::string> words) {
-    try {
-        return Arguments(spec.usage, words.subspan(WordCount(spec)));
-    } catch (const InputError &error) {
-        throw InputError(std::string(error.what()) + "; usage: " + UsageOf(spec));
-    }
+const CommandSpec *FindSpec(const CommandText &text) {
+    const auto *spec = std::ranges::find(
+        kCommands, &text, [](const CommandSpec &candidate) { return &candidate.text; });
+    return spec == std::end(kCommands) ? nullptr : spec;
 }
 
 }  // namespace control

@@ -25,9 +25,9 @@ std::optional<LyrKesReconRecord> ConfirmationOfAdd(const Bytes &bytes) {
 // The record that confirms what a command registers, if it registers anything. A file that audits
 // itself is not read over and over.
 std::optional<LyrKesReconRecord> ConfirmationOf(std::span<const std::string> words) {
-    const CommandSpec &spec = FindCommand(words);
+    const CommandSpec &spec = *FindSpec(Operations().Find(words));
     if (spec.operation == MUND_OP_BatchReconciliation) {
-        Fit(spec, words);
+        Fit(spec.text, words);
         return std::nullopt;
     }
     const Command command = ParseWords(words);

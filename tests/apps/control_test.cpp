@@ -301,7 +301,8 @@ TEST(ControlCommand, ExamplesOfTheHelpAreCommands) {
     directory.Write("site.commands", "tunnel default --node 3\n");
     std::filesystem::current_path(directory.Path());
     for (const CommandSpec &spec : Commands()) {
-        const std::string example = std::string(spec.name) + " " + std::string(spec.example);
+        const std::string example =
+            std::string(spec.text.name) + " " + std::string(spec.text.example);
         EXPECT_EQ(ErrorOf(example), "no error") << example;
     }
 }

@@ -1,5 +1,6 @@
 // lyrctl's commands: how they are given, described and refused, and what a real engine answers.
 #include <regex>
+#include <set>
 
 #include "canned_engine.h"
 
@@ -17,7 +18,6 @@ TEST_F(LyrctlCommands, MistakesAreUsageAndNeedNoEngine) {
         {"", "there is no command"},
         {"tunel list", "unknown command 'tunel'; there are: tunnel, session, wapi, source"},
         {"tunnel", "unfinished command 'tunnel'; there are: tunnel add, tunnel del"},
-        {"tunnel add 10.0.0.1", "SRC-PORT is missing; usage: tunnel add SRC-IP"},
         {"source show all", "unexpected word 'all'; usage: source show"},
         {"inspect --slot x g_a", "--slot 'x' is not a number"},
         {"trace follow --level 9", "--level '9' is not a level of the trace: 1 (failures), 2"},
@@ -45,8 +45,20 @@ TEST_F(LyrctlCommands, MistakesAreUsageAndNeedNoEngine) {
     }
 }
 
+// The lines of the manual page without its markup and spaces.
+std::set<std::string> PageLines() {
+    std::set<std::string> lines;
+    for (std::string line : Lines(ReadText(LYRCTL_PAGE))) {
+        for (const char *markup : {R"(^\.[BI]+R?)", R"(\\f[BIRP])", R"(\\(?=-))", "\"", " "}) {
+            line = std::regex_replace(line, std::regex(markup), "");
+        }
+        lines.insert(line);
+    }
+    return lines;
+}
+
 TEST_F(LyrctlCommands, EveryCommandHasHelpPageAndCompletion) {
-    const std::string page = ReadText(LYRCTL_PAGE);
+    const std::set<std::string> page = PageLines();
     const std::vector<std::string> commands = Lines(Shell(LYRCTL " --list-commands").out);
     const std::string overview = Shell(LYRCTL " --help").out;
     for (const std::string &line : commands) {
@@ -56,8 +68,8 @@ TEST_F(LyrctlCommands, EveryCommandHasHelpPageAndCompletion) {
         const std::string help = Shell(LYRCTL " " + name + " --help").out;
         EXPECT_THAT(help, HasSubstr("lyrctl " + name + (usage.empty() ? "" : " ") + usage + "\n"));
         EXPECT_THAT(help, HasSubstr("e.g. lyrctl " + name));
-        EXPECT_TRUE(std::regex_search(page, std::regex("\\n\\.B[IR]? \"?" + name + "[ \"\\n]")))
-            << name << " is not in the manual page";
+        const std::string unspaced = std::regex_replace(name + usage, std::regex(" "), "");
+        EXPECT_TRUE(page.contains(unspaced)) << line << " is not in the manual page";
     }
     EXPECT_GT(commands.size(), 30u);
 

@@ -5,7 +5,8 @@
 #include <filesystem>
 
 #include "capture/reader.h"
-#include "control/command.h"
+#include "control/command_table.h"
+#include "control/input_error.h"
 #include "control/values.h"
 #include "failure.h"
 #include "mund/server.h"
@@ -262,7 +263,7 @@ void Describe(CLI::App &app, Options &options, RawOptions &raw) {
 std::optional<Options> ParseOptions(int argc, char **argv) {
     CLI::App app("Replays a capture through the module, and reports where every packet went.",
                  "kes_engine");
-    app.footer(kExamples + control::CommandHelp());
+    app.footer(kExamples + control::Operations().Help());
     app.set_version_flag("--version", "kes_engine " KES_ENGINE_VERSION);
     Options options;
     RawOptions raw;

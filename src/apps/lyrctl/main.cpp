@@ -52,22 +52,22 @@ void PrintAnswer(const std::string &command, const std::string &failure,
     std::cout << control::JsonLine(json) << '\n';
 }
 
-ExitStatus RunOwn(Client &client, const Entry &entry, std::span<const std::string> words) {
-    const control::Arguments arguments = FitTo(entry, words);
+ExitStatus RunOwn(Client &client, const OwnCommand &own, std::span<const std::string> words) {
+    const control::Arguments arguments = control::Fit(own.text, words);
     const std::string command = control::Join(words);
     try {
-        if (entry.own->run != nullptr) {
-            return entry.own->run(client, arguments);
+        if (own.run != nullptr) {
+            return own.run(client, arguments);
         }
-        const ordered_json reply = entry.own->read(client, arguments);
+        const ordered_json reply = own.read(client, arguments);
         if (client.Json()) {
             PrintAnswer(command, "", &reply);
         } else {
-            std::cout << entry.own->render(reply) << '\n';
+            std::cout << own.render(reply) << '\n';
         }
         return kOk;
     } catch (const control::Refused &refusal) {
-        if (client.Json() && entry.own->run == nullptr) {
+        if (client.Json() && own.run == nullptr) {
             PrintAnswer(command, refusal.what(), nullptr);
         }
         throw control::Refused(command + ": " + refusal.what());
@@ -78,10 +78,10 @@ ExitStatus RunCommand(const Options &options) {
     if (options.words.empty()) {
         throw control::InputError("there is no command (--help lists them)");
     }
-    const Entry &entry = FindEntry(options.words);
+    const OwnCommand *own = FindOwn(Commands().Find(options.words));
     Client client(options.control, options.json);
-    return entry.own != nullptr ? RunOwn(client, entry, options.words)
-                                : RunOperation(client, options.words);
+    return own != nullptr ? RunOwn(client, *own, options.words)
+                          : RunOperation(client, options.words);
 }
 
 ExitStatus Run(int argc, char **argv) {
@@ -90,11 +90,11 @@ ExitStatus Run(int argc, char **argv) {
         return kOk;
     }
     if (options.help) {
-        std::cout << (options.words.empty() ? options.overview : HelpOn(options.words));
+        std::cout << (options.words.empty() ? options.overview : Commands().HelpOn(options.words));
         return kOk;
     }
     if (options.listCommands) {
-        std::cout << CommandLines();
+        std::cout << Commands().Lines();
         return kOk;
     }
     return RunCommand(options);

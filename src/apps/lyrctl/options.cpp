@@ -30,7 +30,7 @@ Commands; 'lyrctl COMMAND --help' tells more of one, or of all that begin with t
 
 bool ParseOptions(int argc, char **argv, Options &options) {
     CLI::App app("Controls and watches the module in a running engine.", "lyrctl");
-    app.footer(kNotes + Overview());
+    app.footer(kNotes + Commands().Overview());
     app.set_help_flag();
     app.set_version_flag("--version", "lyrctl " LYRCTL_VERSION);
     app.allow_extras();
