@@ -2,10 +2,11 @@
 #include <cstdio>
 #include <iterator>
 #include <string_view>
+#include <vector>
 
+#include "control/counters.h"
 #include "control/record_table.h"
 #include "control/reply_format.h"
-#include "control/statistics_words.h"
 #include "control/values.h"
 #include "mund/statistics_messages.h"
 
@@ -42,25 +43,14 @@ ordered_json ReadPktStats(const Bytes &request, const Ask &ask) {
 }
 
 std::string RenderPktStats(const ordered_json &reply) {
-#define WORDS(field, words) words,
-    constexpr std::string_view kHeadings[] = {"class", LYR_KES_PKT_STAT_COUNTERS(WORDS)};
-#undef WORDS
-    return RecordTable(kHeadings, reply["classes"]);
+    std::vector<std::string_view> headings = {"class"};
+    for (const PacketCounter &counter : kPacketCounters) {
+        headings.emplace_back(counter.words);
+    }
+    return RecordTable(headings, reply["classes"]);
 }
 
 // The counters by message type.
-
-struct MsgTypeCount {
-    const char *name;
-    uint32_t (LyrKesCwpMsgTypeStatRsp::*byInstance)[LYR_KES_MSG_TYPE_STAT_NUM];
-};
-
-constexpr MsgTypeCount kMsgTypeCounts[] = {
-    {"recvCnt", &LyrKesCwpMsgTypeStatRsp::recvCnt},
-    {"dropCnt", &LyrKesCwpMsgTypeStatRsp::dropCnt},
-    {"nextRecvCnt", &LyrKesCwpMsgTypeStatRsp::nextRecvCnt},
-    {"nextDropCnt", &LyrKesCwpMsgTypeStatRsp::nextDropCnt},
-};
 
 void CheckMsgTypeStats(const LyrKesCwpMsgTypeStatRsp &reply) {
     const bool fits = reply.entryNum <= LYR_KES_MSG_TYPE_STAT_NUM;
@@ -78,14 +68,14 @@ void CheckMsgTypeStats(const LyrKesCwpMsgTypeStatRsp &reply) {
 ordered_json ReadMsgTypeStats(const Bytes &request, const Ask &ask) {
     const auto reply = AskFor<LyrKesCwpMsgTypeStatRsp>(ask, request);
     CheckMsgTypeStats(reply);
-    uint64_t totals[std::size(kMsgTypeCounts)] = {};
+    uint64_t totals[std::size(kMsgTypeCounters)] = {};
     ordered_json instances = ordered_json::array();
     for (uint32_t instance = 0; instance < reply.entryNum; ++instance) {
         ordered_json counts = {{"instance", instance}};
         bool any = false;
-        for (size_t i = 0; i < std::size(kMsgTypeCounts); ++i) {
-            const uint32_t count = (reply.*kMsgTypeCounts[i].byInstance)[instance];
-            counts[kMsgTypeCounts[i].name] = count;
+        for (size_t i = 0; i < std::size(kMsgTypeCounters); ++i) {
+            const uint32_t count = (reply.*kMsgTypeCounters[i].counts)[instance];
+            counts[kMsgTypeCounters[i].name] = count;
             totals[i] += count;
             any |= count != 0;
         }
@@ -94,15 +84,13 @@ ordered_json ReadMsgTypeStats(const Bytes &request, const Ask &ask) {
         }
     }
     ordered_json total = {{"instances", reply.entryNum}};
-    for (size_t i = 0; i < std::size(kMsgTypeCounts); ++i) {
-        total[kMsgTypeCounts[i].name] = totals[i];
+    for (size_t i = 0; i < std::size(kMsgTypeCounters); ++i) {
+        total[kMsgTypeCounters[i].name] = totals[i];
     }
     return {{"instances", std::move(instances)}, {"total", std::move(total)}};
 }
 
 std::string RenderMsgTypeStats(const ordered_json &reply) {
-    constexpr std::string_view kHeadings[] = {"instance", "handed over", "failed",
-                                              "next type handed over", "next type failed"};
     ordered_json rows = reply["instances"];
     ordered_json total = reply["total"];
     const std::string instances = total["instances"].dump();
@@ -111,7 +99,11 @@ std::string RenderMsgTypeStats(const ordered_json &reply) {
     }
     total["instances"] = "all " + instances;
     rows.push_back(std::move(total));
-    return RecordTable(kHeadings, rows);
+    std::vector<std::string_view> headings = {"instance"};
+    for (const MsgTypeCounter &counter : kMsgTypeCounters) {
+        headings.emplace_back(counter.words);
+    }
+    return RecordTable(headings, rows);
 }
 
 // The ping counters.
@@ -119,20 +111,19 @@ std::string RenderMsgTypeStats(const ordered_json &reply) {
 ordered_json ReadPingStats(const Bytes &request, const Ask &ask) {
     const auto reply = AskFor<LyrKesCwpPingStatRsp>(ask, request);
     CheckResult(reply.result);
-    ordered_json points = ordered_json::array();
-    for (size_t i = 0; i < std::size(kHookPointWords); ++i) {
-        const LyrKesCwpPingCount &count = reply.counts[i];
-        points.push_back({{"point", kHookPointWords[i]},
-                          {"packets", count.pktCnt},
-                          {"fragments", count.fragCnt},
-                          {"bytes", count.byteCnt}});
-    }
-    return {{"points", std::move(points)}};
+    MundPingCounter points[KES_HOOK_NUM];
+    std::ranges::transform(reply.counts, points, [](const LyrKesCwpPingCount &count) {
+        return MundPingCounter{count.pktCnt, count.fragCnt, count.byteCnt};
+    });
+    return {{"points", PingCountersToJson(points)}};
 }
 
 std::string RenderPingStats(const ordered_json &reply) {
-    constexpr std::string_view kHeadings[] = {"point", "packets", "fragments", "bytes"};
-    return RecordTable(kHeadings, reply["points"]);
+    std::vector<std::string_view> headings = {"point"};
+    for (const PingCounter &counter : kPingCounters) {
+        headings.emplace_back(counter.name);
+    }
+    return RecordTable(headings, reply["points"]);
 }
 
 // The probe trace.
@@ -210,19 +201,6 @@ ordered_json ReadProbesCleared(const Bytes &request, const Ask &ask) {
 }
 
 }  // namespace
-
-ordered_json PacketCountersToJson(
-    std::span<const LyrKesPktStat, LYR_KES_PKT_STAT_ROW_NUM> classes) {
-    ordered_json list = ordered_json::array();
-    for (size_t i = 0; i < classes.size(); ++i) {
-        ordered_json counters = {{"class", kPacketClassWords[i]}};
-        for (const PacketCounter &counter : kPacketCounters) {
-            counters[counter.field] = classes[i].*counter.value;
-        }
-        list.push_back(std::move(counters));
-    }
-    return list;
-}
 
 const ReplyFormat kPktStatsReply = {sizeof(LyrKesGetPktStatisticsRsp), ReadPktStats,
                                     RenderPktStats};

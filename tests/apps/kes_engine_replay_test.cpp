@@ -51,9 +51,9 @@ TEST_F(KesEngineReplay, EveryPacketGoesWhereItBelongs) {
                                    {"keepalive", Counters(2, 1, 1, 0)},
                                    {"dtls_handshake", Counters(1, 1, 0, 0)}};
             EXPECT_EQ(report["counters"], counters);
-            EXPECT_EQ(report["drop_alarm"]["watching"], true);
+            EXPECT_EQ(report["drop_alarm"]["open"], true);
             EXPECT_EQ(report["drop_alarm"]["dropped"], 2);
-            EXPECT_GT(report["drop_alarm"]["period_start"], 1'700'000'000);
+            EXPECT_GT(report["drop_alarm"]["periodStart"], "2023");
         }
     }
 }

@@ -52,8 +52,8 @@ TEST_F(KesEngineReport, FramesAreToldApartByTheirSource) {
         EXPECT_EQ(report["conserved"], true);
         EXPECT_EQ(report["received"], Traffic().size() - c.transmitted);
         for (const json &count :
-             {report["transmitted"], report["counters"]["dtls_handshake"]["not_distributed"],
-              report["counters"]["dtls_handshake"]["session_id_failed"]}) {
+             {report["transmitted"], report["counters"]["dtls_handshake"]["notDistributed"],
+              report["counters"]["dtls_handshake"]["sessionIdFailed"]}) {
             EXPECT_EQ(count, c.transmitted);
         }
     }

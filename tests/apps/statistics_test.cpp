@@ -85,7 +85,7 @@ TEST_F(Statistics, CountersOfEveryClass) {
     EXPECT_GT(received, sent);
     EXPECT_EQ(counters["control"]["received"], received);
     EXPECT_EQ(counters["control"]["sent"], sent);
-    EXPECT_EQ(counters["control"]["source_mismatch"], received - sent);
+    EXPECT_EQ(counters["control"]["sourceMismatch"], received - sent);
     EXPECT_EQ(
         counters["keepalive"]["received"],
         Witnessed(kData + kReceived + " && capwap.header.flags.k==1 && capwap.header.flags.f==0"));

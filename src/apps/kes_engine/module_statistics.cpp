@@ -4,7 +4,7 @@
 #include <atomic>
 #include <cstring>
 
-#include "control/statistics_words.h"
+#include "control/counters.h"
 #include "failure.h"
 #include "module_caller.h"
 #include "mund/call.h"
@@ -65,9 +65,9 @@ std::optional<PacketCounters> ReadPacketCounters() {
 PacketCounters Between(const PacketCounters &earlier, const PacketCounters &later) {
     PacketCounters counted = later;
     for (size_t row = 0; row < counted.size(); ++row) {
-#define SUBTRACT(field, words) counted[row].field -= earlier[row].field;
-        LYR_KES_PKT_STAT_COUNTERS(SUBTRACT)
-#undef SUBTRACT
+        for (const control::PacketCounter &counter : control::kPacketCounters) {
+            counted[row].*counter.value -= earlier[row].*counter.value;
+        }
     }
     return counted;
 }
@@ -98,20 +98,18 @@ std::vector<std::string> ContradictionsIn(const PacketCounters &counters,
     return lines;
 }
 
-std::optional<DropWatch> ReadDropWatch(const standin::Module &module) {
+std::optional<MundDropWatch> ReadDropWatch(const standin::Module &module) {
     auto *object = static_cast<MundDropWatch *>(module.Symbol(MUND_OBJECT_DROP_WATCH));
     if (object == nullptr) {
         return std::nullopt;
     }
-    const uint32_t periodStart = Load(object->periodStart);
-    return DropWatch{.dropped = Load(object->dropNum),
-                     .droppedBefore = Load(object->lastDropNum),
-                     .messages = Load(object->totalNum),
-                     .periodsWithDrops = Load(object->contDropPeriods),
-                     .quietPeriods = Load(object->contNoDropPeriods),
-                     .periodStart = periodStart,
-                     .open = periodStart != MUND_DROP_WATCH_CLOSED,
-                     .alarmRaised = Load(object->alarmRaised) != 0};
+    MundDropWatch watch = {};
+    for (const control::DropNumber &number : control::kDropNumbers) {
+        watch.*number.value = Load(object->*number.value);
+    }
+    watch.periodStart = Load(object->periodStart);
+    watch.alarmRaised = Load(object->alarmRaised);
+    return watch;
 }
 
 }  // namespace kes_engine

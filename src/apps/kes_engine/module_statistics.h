@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "forwarding.h"
+#include "mund/module_objects.h"
 #include "mund/statistics_messages.h"
 #include "packet_class.h"
 #include "standin/module_loader.h"
@@ -28,19 +29,8 @@ std::vector<std::string> ContradictionsIn(const PacketCounters &counters,
                                           const ClassCounts &receivedByInstances,
                                           const Fates &fates);
 
-// The module's watch for messages that it could not hand over.
-struct DropWatch {
-    uint32_t dropped;           // since the watch opened
-    uint32_t droppedBefore;     // of these, before the period that is running
-    uint32_t messages;          // since the watch opened
-    uint32_t periodsWithDrops;  // on end, while there is no alarm
-    uint32_t quietPeriods;      // on end, while there is one
-    uint32_t periodStart;       // second since the epoch
-    bool open;                  // otherwise the numbers mean nothing
-    bool alarmRaised;
-};
-
-// The watch of a loaded module; nothing when it has none.
-std::optional<DropWatch> ReadDropWatch(const standin::Module &module);
+// The watch for packets that could not be handed over, of a loaded module; nothing when it has
+// none.
+std::optional<MundDropWatch> ReadDropWatch(const standin::Module &module);
 
 }  // namespace kes_engine

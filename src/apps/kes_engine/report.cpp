@@ -5,14 +5,13 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "control/statistics_words.h"
+#include "control/counters.h"
 #include "control/values.h"
 
 namespace kes_engine {
 namespace {
 
 using Json = nlohmann::ordered_json;
-using control::IdentifierOf;
 using control::kPacketClassWords;
 using control::kPacketCounters;
 using control::PacketCounter;
@@ -99,12 +98,13 @@ void PrintDropAlarm(std::ostream &out, const Result &result) {
     if (!result.dropWatch) {
         return;
     }
-    const DropWatch &watch = *result.dropWatch;
-    out << "\ndrop alarm " << (watch.alarmRaised ? "raised" : "not raised");
-    if (watch.open) {
-        out << ", " << watch.dropped << " of " << watch.messages << " messages dropped, "
-            << (watch.alarmRaised ? watch.quietPeriods : watch.periodsWithDrops)
-            << (watch.alarmRaised ? " quiet periods" : " periods with drops");
+    const MundDropWatch &watch = *result.dropWatch;
+    const bool raised = watch.alarmRaised != 0;
+    out << "\ndrop alarm " << (raised ? "raised" : "not raised");
+    if (watch.periodStart != MUND_DROP_WATCH_CLOSED) {
+        out << ", " << watch.dropNum << " of " << watch.totalNum << " messages dropped, "
+            << (raised ? watch.contNoDropPeriods : watch.contDropPeriods)
+            << (raised ? " quiet periods" : " periods with drops");
     }
     out << "; " << result.alarms.raised << " raises, " << result.alarms.restored << " restores\n";
 }
@@ -131,10 +131,8 @@ Json InstanceToJson(const InstanceReport &report) {
 Json CountersToJson(const Result &result) {
     Json classes;
     for (size_t row = 0; result.counters && row < result.counters->size(); ++row) {
-        Json &counters = classes[IdentifierOf(kPacketClassWords[row])];
-        for (const PacketCounter &counter : kPacketCounters) {
-            counters[IdentifierOf(counter.words)] = (*result.counters)[row].*counter.value;
-        }
+        classes[control::IdentifierOf(kPacketClassWords[row])] =
+            control::PacketCountersToJson((*result.counters)[row]);
     }
     return classes;
 }
@@ -143,17 +141,10 @@ Json DropAlarmToJson(const Result &result) {
     if (!result.dropWatch) {
         return nullptr;
     }
-    const DropWatch &watch = *result.dropWatch;
-    return {{"raised", watch.alarmRaised},
-            {"watching", watch.open},
-            {"period_start", watch.open ? Json(watch.periodStart) : Json()},
-            {"dropped", watch.dropped},
-            {"dropped_before_period", watch.droppedBefore},
-            {"messages", watch.messages},
-            {"periods_with_drops", watch.periodsWithDrops},
-            {"quiet_periods", watch.quietPeriods},
-            {"raises", result.alarms.raised},
-            {"restores", result.alarms.restored}};
+    Json json = control::DropWatchToJson(*result.dropWatch);
+    json["raises"] = result.alarms.raised;
+    json["restores"] = result.alarms.restored;
+    return json;
 }
 
 }  // namespace
@@ -183,7 +174,7 @@ std::vector<std::string> Result::Contradictions() const {
         }
     }
     std::vector<std::string> lines = ContradictionsIn(*counters, byClass, fates);
-    if (dropWatch && dropWatch->alarmRaised != (alarms.raised > alarms.restored)) {
+    if (dropWatch && (dropWatch->alarmRaised != 0) != (alarms.raised > alarms.restored)) {
         lines.push_back(std::string("the drop alarm is ") +
                         (dropWatch->alarmRaised ? "raised" : "not raised") + ", but " +
                         std::to_string(alarms.raised) + " raises and " +

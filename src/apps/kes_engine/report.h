@@ -28,7 +28,7 @@ struct Result {
     Fates fates;                             // counted by the forwarding threads
     std::vector<InstanceReport> instances;   // counted by the instances
     std::optional<PacketCounters> counters;  // of the module, if it offers any: the replay's
-    std::optional<DropWatch> dropWatch;      // of the module, if it has one
+    std::optional<MundDropWatch> dropWatch;  // of the module, if it has one
     standin::AlarmCounts alarms;
     std::vector<std::string> leftovers;  // what the module left behind
     std::vector<std::string> failures;   // what went wrong otherwise, one line each
@@ -49,13 +49,11 @@ struct Result {
 std::string TextReport(const Result &result);
 
 // For programs: one object, with "frames", "cut_short", "oversize" (besides the frames),
-// "received", "returned", "taken", "undelivered", "transmitted",
-// "conserved", "ok", "instances" [{"instance", "cwp", "wapi", "messages" {words: packets}}],
-// "counters" {class: {counter: packets}}, "contradictions" [text], "drop_alarm" {"raised",
-// "watching", "period_start", "dropped", "dropped_before_period", "messages", "periods_with_drops",
-// "quiet_periods", "raises", "restores"}, "capture", "workers", "commands", "seconds",
-// "packets_per_second", "leftovers" [text], "failures" [text], "lost_log_lines". What the module
-// does not offer is null.
+// "received", "returned", "taken", "undelivered", "transmitted", "conserved", "ok", "instances"
+// [{"instance", "cwp", "wapi", "messages" {words: packets}}], "counters" {class: {counter:
+// packets}}, "contradictions" [text], "drop_alarm" {the drop watch as control::DropWatchToJson says
+// it, "raises", "restores"}, "capture", "workers", "commands", "seconds", "packets_per_second",
+// "leftovers" [text], "failures" [text], "lost_log_lines". What the module does not offer is null.
 std::string JsonReport(const Result &result);
 
 }  // namespace kes_engine

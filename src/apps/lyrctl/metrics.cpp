@@ -2,9 +2,10 @@
 #include <algorithm>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "capwap/message_type.h"
-#include "control/statistics_words.h"
+#include "control/counters.h"
 #include "control/values.h"
 #include "module_object.h"
 #include "object_format.h"
@@ -24,6 +25,9 @@ class Metrics {
   public:
     Metrics &Counter(const char *name, const char *help) {
         return Family(name, "counter", help);
+    }
+    Metrics &Counter(const control::MetricFamily &family) {
+        return Counter(family.name, family.help);
     }
     Metrics &Gauge(const char *name, const char *help) {
         return Family(name, "gauge", help);
@@ -51,37 +55,26 @@ class Metrics {
     ordered_json families_ = ordered_json::array();
 };
 
-struct ClassCounter {
-    const char *label;
-    uint32_t LyrKesPktStat::*count;
-};
-
-void AddByClass(Metrics &metrics, const Reading &reading, const char *label,
-                std::span<const ClassCounter> counters) {
+void AddFamily(Metrics &metrics, const Reading &reading, const control::MetricFamily &family) {
+    metrics.Counter(family);
     for (size_t i = 0; i < reading.classes.size(); ++i) {
-        for (const ClassCounter &counter : counters) {
-            metrics.Sample({{"class", IdentifierOf(kPacketClassWords[i])}, {label, counter.label}},
-                           reading.classes[i].*counter.count);
+        for (const control::PacketCounter &counter : control::kPacketCounters) {
+            if (&counter.metric != &family) {
+                continue;
+            }
+            ordered_json labels = {{"class", IdentifierOf(kPacketClassWords[i])}};
+            if (family.label != nullptr) {
+                labels[family.label] = IdentifierOf(counter.words);
+            }
+            metrics.Sample(std::move(labels), reading.classes[i].*counter.value);
         }
     }
 }
 
 void AddClasses(Metrics &metrics, const Reading &reading) {
-    constexpr ClassCounter kResults[] = {{"sent", &LyrKesPktStat::sendOkCnt},
-                                         {"send_failed", &LyrKesPktStat::sendFailCnt},
-                                         {"processing_failed", &LyrKesPktStat::procFailCnt}};
-    constexpr ClassCounter kReasons[] = {{"source_mismatch", &LyrKesPktStat::srcMismatchCnt},
-                                         {"not_distributed", &LyrKesPktStat::distFailCnt},
-                                         {"session_id_failed", &LyrKesPktStat::kaSessionFailCnt}};
-    metrics.Counter("lyr_host_packets_received_total", "Packets that the module classified.");
-    for (size_t i = 0; i < reading.classes.size(); ++i) {
-        metrics.Sample({{"class", IdentifierOf(kPacketClassWords[i])}}, reading.classes[i].rxCnt);
-    }
-    metrics.Counter("lyr_host_packets_total", "Classified packets by what became of them.");
-    AddByClass(metrics, reading, "result", kResults);
-    metrics.Counter("lyr_host_processing_failures_total",
-                    "Packets whose processing failed, by the reasons that have a counter.");
-    AddByClass(metrics, reading, "reason", kReasons);
+    AddFamily(metrics, reading, control::kPacketsReceived);
+    AddFamily(metrics, reading, control::kPacketResults);
+    AddFamily(metrics, reading, control::kPacketFailures);
 }
 
 void AddHandOffs(Metrics &metrics, control::Connection &engine) {
@@ -105,18 +98,9 @@ void AddDropWatch(Metrics &metrics, const MundDropWatch &watch) {
     metrics.Gauge("lyr_host_drop_alarm_raised", "1 while the alarm for dropped packets is raised.")
         .Sample(watch.alarmRaised);
     metrics.Gauge("lyr_host_drop_watch_open", "1 while drops are watched.").Sample(open);
-    metrics.Gauge("lyr_host_drop_watch_dropped_packets", "Packets dropped since the watch opened.")
-        .Sample(watch.dropNum);
-    metrics.Gauge("lyr_host_drop_watch_packets", "Packets counted since the watch opened.")
-        .Sample(watch.totalNum);
-    metrics
-        .Gauge("lyr_host_drop_watch_periods_with_drops",
-               "Periods with drops on end while the alarm is not raised.")
-        .Sample(watch.contDropPeriods);
-    metrics
-        .Gauge("lyr_host_drop_watch_quiet_periods",
-               "Periods without drops on end while the alarm is raised.")
-        .Sample(watch.contNoDropPeriods);
+    for (const control::DropNumber &number : control::kDropNumbers) {
+        metrics.Gauge(number.metric.name, number.metric.help).Sample(watch.*number.value);
+    }
 }
 
 void AddTables(Metrics &metrics, const Reading &reading) {
@@ -146,22 +130,12 @@ void AddConfiguration(Metrics &metrics, control::Connection &engine) {
 }
 
 void AddPings(Metrics &metrics, control::Connection &engine) {
-    struct Field {
-        const char *name;
-        const char *help;
-        uint64_t MundPingCounter::*count;
-    };
-    constexpr Field kFields[] = {
-        {"lyr_host_ping_packets_total", "Pings to and from the peer.", &MundPingCounter::pktCnt},
-        {"lyr_host_ping_fragments_total", "Pings that are CAPWAP fragments.",
-         &MundPingCounter::fragCnt},
-        {"lyr_host_ping_bytes_total", "Payload of the pings.", &MundPingCounter::byteCnt}};
     const auto ping = ReadObject<MundPingStat>(engine, MUND_OBJECT_PING);
-    for (const Field &field : kFields) {
-        metrics.Counter(field.name, field.help);
+    for (const control::PingCounter &counter : control::kPingCounters) {
+        metrics.Counter(counter.metric);
         for (size_t i = 0; i < std::size(kHookPointWords); ++i) {
             metrics.Sample({{"point", IdentifierOf(kHookPointWords[i])}},
-                           ping.counters[i].*field.count);
+                           ping.counters[i].*counter.value);
         }
     }
 }
@@ -174,28 +148,18 @@ std::string MessageLabel(uint32_t type) {
 // The arrays are read through the object's pointers: the operation cannot tell of more than 32
 // instances.
 void AddMessageTypes(Metrics &metrics, control::Connection &engine) {
-    struct Array {
-        size_t offset;
-        uint32_t above;  // the selected type
-        const char *result;
-    };
-    constexpr Array kArrays[] = {{offsetof(MundMsgTypeStat, recvCnt), 0, "sent"},
-                                 {offsetof(MundMsgTypeStat, dropCnt), 0, "failed"},
-                                 {offsetof(MundMsgTypeStat, nextRecvCnt), 1, "sent"},
-                                 {offsetof(MundMsgTypeStat, nextDropCnt), 1, "failed"}};
     const auto stat = ReadObject<MundMsgTypeStat>(engine, MUND_OBJECT_MSG_TYPE);
     if (stat.statMsgType == LYR_KES_MSG_TYPE_OFF) {
         return;
     }
-    metrics.Counter("lyr_host_message_type_handoffs_total",
-                    "Hand-offs of the selected CAPWAP message type and the one above it.");
-    for (const Array &array : kArrays) {
+    metrics.Counter(control::kMsgTypeHandOffs);
+    for (const control::MsgTypeCounter &counter : control::kMsgTypeCounters) {
         const auto counts = ReadArray<uint32_t>(
-            engine, MUND_OBJECT_MSG_TYPE, static_cast<uint32_t>(array.offset / sizeof(uint64_t)));
+            engine, MUND_OBJECT_MSG_TYPE, static_cast<uint32_t>(counter.offset / sizeof(uint64_t)));
         for (size_t i = 0; i < counts.size(); ++i) {
-            metrics.Sample({{"message_type", MessageLabel(stat.statMsgType + array.above)},
+            metrics.Sample({{"message_type", MessageLabel(stat.statMsgType + counter.above)},
                             {"instance", std::to_string(i)},
-                            {"result", array.result}},
+                            {control::kMsgTypeHandOffs.label, counter.result}},
                            counts[i]);
         }
     }

@@ -6,8 +6,8 @@
 #include <iterator>
 
 #include "capwap/message_type.h"
+#include "control/counters.h"
 #include "control/message_bytes.h"
-#include "control/statistics_words.h"
 #include "control/values.h"
 
 namespace lyrctl {
@@ -104,41 +104,24 @@ ordered_json DecodePacketCounters(Bytes bytes) {
 }
 
 ordered_json DecodeDropWatch(Bytes bytes) {
-    const auto watch = MessageOf<MundDropWatch>(bytes);
-    const bool open = watch.periodStart != MUND_DROP_WATCH_CLOSED;
-    return {{"alarmRaised", watch.alarmRaised != 0},
-            {"open", open},
-            {"periodStart", open ? ordered_json(control::TimeText(watch.periodStart)) : nullptr},
-            {"dropped", watch.dropNum},
-            {"droppedBeforePeriod", watch.lastDropNum},
-            {"messages", watch.totalNum},
-            {"periodsWithDrops", watch.contDropPeriods},
-            {"quietPeriods", watch.contNoDropPeriods}};
+    return control::DropWatchToJson(MessageOf<MundDropWatch>(bytes));
 }
 
 ordered_json DecodePing(Bytes bytes) {
     const auto ping = MessageOf<MundPingStat>(bytes);
-    ordered_json points = ordered_json::array();
-    for (size_t i = 0; i < std::size(control::kHookPointWords); ++i) {
-        const MundPingCounter &count = ping.counters[i];
-        points.push_back({{"point", control::kHookPointWords[i]},
-                          {"packets", count.pktCnt},
-                          {"fragments", count.fragCnt},
-                          {"bytes", count.byteCnt}});
-    }
     return {{"enabled", ping.pingEnable != 0},
             {"peer", AddressOf(ping.pingAddr.ipVer, ping.pingAddr.words)},
-            {"points", std::move(points)}};
+            {"points", control::PingCountersToJson(ping.counters)}};
 }
 
 ordered_json DecodeMsgType(Bytes bytes) {
     const auto stat = MessageOf<MundMsgTypeStat>(bytes);
-    return {{"messageType", NullIf(LYR_KES_MSG_TYPE_OFF, stat.statMsgType)},
-            {"messageTypeName", MessageTypeName(stat.statMsgType)},
-            {"recvCnt", PointerText(stat.recvCnt)},
-            {"dropCnt", PointerText(stat.dropCnt)},
-            {"nextRecvCnt", PointerText(stat.nextRecvCnt)},
-            {"nextDropCnt", PointerText(stat.nextDropCnt)}};
+    ordered_json json = {{"messageType", NullIf(LYR_KES_MSG_TYPE_OFF, stat.statMsgType)},
+                         {"messageTypeName", MessageTypeName(stat.statMsgType)}};
+    for (const control::MsgTypeCounter &counter : control::kMsgTypeCounters) {
+        json[counter.name] = PointerText(stat.*counter.array);
+    }
+    return json;
 }
 
 // The records are what 'probe show' lists.

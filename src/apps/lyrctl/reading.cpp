@@ -1,6 +1,7 @@
 #include "reading.h"
 
 #include "control/command.h"
+#include "control/counters.h"
 #include "module_object.h"
 
 namespace lyrctl {
@@ -33,9 +34,9 @@ void ReadClasses(Reading &reading, Client &client) {
     }
     for (size_t i = 0; i < reading.classes.size(); ++i) {
         const ordered_json &counters = outcome.reply["classes"][i];
-#define COUNTER(field, words) reading.classes[i].field = counters[#field];
-        LYR_KES_PKT_STAT_COUNTERS(COUNTER)
-#undef COUNTER
+        for (const control::PacketCounter &counter : control::kPacketCounters) {
+            reading.classes[i].*counter.value = counters[counter.name];
+        }
     }
 }
 

@@ -14,9 +14,9 @@ namespace lyrctl {
 
 // What becomes of packets: X(name, words). A name is the key in the engine's state.
 #define LYRCTL_FATES(X)           \
-    X(returned, "returned")       \
     X(taken, "taken")             \
     X(undelivered, "undelivered") \
+    X(returned, "returned")       \
     X(transmitted, "transmitted")
 
 struct TableFill {

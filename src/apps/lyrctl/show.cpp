@@ -1,8 +1,8 @@
 // What exported objects hold: the show commands, and inspect.
 #include <algorithm>
 
+#include "control/counters.h"
 #include "control/record_table.h"
-#include "control/statistics_words.h"
 #include "control/values.h"
 #include "module_object.h"
 #include "object_format.h"

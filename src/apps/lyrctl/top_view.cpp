@@ -5,32 +5,18 @@
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
+#include <numeric>
+#include <sstream>
 
-#include "control/statistics_words.h"
+#include "control/counters.h"
 #include "control/values.h"
 
 namespace lyrctl {
 namespace {
 
 using control::kPacketClassWords;
-
-struct ClassColumn {
-    const char *heading;
-    int width;
-    const char *key;
-    uint32_t LyrKesPktStat::*count;
-};
-
-// The last three are reasons of "failed".
-constexpr ClassColumn kClassColumns[] = {
-    {"received", 9, "received", &LyrKesPktStat::rxCnt},
-    {"sent", 9, "sent", &LyrKesPktStat::sendOkCnt},
-    {"unsent", 8, "sendFailed", &LyrKesPktStat::sendFailCnt},
-    {"failed", 8, "processingFailed", &LyrKesPktStat::procFailCnt},
-    {"by source", 11, "sourceMismatch", &LyrKesPktStat::srcMismatchCnt},
-    {"by table", 10, "notDistributed", &LyrKesPktStat::distFailCnt},
-    {"by session", 11, "sessionIdFailed", &LyrKesPktStat::kaSessionFailCnt},
-};
+using control::kPacketCounters;
+using control::PacketCounter;
 
 #define WORDS(name, words) words,
 constexpr const char *kFates[] = {LYRCTL_FATES(WORDS)};
@@ -39,6 +25,10 @@ constexpr size_t kFateNum = std::size(kFates);
 
 // From this height on there is room for empty lines between the parts.
 constexpr size_t kRoomy = 32;
+// As many service instances, the busiest, come before the parts that matter less.
+constexpr size_t kFewInstances = 4;
+// Up to there a share's bar goes, on a wider screen too.
+constexpr size_t kBarEnd = 100;
 
 __attribute__((format(printf, 1, 2))) std::string Format(const char *format, ...) {
     char text[256];
@@ -125,122 +115,188 @@ double EntriesPerBucket(const TableFill &table) {
 }
 
 using Lines = std::vector<Line>;
+using Row = std::vector<std::string>;
+
+std::string NumberText(double number) {
+    return Format("%.0f", number);
+}
+
+// A row of headings and rows below it; the first column begins its line, the others end where their
+// headings do. Columns get the width that is wanted for them, or else what their cells need; those
+// for which there is no room are left out whole, the last first.
+Lines Table(const std::vector<Row> &rows, std::vector<size_t> widths, size_t width) {
+    std::vector<size_t> needed(widths.size());
+    for (const Row &row : rows) {
+        for (size_t i = 0; i < row.size(); ++i) {
+            needed[i] = std::max(needed[i], row[i].size() + (i == 0 ? 0 : 2));
+        }
+    }
+    std::ranges::transform(widths, needed, widths.begin(),
+                           [](size_t wanted, size_t need) { return std::max(wanted, need); });
+    if (std::accumulate(widths.begin(), widths.end(), size_t{0}) > width) {
+        widths = needed;
+    }
+    Lines lines;
+    for (const Row &row : rows) {
+        Line &line = lines.emplace_back();
+        line.emphasis = lines.size() == 1 ? Emphasis::kHeading : Emphasis::kNone;
+        for (size_t i = 0; i < row.size() && line.text.size() + widths[i] <= width; ++i) {
+            const std::string space(widths[i] - row[i].size(), ' ');
+            line.text += i == 0 ? row[i] + space : space + row[i];
+        }
+    }
+    return lines;
+}
+
+// A sentence behind its subject, on as many lines as it needs.
+Lines Sentence(const std::string &subject, const std::string &text, size_t width,
+               Emphasis emphasis = Emphasis::kNone) {
+    Lines lines = {{subject, emphasis}};
+    std::istringstream words(text);
+    for (std::string word; words >> word;) {
+        if (lines.back().text.size() + 1 + word.size() > width) {
+            lines.push_back({std::string(subject.size(), ' '), emphasis});
+        }
+        lines.back().text += " " + word;
+    }
+    return lines;
+}
 
 std::string TextOf(const ordered_json &state, const char *name) {
     const auto member = state.find(name);
     return member != state.end() && member->is_string() ? member->get<std::string>() : "";
 }
 
-void AddTitle(Lines &lines, const Reading &reading) {
-    std::string title = "lyrctl top  " + control::TimeText(std::time(nullptr));
-    if (const std::string capture = TextOf(reading.state, "capture"); !capture.empty()) {
-        title += "  " + capture;
-    }
-    lines.push_back({title, Emphasis::kTitle});
-}
-
-void AddFates(Lines &lines, const Reading &later, const Interval &interval) {
-    std::string heading = Format("%-14s%12s", "packets", "received");
-    std::string rates = Format("%-14s%12.0f", "per second", interval.Received());
-    std::string totals =
-        Format("%-14s%12llu", "total", static_cast<unsigned long long>(later.received));
-    for (size_t i = 0; i < kFateNum; ++i) {
-        heading += Format("%13s", kFates[i]);
-        rates += Format("%13.0f", interval.Fate(i));
-        totals += Format("%13llu", static_cast<unsigned long long>(FateOf(later, i)));
-    }
-    lines.insert(lines.end(), {{heading, Emphasis::kHeading}, {rates}, {totals}});
-}
-
-void AddClasses(Lines &lines, const Interval &interval) {
-    std::string heading = Format("%-14s", "per second");
-    for (const ClassColumn &column : kClassColumns) {
-        heading += Format("%*s", column.width, column.heading);
-    }
-    lines.push_back({heading, Emphasis::kHeading});
-    for (size_t row = 0; row < std::size(kPacketClassWords); ++row) {
-        std::string text = Format("%-14s", kPacketClassWords[row]);
-        for (const ClassColumn &column : kClassColumns) {
-            text += Format("%*.0f", column.width, interval.Class(row, column.count));
+// As much as there is room for.
+Lines Title(const Reading &reading, size_t width) {
+    const std::string name = "lyrctl top", capture = TextOf(reading.state, "capture");
+    const std::string moment = name + "  " + control::TimeText(std::time(nullptr));
+    const std::string file = capture.substr(capture.rfind('/') + 1);
+    for (const std::string &title : {moment + "  " + capture, moment + "  " + file, moment}) {
+        if (title.size() <= width) {
+            return {{title, Emphasis::kTitle}};
         }
-        lines.push_back({text});
     }
+    return {{name, Emphasis::kTitle}};
 }
 
-void AddTables(Lines &lines, const Reading &later) {
-    lines.push_back({Format("%-14s%12s%12s%16s", "table", "entries", "buckets", "a bucket"),
-                     Emphasis::kHeading});
+Lines Fates(const Reading &later, const Interval &interval, size_t width) {
+    std::vector<Row> rows = {{"packets", "received"},
+                             {"per second", NumberText(interval.Received())},
+                             {"total", std::to_string(later.received)}};
+    for (size_t i = 0; i < kFateNum; ++i) {
+        rows[0].emplace_back(kFates[i]);
+        rows[1].push_back(NumberText(interval.Fate(i)));
+        rows[2].push_back(std::to_string(FateOf(later, i)));
+    }
+    return Table(rows, {14, 12, 13, 13, 13, 13}, width);
+}
+
+Lines Classes(const Interval &interval, size_t width) {
+    std::vector<Row> rows = {{"per second"}};
+    for (const PacketCounter &counter : kPacketCounters) {
+        rows[0].emplace_back(counter.brief);
+    }
+    for (size_t i = 0; i < std::size(kPacketClassWords); ++i) {
+        Row &row = rows.emplace_back(Row{kPacketClassWords[i]});
+        for (const PacketCounter &counter : kPacketCounters) {
+            row.push_back(NumberText(interval.Class(i, counter.value)));
+        }
+    }
+    return Table(rows, {14, 10, 8, 8, 8, 11, 10, 8}, width);
+}
+
+Lines Tables(const Reading &later, size_t width) {
+    std::vector<Row> rows = {{"table", "entries", "buckets", "a bucket"}};
     for (const TableFill &table : later.tables) {
-        lines.push_back({Format("%-14s%12llu%12u%16.3f", table.name.c_str(),
-                                static_cast<unsigned long long>(table.entries), table.buckets,
-                                EntriesPerBucket(table))});
+        rows.push_back({table.name, std::to_string(table.entries), std::to_string(table.buckets),
+                        Format("%.3f", EntriesPerBucket(table))});
     }
+    return Table(rows, {14, 12, 13, 13}, width);
 }
 
-void AddDrops(Lines &lines, const MundDropWatch &watch) {
+Lines Drops(const MundDropWatch &watch, size_t width) {
+    constexpr const char *kSubject = "drops ";
     if (watch.periodStart == MUND_DROP_WATCH_CLOSED) {
-        lines.push_back({"drops         none; the alarm is not raised"});
-        return;
+        return Sentence(kSubject, "none; the alarm is not raised", width);
     }
     const bool raised = watch.alarmRaised != 0;
     const std::string periods =
         Format("%u of %u %s", raised ? watch.contNoDropPeriods : watch.contDropPeriods,
                unsigned{MUND_DROP_ALARM_PERIODS}, raised ? "quiet periods" : "periods with drops");
-    lines.push_back({Format("drops         %u of %u packets; ", watch.dropNum, watch.totalNum) +
-                         (raised ? "ALARM RAISED, " : "the alarm is not raised, ") + periods,
-                     raised ? Emphasis::kAlarm : Emphasis::kNone});
+    return Sentence(kSubject,
+                    Format("%u of %u packets; ", watch.dropNum, watch.totalNum) +
+                        (raised ? "ALARM RAISED, " : "the alarm is not raised, ") + periods,
+                    width, raised ? Emphasis::kAlarm : Emphasis::kNone);
 }
 
-void AddInstances(Lines &lines, const Reading &later, const Interval &interval, size_t width,
-                  size_t height) {
+std::vector<InstancePackets> Busiest(const Reading &later, const Interval &interval) {
     std::vector<InstancePackets> busiest = later.instances;
     std::erase_if(busiest, [](const InstancePackets &packets) { return packets.Total() == 0; });
     std::ranges::stable_sort(busiest, std::greater(), [&](const InstancePackets &packets) {
         return interval.Rate(packets);
     });
-    lines.push_back({Format("%8s%12s%12s%14s%9s", "instance", "cwp/s", "wapi/s", "total", "share"),
-                     Emphasis::kHeading});
-    const size_t columns = lines.back().text.size() + 2;
-    const size_t room = std::max(columns, std::min<size_t>(width, 100)) - columns;
+    return busiest;
+}
+
+// The heading and an instance a row, as far as they go.
+Lines Instances(std::vector<InstancePackets> busiest, const Interval &interval, size_t width,
+                size_t height) {
+    const bool all = busiest.size() < height;
+    const size_t left = all ? 0 : busiest.size() - std::min(busiest.size(), height - 2);
+    busiest.resize(busiest.size() - left);
+    std::vector<Row> rows = {{"instance", "cwp/s", "wapi/s", "share", "total"}};
     for (const InstancePackets &packets : busiest) {
-        const size_t left = busiest.size() - static_cast<size_t>(&packets - busiest.data());
-        if (left > 1 && lines.size() + 1 >= height) {
-            lines.push_back({Format("%8s  %zu more", "...", left)});
-            return;
-        }
-        const double share = interval.Share(packets);
-        const auto bar = static_cast<size_t>(std::lround(share * static_cast<double>(room)));
-        lines.push_back({Format("%8u%12.0f%12.0f%14llu%7.1f %%  ", packets.instance,
-                                interval.Cwp(packets), interval.Wapi(packets),
-                                static_cast<unsigned long long>(packets.Total()), 100 * share) +
-                         std::string(bar, '#')});
+        rows.push_back({Format("%8u", packets.instance), NumberText(interval.Cwp(packets)),
+                        NumberText(interval.Wapi(packets)),
+                        Format("%.1f %%", 100 * interval.Share(packets)),
+                        std::to_string(packets.Total())});
     }
-    if (busiest.empty()) {
+    Lines lines = Table(rows, {8, 12, 12, 10, 14}, width);
+    const size_t begin = lines.front().text.size() + 2;
+    const size_t room = std::max(begin, std::min(width, kBarEnd)) - begin;
+    for (size_t i = 0; i < busiest.size(); ++i) {
+        const double bar = interval.Share(busiest[i]) * static_cast<double>(room);
+        lines[i + 1].text += "  " + std::string(static_cast<size_t>(std::lround(bar)), '#');
+    }
+    if (left > 0) {
+        lines.push_back({Format("%8s  %zu more", "...", left)});
+    } else if (busiest.empty()) {
         lines.push_back({"    none has got anything"});
     }
+    return lines;
+}
+
+size_t HeightOf(const std::vector<Lines> &parts) {
+    size_t height = 0;
+    for (const Lines &part : parts) {
+        height += part.size();
+    }
+    return height;
 }
 
 }  // namespace
 
 Lines TopLines(const Reading &earlier, const Reading &later, size_t width, size_t height) {
     const Interval interval(earlier, later);
+    const std::vector<InstancePackets> busiest = Busiest(later, interval);
+    // What matters most comes first, and what matters least goes first where there is no room.
+    std::vector<Lines> parts = {Title(later, width), Fates(later, interval, width),
+                                Drops(later.drops, width), Classes(interval, width),
+                                Tables(later, width)};
+    constexpr size_t kDispensable = 2;
+    const size_t few = 1 + std::clamp<size_t>(busiest.size(), 1, kFewInstances);
+    for (size_t i = 0; i < kDispensable && HeightOf(parts) + few > height; ++i) {
+        parts.pop_back();
+    }
     Lines lines;
-    const auto gap = [&] {
-        if (height >= kRoomy) {
-            lines.push_back({});
-        }
-    };
-    AddTitle(lines, later);
-    gap();
-    AddFates(lines, later, interval);
-    gap();
-    AddClasses(lines, interval);
-    gap();
-    AddTables(lines, later);
-    gap();
-    AddDrops(lines, later.drops);
-    gap();
-    AddInstances(lines, later, interval, width, height);
+    for (const Lines &part : parts) {
+        lines.insert(lines.end(), part.begin(), part.end());
+        lines.resize(lines.size() + (height >= kRoomy ? 1 : 0));
+    }
+    const size_t left = height - std::min(lines.size(), height);
+    const Lines instances = Instances(busiest, interval, width, std::max<size_t>(left, 2));
+    lines.insert(lines.end(), instances.begin(), instances.end());
     lines.resize(std::min(lines.size(), height));
     for (Line &line : lines) {
         line.text.resize(std::min(line.text.find_last_not_of(' ') + 1, width));
@@ -260,8 +316,8 @@ ordered_json TopJson(const Reading &earlier, const Reading &later) {
     for (size_t row = 0; row < std::size(kPacketClassWords); ++row) {
         ordered_json &rates = json["classes"].emplace_back();
         rates["class"] = kPacketClassWords[row];
-        for (const ClassColumn &column : kClassColumns) {
-            rates[column.key] = interval.Class(row, column.count);
+        for (const PacketCounter &counter : kPacketCounters) {
+            rates[counter.name] = interval.Class(row, counter.value);
         }
     }
     json["tables"] = ordered_json::array();
@@ -271,11 +327,7 @@ ordered_json TopJson(const Reading &earlier, const Reading &later) {
                                   {"buckets", table.buckets},
                                   {"entriesPerBucket", EntriesPerBucket(table)}});
     }
-    const MundDropWatch &watch = later.drops;
-    json["drops"] = {{"alarmRaised", watch.alarmRaised != 0},
-                     {"open", watch.periodStart != MUND_DROP_WATCH_CLOSED},
-                     {"dropped", watch.dropNum},
-                     {"messages", watch.totalNum}};
+    json["drops"] = control::DropWatchToJson(later.drops);
     json["instances"] = ordered_json::array();
     for (const InstancePackets &packets : later.instances) {
         json["instances"].push_back({{"instance", packets.instance},

@@ -10,16 +10,6 @@
     X(KEEPALIVE, "keepalive")    \
     X(DTLS_HANDSHAKE, "DTLS handshake")
 
-/* X(field, words): the counters of a class, in order. */
-#define LYR_KES_PKT_STAT_COUNTERS(X)     \
-    X(rxCnt, "received")                 \
-    X(sendOkCnt, "sent")                 \
-    X(sendFailCnt, "send failed")        \
-    X(procFailCnt, "processing failed")  \
-    X(srcMismatchCnt, "source mismatch") \
-    X(distFailCnt, "not distributed")    \
-    X(kaSessionFailCnt, "session id failed")
-
 enum {
 #define LYR_KES_PKT_STAT_ROW(name, words) LYR_KES_PKT_STAT_##name,
     LYR_KES_PKT_STAT_ROWS(LYR_KES_PKT_STAT_ROW) LYR_KES_PKT_STAT_ROW_NUM
@@ -28,9 +18,13 @@ enum {
 
 /* The counters of one class of packets. */
 typedef struct LyrKesPktStat {
-#define LYR_KES_PKT_STAT_COUNTER(field, words) uint32_t field;
-    LYR_KES_PKT_STAT_COUNTERS(LYR_KES_PKT_STAT_COUNTER)
-#undef LYR_KES_PKT_STAT_COUNTER
+    uint32_t rxCnt;            /* received */
+    uint32_t sendOkCnt;        /* of these, handed over, */
+    uint32_t sendFailCnt;      /* not handed over, */
+    uint32_t procFailCnt;      /* and not for an instance */
+    uint32_t srcMismatchCnt;   /* the reason: no source of the controller, */
+    uint32_t distFailCnt;      /* no table to search, */
+    uint32_t kaSessionFailCnt; /* no session id */
 } LyrKesPktStat;
 
 enum { LYR_KES_PKT_STAT_COUNTER_NUM = sizeof(LyrKesPktStat) / sizeof(uint32_t) };
