@@ -38,8 +38,12 @@ TEST_F(LyrctlFollow, SetsTheLevelMeanwhileAndNothingElse) {
         const std::string shown = c.signal;
         const Outcome run =
             Do("trace follow --level 3 >" + shown + " & pid=$!; until test -s " + shown +
-               "; do sleep 0.05; done; kill -" + c.signal + " $pid; wait $pid; exit $?");
+               "; do sleep 0.05; done; " LYRCTL
+               " --control socket trace follow --level 1; echo $?; kill -" +
+               c.signal + " $pid; wait $pid; exit $?");
         EXPECT_EQ(run.status, 0) << run.err;
+        EXPECT_EQ(run.out, "1\n") << "a second one would leave the first one's level on";
+        EXPECT_THAT(run.err, testing::HasSubstr("another 'trace follow' has set the level"));
         const std::vector<Bytes> requests = engine.Requests(MUND_OP_DebugTraceSet);
         ASSERT_EQ(requests.size(), c.enable == 1 ? 2u : 4u);
         const auto before = MessageOf<LyrKesDebugTraceReq>(requests.end()[-2]);

@@ -31,7 +31,8 @@ constexpr OwnCommand kOwnCommands[] = {
               "come while the trace is on, prints, log messages, alarms and failed assertions. "
               "Lines do not carry their level: --level sets the trace's own, 1 for failures, 2 for "
               "packets, 3 for both, as long as the lines are followed. Filters that are set stay; "
-              "afterwards the level is again what it was, and a trace that was off is off. With "
+              "afterwards the level is again what it was, and a trace that was off is off. One at "
+              "a time sets it. With "
               "--grep only lines that the regular expression finds something in. With --json, "
               "objects of \"time\", \"kind\", \"lost\" (lines before this one that came too fast) "
               "and \"text\".",

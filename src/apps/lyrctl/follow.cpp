@@ -1,5 +1,6 @@
 // trace follow: the engine's lines as they come.
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -85,11 +86,32 @@ class Interrupts {
     int descriptor_ = -1;
 };
 
+// The right to set the level: of two at once the second would put the first one's level back. It is
+// a name that the kernel gives to one process at a time, and takes back when that ends.
+mund::Descriptor TakeTurn(const std::string &path) {
+    struct stat engine = {};
+    stat(path.c_str(), &engine);
+    const std::string name =
+        "lyrctl trace level " + std::to_string(engine.st_dev) + " " + std::to_string(engine.st_ino);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    name.copy(&address.sun_path[1], sizeof address.sun_path - 1);
+    const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+    mund::Descriptor turn(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (bind(turn.Number(), reinterpret_cast<const sockaddr *>(&address), length) != 0) {
+        throw control::Refused(
+            "another 'trace follow' has set the level for as long as it runs; its lines come "
+            "without --level, too");
+    }
+    return turn;
+}
+
 // The trace at a level of its own, until it is put back.
 class TraceLevel {
   public:
     TraceLevel(Client &client, uint32_t level)
         : engine_(client.Engine()),
+          turn_(TakeTurn(client.Path())),
           before_(ReadObject<MundTraceConfig>(engine_, MUND_OBJECT_TRACE)) {
         Set(LYR_KES_TRACE_SET, level);
     }
@@ -134,6 +156,7 @@ class TraceLevel {
     }
 
     control::Connection &engine_;
+    mund::Descriptor turn_;
     MundTraceConfig before_;
     bool isBack_ = false;
 };
