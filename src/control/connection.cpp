@@ -1,6 +1,7 @@
 #include "control/connection.h"
 
 #include <poll.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <cerrno>
@@ -38,6 +39,17 @@ std::string TooLong(size_t size) {
            std::to_string(MUND_WIRE_MAX_PAYLOAD);
 }
 
+// By the error of connect().
+std::string WhyNobodyListens(const std::string &path) {
+    if (errno != ECONNREFUSED) {
+        return std::strerror(errno);
+    }
+    struct stat file {};
+    return stat(path.c_str(), &file) == 0 && !S_ISSOCK(file.st_mode)
+               ? "it is no socket"
+               : "the one that served it has ended";
+}
+
 // Waits until the socket has something to read; false if `descriptor` has.
 bool AwaitLine(int socket, int descriptor) {
     pollfd waiting[] = {{.fd = socket, .events = POLLIN, .revents = 0},
@@ -62,7 +74,7 @@ Connection::Connection(const std::string &path)
     mund::SetStallLimit(socket_.Number(), SO_RCVTIMEO, kPatience);
     if (connect(socket_.Number(), reinterpret_cast<const sockaddr *>(&address), sizeof address) !=
         0) {
-        throw NoEngine("no engine at " + path + ": " + std::strerror(errno));
+        throw NoEngine("no engine at " + path + ": " + WhyNobodyListens(path));
     }
     const std::optional<uid_t> user = mund::PeerUser(socket_.Number());
     if (user != geteuid()) {

@@ -56,6 +56,7 @@ TEST_F(KesEngineOptions, BadInputEndsItBeforeAnythingIsWritten) {
         {"--replay cut", 2, "cannot read 'cut': truncated dump file"},
         {"--replay wifi", 2, "cannot read 'wifi': its frames are not Ethernet but 802.11"},
         {"--listen no-such-interface", 2, "'no-such-interface'"},
+        {"--control ''", 2, "--control: the path of the control socket is empty"},
         {"--control /no/such/directory/socket", 1, "/no/such/directory/socket"},
         {"--exec none", 2, "cannot read commands from 'none': No such file or directory"},
         {"--exec unknown", 2, "unknown:3: unknown command 'wapy'; there are: tunnel, session, "},

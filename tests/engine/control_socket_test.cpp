@@ -428,12 +428,15 @@ TEST_F(ControlSocket, FollowersGetEveryLineOrAreToldOfTheLoss) {
 }
 
 TEST_F(ControlSocket, TakesThePlaceOfTheDeadOnly) {
-    const mode_t before = umask(0);
-    Serve();
-    umask(before);
-    struct stat file {};
-    ASSERT_EQ(lstat(path_.c_str(), &file), 0);
-    EXPECT_EQ(file.st_mode, S_IFSOCK | 0600u);
+    for (const mode_t mask : {0777u, 0u}) {
+        server_.reset();
+        const mode_t before = umask(mask);
+        Serve();
+        umask(before);
+        struct stat file {};
+        ASSERT_EQ(lstat(path_.c_str(), &file), 0);
+        EXPECT_EQ(file.st_mode, S_IFSOCK | 0600u);
+    }
     EXPECT_EQ(ErrorOf([&] { mund::ControlServer(path_, {}); }),
               "control socket " + path_ + ": another engine is serving it");
     ExpectServing();
@@ -442,7 +445,7 @@ TEST_F(ControlSocket, TakesThePlaceOfTheDeadOnly) {
     EXPECT_EQ(ConnectingFails(), "no engine at " + path_ + ": No such file or directory");
 
     LeaveSocketBehind();
-    EXPECT_EQ(ConnectingFails(), "no engine at " + path_ + ": Connection refused");
+    EXPECT_EQ(ConnectingFails(), "no engine at " + path_ + ": the one that served it has ended");
     Serve();
     ExpectServing();
 
@@ -452,6 +455,7 @@ TEST_F(ControlSocket, TakesThePlaceOfTheDeadOnly) {
     server_.reset();
     EXPECT_NE(ServingFails().find("it is no socket"), std::string::npos);
     EXPECT_EQ(std::filesystem::file_size(path_), 4u);
+    EXPECT_EQ(ConnectingFails(), "no engine at " + path_ + ": it is no socket");
     std::filesystem::remove(path_);
     std::filesystem::create_symlink("nowhere", path_);
     EXPECT_NE(ServingFails().find("it is no socket"), std::string::npos);

@@ -229,6 +229,9 @@ void Describe(CLI::App &app, Options &options, RawOptions &raw) {
     app.add_option("--control", options.controlPath,
                    "serve clients on this socket; with --serve and --listen there is one anyway")
         ->type_name("PATH")
+        ->check([](const std::string &path) {
+            return path.empty() ? "the path of the control socket is empty" : "";
+        })
         ->default_str(mund::DefaultSocketPath());
     app.add_option("--workers", raw.workers, "forwarding threads; a flow stays on one")
         ->type_name("N")

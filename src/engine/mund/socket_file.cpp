@@ -90,8 +90,8 @@ SocketFile::SocketFile(const std::string &path) : path_(path) {
 
 void SocketFile::Bind() {
     const auto *address = reinterpret_cast<const sockaddr *>(&address_);
-    // The file is created with the mode that the socket has; a mode that is set afterwards leaves a
-    // moment for others.
+    // The file is created with the mode that the socket has, less what the process's umask takes
+    // away; a mode that is widened afterwards leaves no moment for others.
     if (fchmod(listener_.Number(), S_IRUSR | S_IWUSR) != 0) {
         FailWithErrno(path_, "cannot set its mode");
     }
@@ -103,6 +103,9 @@ void SocketFile::Bind() {
         if (bind(listener_.Number(), address, sizeof address_) != 0) {
             FailWithErrno(path_, "cannot be created");
         }
+    }
+    if (fchmodat(AT_FDCWD, path_.c_str(), S_IRUSR | S_IWUSR, AT_SYMLINK_NOFOLLOW) != 0) {
+        FailWithErrno(path_, "cannot set its mode");
     }
     struct stat file {};
     if (lstat(path_.c_str(), &file) != 0) {
