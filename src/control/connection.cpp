@@ -17,7 +17,7 @@ namespace {
 constexpr std::chrono::seconds kPatience{30};
 
 #define STATUS_TEXT(name, words) words,
-constexpr std::array kStatusTexts = {MUND_WIRE_STATUSES(STATUS_TEXT)};
+constexpr std::array kStatusTexts = {MUND_STATUSES(STATUS_TEXT)};
 #undef STATUS_TEXT
 
 // Why there is no result; empty when there is one.
@@ -76,10 +76,10 @@ Connection::Connection(const std::string &path)
         0) {
         throw NoEngine("no engine at " + path + ": " + WhyNobodyListens(path));
     }
-    const std::optional<uid_t> user = mund::PeerUser(socket_.Number());
-    if (user != geteuid()) {
+    const std::optional<ucred> engine = mund::Peer(socket_.Number());
+    if (!engine || engine->uid != geteuid()) {
         throw NoEngine("the engine at " + path + " is that of user " +
-                       (user ? std::to_string(*user) : "?") + ", and serves nobody else");
+                       (engine ? std::to_string(engine->uid) : "?") + ", and serves nobody else");
     }
 }
 

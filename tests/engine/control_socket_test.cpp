@@ -6,11 +6,13 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 
 #include <atomic>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <latch>
 #include <numeric>
 #include <optional>
@@ -526,7 +528,7 @@ TEST_F(ControlSocket, OtherUsersAreNotServed) {
 }
 
 TEST_F(ControlSocket, LimitsClientsAndStalledFrames) {
-    Serve({}, {.clients = 2, .stall = 50ms, .lines = 1});
+    Serve({}, {.clients = 3, .stall = 50ms, .lines = 1});
     const RawClient stalled(path_);
     ASSERT_TRUE(stalled.Send(Bytes(5, 1)));
     control::Connection idle(path_);
@@ -537,12 +539,87 @@ TEST_F(ControlSocket, LimitsClientsAndStalledFrames) {
         neverReads->Send(Frame(MUND_OP_VerifyRcdReset));  // fails if it is turned away at once
     } while (neverReads->Receive().value().header.status != MUND_WIRE_OK);
     EXPECT_EQ(control::Connection(path_).Call(MUND_OP_VerifyRcdReset, {}).failure,
-              "no more than 2 clients at once");
+              "no more than 3 clients at once");
     std::this_thread::sleep_for(100ms);
     EXPECT_EQ(idle.Call(MUND_OP_VerifyRcdReset, {}).failure, "") << "idling is no stalling";
     // Ends because a reply is not offered for ever.
     while (neverReads->Send(Frame(MUND_OP_CwpTraceRecord, Bytes(8)))) {
     }
+}
+
+TEST_F(ControlSocket, IdleAndSlowClientsGoAndFollowersStay) {
+    Serve({}, {.stall = 50ms, .idle = 50ms});
+    std::optional<RawClient> follower;
+    do {
+        follower.emplace(path_);
+        follower->Send(Frame(MUND_WIRE_FOLLOW));
+    } while (!follower->Receive());
+    EXPECT_FALSE(RawClient(path_).Receive());
+    const RawClient slow(path_);
+    slow.Send(FrameWith([](auto &h) { h.length = MUND_WIRE_MAX_PAYLOAD; }));
+    int crumbs = 0;
+    for (; crumbs < 3000 && slow.Send(Bytes(1)); ++crumbs) {
+        std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_LT(crumbs, 3000);
+    server_->Publish(3, "line");
+    EXPECT_TRUE(follower->Receive());
+}
+
+// What another process of the same user meets.
+bool InAnotherProcess(const std::function<void()> &meet) {
+    const pid_t child = fork();
+    if (child == 0) {
+        meet();
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = 1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status == 0;
+}
+
+TEST_F(ControlSocket, TheLastPlaceIsForWhoHasNone) {
+    Serve({}, {.clients = 2, .lastIdle = 1s});
+    const RawClient first(path_);
+    EXPECT_EQ(first.StatusOf(Frame(MUND_OP_VerifyRcdReset)), MUND_WIRE_OK);
+    EXPECT_EQ(RawClient(path_).Receive().value().header.status, MUND_WIRE_REFUSED);
+    EXPECT_TRUE(InAnotherProcess([&] {
+        const RawClient last(path_);
+        EXPECT_EQ(last.StatusOf(Frame(MUND_OP_VerifyRcdReset)), MUND_WIRE_OK);
+        EXPECT_EQ(last.StatusOf(Frame(MUND_WIRE_FOLLOW)), MUND_WIRE_REFUSED);
+        EXPECT_EQ(RawClient(path_).Receive().value().header.status, MUND_WIRE_REFUSED);
+        EXPECT_FALSE(last.Receive()) << "it does not keep the place";
+    }));
+    EXPECT_EQ(first.StatusOf(Frame(MUND_OP_VerifyRcdReset)), MUND_WIRE_OK);
+}
+
+TEST_F(ControlSocket, BoundsTheBytesOfRequestsInHand) {
+    std::latch running(1);
+    std::latch finish(1);
+    Serve({{MUND_WIRE_EXPLAIN,
+            [&](auto) {
+                running.count_down();
+                finish.wait();
+                return mund::WireReply{};
+            }}},
+          {.requestBytes = 100'000});
+    const RawClient first(path_);
+    ASSERT_TRUE(first.Send(Frame(MUND_WIRE_EXPLAIN, Bytes(98'000))));
+    running.wait();
+    control::Connection second(path_);
+    const Bytes small = RequestOf(MUND_OP_BatchReconciliation, 49);
+    const auto batch = [&] {
+        Bytes request(8 + 80 * 600);
+        request[0] = 600 % 256;
+        request[1] = 600 / 256;
+        return second.Call(MUND_OP_BatchReconciliation, request).failure;
+    };
+    EXPECT_EQ(batch(), "the engine holds as many bytes of requests as it may; try again later");
+    EXPECT_EQ(calls, 0u);
+    EXPECT_EQ(second.Call(MUND_OP_BatchReconciliation, small).failure, "") << "it is small";
+    finish.count_down();
+    EXPECT_TRUE(first.Receive());
+    EXPECT_EQ(batch(), "");
 }
 
 TEST_F(ControlSocket, WaitsForDescriptorsWithoutSpinning) {

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "kes/memory.h"
 #include "mund/call.h"
 #include "mund/messages.h"
 #include "mund/rpc.h"
@@ -26,6 +27,8 @@ struct Seen {
 } seen;
 
 uint32_t replySize = 4;
+uint32_t leaves = 0;  // what a batch leaves behind of itself
+void *left = nullptr;
 std::latch *running = nullptr;
 std::latch *finish = nullptr;
 
@@ -36,6 +39,9 @@ uint32_t Run(uint32_t operation, const void *request, void **reply) {
         finish->wait();
     } else {
         ++seen.calls;
+        if (operation == MUND_OP_BatchReconciliation && leaves != 0) {
+            left = TovMemAllocInner(1, 0, leaves, 0, "Run", 1);
+        }
         seen.aligned = request != nullptr && reinterpret_cast<uintptr_t>(request) % 8 == 0;
         const auto *bytes = static_cast<const uint8_t *>(request);
         seen.request.assign(bytes, bytes + MundRequestSize(operation));
@@ -198,6 +204,23 @@ TEST_F(Rpc, RefusesOtherLengthsThanAnOperationReads) {
             << "operation " << operation << " with " << request.size() << " bytes";
         EXPECT_EQ(seen.calls, status == MUND_STATUS_OK ? 1u : 0u);
     }
+}
+
+TEST_F(Rpc, BoundsWhatBatchesLeaveBehind) {
+    constexpr uint32_t kMost = 64u << 20;
+    const auto call = [](uint32_t operation, const std::vector<uint8_t> &request) {
+        return Call(operation, request).status;
+    };
+    void *others = TovMemAllocInner(1, 0, kMost, 0, "others", 1);
+    leaves = kMost - 168 - 8;
+    EXPECT_EQ(call(MUND_OP_BatchReconciliation, BatchOf(2)), MUND_STATUS_OK);
+    leaves = 0;
+    EXPECT_EQ(call(MUND_OP_BatchReconciliation, BatchOf(2)), MUND_STATUS_OK);
+    EXPECT_EQ(call(MUND_OP_BatchReconciliation, BatchOf(3)), MUND_STATUS_BUSY);
+    EXPECT_EQ(call(MUND_OP_CwpTunnel, Numbers(64)), MUND_STATUS_OK);
+    TovMemFreeInner(left);
+    EXPECT_EQ(call(MUND_OP_BatchReconciliation, BatchOf(3)), MUND_STATUS_OK);
+    TovMemFreeInner(others);
 }
 
 TEST_F(Rpc, ClosingWaitsForRunningCalls) {

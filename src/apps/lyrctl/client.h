@@ -24,6 +24,10 @@ class Client {
     // The connection, opened when it is first asked for: what is wrong with a command is told
     // before that. Throws control::NoEngine.
     control::Connection &Engine();
+    // Closes it; the engine keeps no idle connection for ever.
+    void HangUp() {
+        engine_.reset();
+    }
     // The engine as control::Execute calls it.
     control::Caller Caller();
 

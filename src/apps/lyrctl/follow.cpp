@@ -110,9 +110,9 @@ mund::Descriptor TakeTurn(const std::string &path) {
 class TraceLevel {
   public:
     TraceLevel(Client &client, uint32_t level)
-        : engine_(client.Engine()),
+        : client_(client),
           turn_(TakeTurn(client.Path())),
-          before_(ReadObject<MundTraceConfig>(engine_, MUND_OBJECT_TRACE)) {
+          before_(ReadObject<MundTraceConfig>(client.Engine(), MUND_OBJECT_TRACE)) {
         Set(LYR_KES_TRACE_SET, level);
     }
     // For what ends the following other than as it should.
@@ -146,7 +146,7 @@ class TraceLevel {
         request.dstPort = before_.dstPort;
         request.capwapMsgType = before_.capwapMsgType;
         const control::Answer answer =
-            engine_.Call(MUND_OP_DebugTraceSet, control::BytesOf(request));
+            client_.Engine().Call(MUND_OP_DebugTraceSet, control::BytesOf(request));
         if (!answer.failure.empty() || answer.result != MUND_RESULT_OK) {
             throw control::Refused(
                 "the trace's level cannot be set to " + std::to_string(level) + ": " +
@@ -155,7 +155,7 @@ class TraceLevel {
         }
     }
 
-    control::Connection &engine_;
+    Client &client_;
     mund::Descriptor turn_;
     MundTraceConfig before_;
     bool isBack_ = false;
@@ -235,7 +235,7 @@ ExitStatus FollowTrace(Client &client, const control::Arguments &arguments) {
     if (const std::string *text = arguments.Find("--level")) {
         level = control::ParseTraceLevel("--level", *text);
     }
-    // A connection follows or asks, not both.
+    // A connection follows or asks, not both; the one that asks is not needed meanwhile.
     control::Connection lines(client.Path());
     std::optional<TraceLevel> trace;
     {
@@ -245,6 +245,7 @@ ExitStatus FollowTrace(Client &client, const control::Arguments &arguments) {
         } else {
             NoteIfOff(client);
         }
+        client.HangUp();
         lines.Follow([&](const MundWireLine &line,
                          std::string_view text) { return printer.Print(line, text); },
                      interrupts.Descriptor());

@@ -28,7 +28,8 @@ constexpr int kUndefined = 0xA5;
 struct alignas(16) Block {
     Block *next;
     Block *previous;
-    size_t size;
+    uint32_t size;
+    bool forRequest;
     const char *tag;
     uint32_t moduleId;
     uint32_t line;
@@ -43,6 +44,9 @@ struct Account {
 std::mutex mutex;
 auto &accounts = Lasting<std::unordered_map<uint32_t, Account>>();
 
+size_t heldForRequests = 0;
+thread_local bool inRequest = false;
+
 void Enter(Block *block) {
     const std::lock_guard lock(mutex);
     Account &account = accounts[block->moduleId];
@@ -53,6 +57,7 @@ void Enter(Block *block) {
     account.blocks = block;
     ++account.use.blocks;
     account.use.bytes += block->size;
+    heldForRequests += block->forRequest ? block->size : 0;
 }
 
 void Remove(Block *block) {
@@ -64,16 +69,30 @@ void Remove(Block *block) {
     }
     --account.use.blocks;
     account.use.bytes -= block->size;
+    heldForRequests -= block->forRequest ? block->size : 0;
 }
 
 }  // namespace
 
-void *AllocateBlock(uint32_t moduleId, size_t size, const char *tag, uint32_t line) {
+RequestScope::RequestScope() {
+    inRequest = true;
+}
+
+RequestScope::~RequestScope() {
+    inRequest = false;
+}
+
+size_t HeldForRequests() {
+    const std::lock_guard lock(mutex);
+    return heldForRequests;
+}
+
+void *AllocateBlock(uint32_t moduleId, uint32_t size, const char *tag, uint32_t line) {
     void *memory = std::malloc(sizeof(Block) + size);
     if (memory == nullptr) {
         return nullptr;
     }
-    auto *block = new (memory) Block{nullptr, nullptr, size, tag, moduleId, line, kLive};
+    auto *block = new (memory) Block{nullptr, nullptr, size, inRequest, tag, moduleId, line, kLive};
     std::memset(block + 1, kUndefined, size);
     Enter(block);
     return block + 1;

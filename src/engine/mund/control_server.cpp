@@ -1,6 +1,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -44,7 +45,7 @@ class ControlServer::Impl {
     void AcceptUntilStopped();
     void RemoveEnded();
     bool AcceptOne();
-    void Admit(Descriptor socket);
+    void Admit(Descriptor socket, pid_t client);
 
     Served served_;
     Descriptor wake_;
@@ -56,7 +57,9 @@ class ControlServer::Impl {
 
 ControlServer::Impl::Impl(const std::string &path, WireHandlers handlers,
                           const ControlLimits &limits)
-    : served_{std::move(handlers), limits, Followers(limits.lines)},
+    : served_{.handlers = std::move(handlers),
+              .limits = limits,
+              .followers = Followers(limits.lines)},
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       file_(path) {
     if (!wake_.Open()) {
@@ -98,20 +101,23 @@ bool ControlServer::Impl::AcceptOne() {
     if (!socket.Open()) {
         return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
     }
-    if (PeerUser(socket.Number()) == geteuid()) {
-        Admit(std::move(socket));
+    if (const std::optional<ucred> peer = Peer(socket.Number()); peer && peer->uid == geteuid()) {
+        Admit(std::move(socket), peer->pid);
     }
     return true;
 }
 
-void ControlServer::Impl::Admit(Descriptor socket) {
+void ControlServer::Impl::Admit(Descriptor socket, pid_t client) {
     const size_t limit = served_.limits.clients;
-    if (conversations_.size() >= limit) {
+    const Place place = conversations_.size() + 1 < limit ? Place::kAny : Place::kLast;
+    const bool known =
+        std::ranges::find(conversations_, client, &Conversation::Client) != conversations_.end();
+    if (conversations_.size() >= limit || (place == Place::kLast && known)) {
         TurnAway(socket, "no more than " + std::to_string(limit) + " clients at once");
         return;
     }
     try {
-        conversations_.emplace_back(std::move(socket), served_, [this] { Wake(); });
+        conversations_.emplace_back(std::move(socket), client, place, served_, [this] { Wake(); });
     } catch (const std::exception &) {
         // No thread or no memory for it: the connection has closed with its socket.
     }

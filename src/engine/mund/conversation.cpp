@@ -2,6 +2,10 @@
 
 #include <poll.h>
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <exception>
 #include <utility>
@@ -10,11 +14,6 @@
 
 namespace mund {
 namespace {
-
-#define SAME_STATUS(name, words) \
-    static_assert(static_cast<int>(MUND_WIRE_##name) == static_cast<int>(MUND_STATUS_##name));
-MUND_STATUSES(SAME_STATUS)
-#undef SAME_STATUS
 
 bool IsRequest(const MundWireHeader &header) {
     return header.status == 0 && header.result == 0;
@@ -49,12 +48,61 @@ std::vector<uint8_t> RunOperation(uint16_t code, std::span<const uint8_t> reques
     return frame;
 }
 
-// Waits without end for the first byte of a frame, or the end of the connection.
-void AwaitFrame(int socket) {
+// Waits for the first byte of a frame, or the end of the connection. False if neither comes.
+bool AwaitFrame(int socket, std::chrono::milliseconds patience) {
     pollfd waiting = {.fd = socket, .events = POLLIN, .revents = 0};
-    while (poll(&waiting, 1, -1) < 0 && errno == EINTR) {
-    }
+    int ready;
+    do {
+        ready = poll(&waiting, 1, static_cast<int>(patience.count()));
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
 }
+
+bool SkipPayload(int socket, size_t length, Deadline deadline) {
+    std::array<uint8_t, 16 * 1024> bytes;
+    while (length != 0) {
+        const size_t size = std::min(length, bytes.size());
+        if (!ReceiveAll(socket, std::span(bytes).first(size), deadline)) {
+            return false;
+        }
+        length -= size;
+    }
+    return true;
+}
+
+// A request's part of the bytes that all connections may have in hand.
+class Share {
+  public:
+    Share(std::atomic<size_t> &all, size_t bytes, size_t limit)
+        : all_(all), bytes_(bytes <= kSmallRequest ? 0 : bytes), granted_(Grant(limit)) {}
+    ~Share() {
+        all_ -= granted_ ? bytes_ : 0;
+    }
+    Share(const Share &) = delete;
+    Share &operator=(const Share &) = delete;
+
+    bool Granted() const {
+        return granted_;
+    }
+
+  private:
+    // So that the operator is heard whatever the others send.
+    static constexpr size_t kSmallRequest = 4096;
+
+    bool Grant(size_t limit) {
+        size_t before = all_;
+        do {
+            if (bytes_ != 0 && before + bytes_ > limit) {
+                return false;
+            }
+        } while (!all_.compare_exchange_weak(before, before + bytes_));
+        return true;
+    }
+
+    std::atomic<size_t> &all_;
+    const size_t bytes_;
+    const bool granted_;
+};
 
 }  // namespace
 
@@ -72,8 +120,9 @@ std::vector<uint8_t> ReplyFrame(uint16_t code, const WireReply &reply) {
     return frame;
 }
 
-Conversation::Conversation(Descriptor socket, Served &served, std::function<void()> ended)
-    : socket_(std::move(socket)), served_(served) {
+Conversation::Conversation(Descriptor socket, pid_t client, Place place, Served &served,
+                           std::function<void()> ended)
+    : socket_(std::move(socket)), client_(client), place_(place), served_(served) {
     SetStallLimit(socket_.Number(), SO_RCVTIMEO, served_.limits.stall);
     SetStallLimit(socket_.Number(), SO_SNDTIMEO, served_.limits.stall);
     thread_ = std::thread([this, ended = std::move(ended)] { Run(ended); });
@@ -101,9 +150,13 @@ void Conversation::Run(const std::function<void()> &ended) {
 
 // One request and its reply; false when the connection is at its end.
 bool Conversation::ServeRequest() {
-    AwaitFrame(socket_.Number());
+    const ControlLimits &limits = served_.limits;
+    if (!AwaitFrame(socket_.Number(), place_ == Place::kLast ? limits.lastIdle : limits.idle)) {
+        return false;
+    }
+    const Deadline deadline = std::chrono::steady_clock::now() + limits.stall;
     MundWireHeader header{};
-    if (!ReceiveHeader(socket_.Number(), header)) {
+    if (!ReceiveHeader(socket_.Number(), header, deadline)) {
         return false;
     }
     if (header.version != MUND_WIRE_VERSION || header.length > MUND_WIRE_MAX_PAYLOAD) {
@@ -111,15 +164,24 @@ bool Conversation::ServeRequest() {
                                                                           : MUND_WIRE_BAD_LENGTH}));
         return false;
     }
+    if (header.code == MUND_WIRE_FOLLOW && header.length == 0 && IsRequest(header)) {
+        return Follow();
+    }
+    const std::vector<uint8_t> reply = ReplyTo(header, deadline);
+    return !reply.empty() && Send(reply);
+}
+
+// Nothing if the client is not through with its request in time.
+std::vector<uint8_t> Conversation::ReplyTo(const MundWireHeader &header, Deadline deadline) const {
+    const Share share(served_.requestBytes, header.length, served_.limits.requestBytes);
+    if (!share.Granted()) {
+        return SkipPayload(socket_.Number(), header.length, deadline)
+                   ? ReplyFrame(header.code, {MUND_WIRE_BUSY})
+                   : std::vector<uint8_t>();
+    }
     std::vector<uint8_t> request;
-    if (!ReceivePayload(socket_.Number(), header, request)) {
-        return false;
-    }
-    if (header.code == MUND_WIRE_FOLLOW && request.empty() && IsRequest(header)) {
-        Follow();
-        return false;
-    }
-    return Send(Answer(header, request));
+    return ReceivePayload(socket_.Number(), header, request, deadline) ? Answer(header, request)
+                                                                       : std::vector<uint8_t>();
 }
 
 bool Conversation::Send(std::span<const uint8_t> frame) const {
@@ -152,7 +214,13 @@ WireReply Conversation::AnswerExtra(uint16_t code, std::span<const uint8_t> requ
     }
 }
 
-void Conversation::Follow() {
+// False when the connection is at its end.
+bool Conversation::Follow() {
+    if (place_ == Place::kLast) {
+        return Send(ReplyFrame(
+            MUND_WIRE_FOLLOW,
+            Refusal("every other place is taken, and who follows would keep the last one")));
+    }
     try {
         Follower follower(served_.followers);
         if (Send(ReplyFrame(MUND_WIRE_FOLLOW, {}))) {
@@ -163,6 +231,7 @@ void Conversation::Follow() {
     } catch (const std::runtime_error &error) {
         Send(ReplyFrame(MUND_WIRE_FOLLOW, Refusal(error.what())));
     }
+    return false;
 }
 
 // Until the client closes, or says anything more.

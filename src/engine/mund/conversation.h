@@ -22,7 +22,10 @@ struct Served {
     WireHandlers handlers;
     ControlLimits limits;
     Followers followers;
+    std::atomic<size_t> requestBytes{0};  // that are read, or about to be, and not yet answered
 };
+
+enum class Place { kAny, kLast };
 
 // A whole frame.
 std::vector<uint8_t> ReplyFrame(uint16_t code, const WireReply &reply);
@@ -30,12 +33,17 @@ std::vector<uint8_t> ReplyFrame(uint16_t code, const WireReply &reply);
 class Conversation {
   public:
     // Calls `ended` once it has. Throws std::system_error when there is no thread to be had.
-    Conversation(Descriptor socket, Served &served, std::function<void()> ended);
+    Conversation(Descriptor socket, pid_t client, Place place, Served &served,
+                 std::function<void()> ended);
     // Waits for the request that is running.
     ~Conversation();
     Conversation(const Conversation &) = delete;
     Conversation &operator=(const Conversation &) = delete;
 
+    // The process at the other end.
+    pid_t Client() const {
+        return client_;
+    }
     bool Ended() const {
         return ended_;
     }
@@ -45,14 +53,17 @@ class Conversation {
   private:
     void Run(const std::function<void()> &ended);
     bool ServeRequest();
+    std::vector<uint8_t> ReplyTo(const MundWireHeader &header, Deadline deadline) const;
     bool Send(std::span<const uint8_t> frame) const;
     std::vector<uint8_t> Answer(const MundWireHeader &header,
                                 std::span<const uint8_t> request) const;
     WireReply AnswerExtra(uint16_t code, std::span<const uint8_t> request) const;
-    void Follow();
+    bool Follow();
     void SendLines(Follower &follower) const;
 
     const Descriptor socket_;
+    const pid_t client_;
+    const Place place_;
     Served &served_;
     std::atomic<bool> ended_{false};
     std::thread thread_;

@@ -126,6 +126,27 @@ struct EndOfCall {
     }
 };
 
+// What operations may leave behind of their requests, to be worked off by the reconciliation.
+constexpr size_t kMostHeld = 64u << 20;
+
+bool LeavesWork(uint32_t operation) {
+    return operation == MUND_OP_Reconciliation || operation == MUND_OP_BatchReconciliation;
+}
+
+// A request that comes alone is taken whatever its size.
+bool IsTooMuch(uint32_t requestSize) {
+    const size_t held = standin::HeldForRequests();
+    return held != 0 && held + requestSize > kMostHeld;
+}
+
+uint32_t Run(const Binding &binding, uint32_t operation, const void *request, void **message) {
+    if (!LeavesWork(operation)) {
+        return binding.run(request, message);
+    }
+    const standin::RequestScope scope;
+    return binding.run(request, message);
+}
+
 using Bytes = std::span<const std::byte>;
 using Memory = std::unique_ptr<std::byte[]>;
 
@@ -219,13 +240,16 @@ MundStatus MundCall(uint32_t operation, const void *request, uint32_t requestSiz
     if (!binding->Bound()) {
         return MUND_STATUS_NO_OPERATION;
     }
+    if (LeavesWork(operation) && IsTooMuch(requestSize)) {
+        return MUND_STATUS_BUSY;
+    }
     const std::optional<Request> unmarshalled =
         Unmarshal(operation, {static_cast<const std::byte *>(request), requestSize});
     if (!unmarshalled) {
         return MUND_STATUS_BAD_LENGTH;
     }
     void *message = nullptr;
-    *result = binding->run(unmarshalled->asRead.get(), &message);
+    *result = Run(*binding, operation, unmarshalled->asRead.get(), &message);
     if (message == nullptr) {
         return MUND_STATUS_OK;
     }

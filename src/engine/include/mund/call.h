@@ -23,7 +23,9 @@ KES_API uint32_t MundReplySize(uint32_t operation);
  * Runs one operation on the calling thread, which is the framework's for the time of the call.
  * Stores the operation's result, and its reply (`*replySize` bytes, 0 if it made none) in `reply`,
  * a buffer of `replyCapacity` bytes. The module's own reply is released through its free twin.
- * An operation never sees a request of another length than its own. Callable from any thread.
+ * An operation never sees a request of another length than its own. Reconciliation records that the
+ * module has not worked off hold 64 MB of its memory at most: more are answered with
+ * MUND_STATUS_BUSY. Callable from any thread.
  */
 KES_API MundStatus MundCall(uint32_t operation, const void *request, uint32_t requestSize,
                             void *reply, uint32_t replyCapacity, uint32_t *replySize,

@@ -76,14 +76,14 @@ inline std::string SetAddress(sockaddr_un &address, const std::string &path) {
     return {};
 }
 
-// The user at the other end; for the end that connected, the one who listens.
-inline std::optional<uid_t> PeerUser(int socket) {
+// The process at the other end and its user; for the end that connected, of the one who listens.
+inline std::optional<ucred> Peer(int socket) {
     ucred peer{};
     socklen_t size = sizeof peer;
     if (getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
         return std::nullopt;
     }
-    return peer.uid;
+    return peer;
 }
 
 // How long a send (SO_SNDTIMEO) or a receive (SO_RCVTIMEO) may stand still; 0: as long as it likes.
@@ -105,10 +105,16 @@ inline bool SendAll(int socket, std::span<const uint8_t> bytes) {
     return true;
 }
 
+using Deadline = std::chrono::steady_clock::time_point;
+
 // Fills `bytes`, or answers false with the reason in errno: 0 when the other end closed, EAGAIN
-// when it stood still for too long.
-inline bool ReceiveAll(int socket, std::span<uint8_t> bytes) {
+// when it stood still for too long, or is at it still after the deadline.
+inline bool ReceiveAll(int socket, std::span<uint8_t> bytes, Deadline deadline = Deadline::max()) {
     while (!bytes.empty()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            errno = EAGAIN;
+            return false;
+        }
         const ssize_t received = recv(socket, bytes.data(), bytes.size(), 0);
         if (received == 0) {
             errno = 0;
@@ -121,20 +127,21 @@ inline bool ReceiveAll(int socket, std::span<uint8_t> bytes) {
     return true;
 }
 
-inline bool ReceiveHeader(int socket, MundWireHeader &header) {
-    return ReceiveAll(socket, {reinterpret_cast<uint8_t *>(&header), sizeof header});
+inline bool ReceiveHeader(int socket, MundWireHeader &header, Deadline deadline = Deadline::max()) {
+    return ReceiveAll(socket, {reinterpret_cast<uint8_t *>(&header), sizeof header}, deadline);
 }
 
 // Replaces `payload` by as many bytes as the header says; otherwise as ReceiveAll.
-inline bool ReceivePayload(int socket, const MundWireHeader &header,
-                           std::vector<uint8_t> &payload) {
-    // Memory is taken for what comes, not for what is promised.
+inline bool ReceivePayload(int socket, const MundWireHeader &header, std::vector<uint8_t> &payload,
+                           Deadline deadline = Deadline::max()) {
+    // Memory is touched for what comes, not for what is promised.
     constexpr size_t kStep = size_t{64} * 1024;
     payload.clear();
+    payload.reserve(header.length);
     while (payload.size() < header.length) {
         const size_t begin = payload.size();
         payload.resize(std::min<size_t>(header.length, begin + kStep));
-        if (!ReceiveAll(socket, std::span(payload).subspan(begin))) {
+        if (!ReceiveAll(socket, std::span(payload).subspan(begin), deadline)) {
             return false;
         }
     }

@@ -31,11 +31,18 @@ WireReply Refusal(std::string_view reason);
 using WireHandler = std::function<WireReply(std::span<const uint8_t> request)>;
 
 struct ControlLimits {
-    // Clients at once; one more is refused.
+    // Clients at once; one more is refused. The last place is kept for a process that has no other.
     size_t clients = 128;
-    // A frame that stands still for so long, on its way in or out, ends its connection. Between
-    // frames, and while it follows, a client may take its time.
+    // A frame that stands still for so long, on its way in or out, or takes longer than that to
+    // come in, ends its connection.
     std::chrono::milliseconds stall{30'000};
+    // How long a client may pause between frames; who follows may take its time.
+    std::chrono::milliseconds idle{600'000};
+    // The same for who has the last place, and may not follow.
+    std::chrono::milliseconds lastIdle{10'000};
+    // Bytes of requests that are read and not yet answered; one more is answered with
+    // MUND_WIRE_BUSY. Requests of up to 4,096 bytes do not count.
+    size_t requestBytes = 32u << 20;
     // Lines that wait for a client that follows; when one more comes, the oldest is lost.
     size_t lines = 1024;
 };

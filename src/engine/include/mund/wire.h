@@ -25,11 +25,10 @@ enum {
     MUND_WIRE_EXPLAIN = 0x103
 };
 
-/* How a request fared: MUND_WIRE_OK to MUND_WIRE_REPLY_TOO_LONG are those of MundStatus. A reply of
- * MUND_WIRE_BAD_VERSION is the connection's last; the payload of MUND_WIRE_REFUSED is a text that
- * says why. */
+/* How a request fared. A reply of MUND_WIRE_BAD_VERSION is the connection's last; the payload of
+ * MUND_WIRE_REFUSED is a text that says why. */
 #define MUND_WIRE_ENUM(name, words) MUND_WIRE_##name,
-enum { MUND_WIRE_STATUSES(MUND_WIRE_ENUM) MUND_WIRE_STATUS_COUNT };
+enum { MUND_STATUSES(MUND_WIRE_ENUM) MUND_WIRE_STATUS_COUNT };
 #undef MUND_WIRE_ENUM
 
 typedef struct MundWireHeader {

@@ -78,9 +78,20 @@ struct MemoryOfPlace {
 std::vector<MemoryOfPlace> ModuleMemoryByPlace(uint32_t moduleId);
 // The same in order and in words: "tag:line blocks bytes", one text each.
 std::vector<std::string> ModuleMemoryByTag(uint32_t moduleId);
+// While a thread has one, the memory that it takes counts as held for requests, until anyone frees
+// it. A thread has one at a time.
+class RequestScope {
+  public:
+    RequestScope();
+    ~RequestScope();
+    RequestScope(const RequestScope &) = delete;
+    RequestScope &operator=(const RequestScope &) = delete;
+};
+// The bytes that are held so.
+size_t HeldForRequests();
 // The allocator beneath TovMemAllocInner, which answers any tag and cannot be told to fail: null
 // only when there is no memory. TovMemFreeInner takes the block back.
-void *AllocateBlock(uint32_t moduleId, size_t size, const char *tag, uint32_t line);
+void *AllocateBlock(uint32_t moduleId, uint32_t size, const char *tag, uint32_t line);
 // The bytes that the block was asked for.
 size_t BlockSize(const void *block);
 
