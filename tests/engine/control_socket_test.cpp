@@ -236,21 +236,7 @@ class ControlSocket : public testing::Test {
     std::unique_ptr<mund::ControlServer> server_;
 };
 
-TEST_F(ControlSocket, PassesOnWhatTheServiceSays) {
-    Serve();
-    control::Connection connection(path_);
-    EXPECT_EQ(connection.Call(MUND_OP_KaTunnel, Bytes(23)).failure,
-              MundStatusText(MUND_STATUS_BAD_LENGTH));
-    EXPECT_NE(connection.Call(MUND_OP_KaTunnel, Bytes(MUND_WIRE_MAX_PAYLOAD + 1))
-                  .failure.find("has 8388609 bytes"),
-              std::string::npos);
-    ASSERT_EQ(RavelRpcServerUnReg(MUND_SERVICE_NAME), 0u);
-    EXPECT_EQ(connection.Call(MUND_OP_KaTunnel, Bytes(24)).failure,
-              MundStatusText(MUND_STATUS_NO_SERVICE));
-    EXPECT_EQ(calls, 0u);
-}
-
-TEST_F(ControlSocket, ServesWhatTheEngineAdds) {
+TEST_F(ControlSocket, PassesOnWhatServiceAndEngineSay) {
     std::string tooLong(MUND_WIRE_MAX_PAYLOAD + 1, 'x');
     Serve({{MUND_WIRE_STATE, Says(R"({"packets": 3})")},
            {MUND_WIRE_EXPLAIN,
@@ -270,6 +256,16 @@ TEST_F(ControlSocket, ServesWhatTheEngineAdds) {
     EXPECT_NE(ErrorOf([&] { connection.Object(std::string(60, 'n')); }).find("60 bytes"),
               std::string::npos);
     EXPECT_EQ(RawClient(path_).StatusOf(Frame(0x200)), MUND_WIRE_REPLY_TOO_LONG);
+
+    EXPECT_EQ(connection.Call(MUND_OP_KaTunnel, Bytes(23)).failure,
+              MundStatusText(MUND_STATUS_BAD_LENGTH));
+    EXPECT_NE(connection.Call(MUND_OP_KaTunnel, Bytes(MUND_WIRE_MAX_PAYLOAD + 1))
+                  .failure.find("has 8388609 bytes"),
+              std::string::npos);
+    ASSERT_EQ(RavelRpcServerUnReg(MUND_SERVICE_NAME), 0u);
+    EXPECT_EQ(connection.Call(MUND_OP_KaTunnel, Bytes(24)).failure,
+              MundStatusText(MUND_STATUS_NO_SERVICE));
+    EXPECT_EQ(calls, 0u);
 }
 
 TEST_F(ControlSocket, BrokenFramesReachNoOperation) {
@@ -527,8 +523,20 @@ TEST_F(ControlSocket, OtherUsersAreNotServed) {
     ExpectServing();
 }
 
+// What another process of the same user meets.
+bool InAnotherProcess(const std::function<void()> &meet) {
+    const pid_t child = fork();
+    if (child == 0) {
+        meet();
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = 1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status == 0;
+}
+
 TEST_F(ControlSocket, LimitsClientsAndStalledFrames) {
-    Serve({}, {.clients = 3, .stall = 50ms, .lines = 1});
+    Serve({}, {.clients = 3, .stall = 50ms, .lastIdle = 1s, .lines = 1});
     const RawClient stalled(path_);
     ASSERT_TRUE(stalled.Send(Bytes(5, 1)));
     control::Connection idle(path_);
@@ -539,8 +547,15 @@ TEST_F(ControlSocket, LimitsClientsAndStalledFrames) {
         neverReads->Send(Frame(MUND_OP_VerifyRcdReset));  // fails if it is turned away at once
     } while (neverReads->Receive().value().header.status != MUND_WIRE_OK);
     EXPECT_EQ(control::Connection(path_).Call(MUND_OP_VerifyRcdReset, {}).failure,
-              "no more than 3 clients at once");
-    std::this_thread::sleep_for(100ms);
+              "no more than 3 clients at once")
+        << "the last place is for a process that has none";
+    EXPECT_TRUE(InAnotherProcess([&] {
+        const RawClient last(path_);
+        EXPECT_EQ(last.StatusOf(Frame(MUND_OP_VerifyRcdReset)), MUND_WIRE_OK);
+        EXPECT_EQ(last.StatusOf(Frame(MUND_WIRE_FOLLOW)), MUND_WIRE_REFUSED);
+        EXPECT_EQ(RawClient(path_).Receive().value().header.status, MUND_WIRE_REFUSED);
+        EXPECT_FALSE(last.Receive()) << "it does not keep the place";
+    }));
     EXPECT_EQ(idle.Call(MUND_OP_VerifyRcdReset, {}).failure, "") << "idling is no stalling";
     // Ends because a reply is not offered for ever.
     while (neverReads->Send(Frame(MUND_OP_CwpTraceRecord, Bytes(8)))) {
@@ -564,33 +579,6 @@ TEST_F(ControlSocket, IdleAndSlowClientsGoAndFollowersStay) {
     EXPECT_LT(crumbs, 3000);
     server_->Publish(3, "line");
     EXPECT_TRUE(follower->Receive());
-}
-
-// What another process of the same user meets.
-bool InAnotherProcess(const std::function<void()> &meet) {
-    const pid_t child = fork();
-    if (child == 0) {
-        meet();
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = 1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    return status == 0;
-}
-
-TEST_F(ControlSocket, TheLastPlaceIsForWhoHasNone) {
-    Serve({}, {.clients = 2, .lastIdle = 1s});
-    const RawClient first(path_);
-    EXPECT_EQ(first.StatusOf(Frame(MUND_OP_VerifyRcdReset)), MUND_WIRE_OK);
-    EXPECT_EQ(RawClient(path_).Receive().value().header.status, MUND_WIRE_REFUSED);
-    EXPECT_TRUE(InAnotherProcess([&] {
-        const RawClient last(path_);
-        EXPECT_EQ(last.StatusOf(Frame(MUND_OP_VerifyRcdReset)), MUND_WIRE_OK);
-        EXPECT_EQ(last.StatusOf(Frame(MUND_WIRE_FOLLOW)), MUND_WIRE_REFUSED);
-        EXPECT_EQ(RawClient(path_).Receive().value().header.status, MUND_WIRE_REFUSED);
-        EXPECT_FALSE(last.Receive()) << "it does not keep the place";
-    }));
-    EXPECT_EQ(first.StatusOf(Frame(MUND_OP_VerifyRcdReset)), MUND_WIRE_OK);
 }
 
 TEST_F(ControlSocket, BoundsTheBytesOfRequestsInHand) {
