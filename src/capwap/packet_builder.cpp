@@ -296,6 +296,20 @@ Bytes ExtendedDataFrame(std::span<const ExtensionElement> elements, std::span<co
         .Take();
 }
 
+FrameSpec UdpFrame(std::string_view src, uint16_t srcPort, std::string_view dst, uint16_t dstPort,
+                   Bytes payload) {
+    FrameSpec spec = {.srcPort = srcPort, .dstPort = dstPort, .payload = std::move(payload)};
+    spec.ipv6 = src.find(':') != std::string_view::npos;
+    if (spec.ipv6) {
+        spec.srcIp6 = Ipv6(src);
+        spec.dstIp6 = Ipv6(dst);
+    } else {
+        spec.srcIp = Ipv4(src);
+        spec.dstIp = Ipv4(dst);
+    }
+    return spec;
+}
+
 Bytes BuildFrame(const FrameSpec &spec) {
     if (!IsRaw(spec)) {
         return IpFrame(spec, IpPayload(spec), {});

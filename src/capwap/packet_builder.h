@@ -88,6 +88,10 @@ struct FrameSpec {
                              // the field announces, as far as it is there
 };
 
+// A datagram between two addresses of one family, given as texts.
+FrameSpec UdpFrame(std::string_view src, uint16_t srcPort, std::string_view dst, uint16_t dstPort,
+                   Bytes payload);
+
 // The frame's bytes. Without addresses (etherType set): Ethernet and payload alone. Throws
 // std::length_error when a length does not fit its field.
 Bytes BuildFrame(const FrameSpec &spec);

@@ -51,20 +51,4 @@ inline void WriteCapture(const std::string &path, const Frames &frames) {
     writer.Close();
 }
 
-// A datagram of either family.
-inline capwap::FrameSpec Udp(std::string_view source, uint16_t sourcePort,
-                             std::string_view destination, uint16_t port, capwap::Bytes payload) {
-    capwap::FrameSpec spec = {
-        .srcPort = sourcePort, .dstPort = port, .payload = std::move(payload)};
-    spec.ipv6 = source.find(':') != source.npos;
-    if (spec.ipv6) {
-        spec.srcIp6 = capwap::Ipv6(source);
-        spec.dstIp6 = capwap::Ipv6(destination);
-    } else {
-        spec.srcIp = capwap::Ipv4(source);
-        spec.dstIp = capwap::Ipv4(destination);
-    }
-    return spec;
-}
-
 }  // namespace programs

@@ -42,11 +42,11 @@ std::string Hex(std::span<const uint8_t> bytes) {
 }
 
 FrameSpec Spec4(Bytes payload) {
-    return programs::Udp("10.64.0.1", 5246, "10.0.0.1", 5246, std::move(payload));
+    return capwap::UdpFrame("10.64.0.1", 5246, "10.0.0.1", 5246, std::move(payload));
 }
 
 FrameSpec Spec6(Bytes payload) {
-    return programs::Udp("2001:db8:1::1", 5246, "2001:db8::ffff:1", 5246, std::move(payload));
+    return capwap::UdpFrame("2001:db8:1::1", 5246, "2001:db8::ffff:1", 5246, std::move(payload));
 }
 
 // Where the parts of a frame without extension headers lie.
@@ -235,7 +235,7 @@ TEST(PacketBuilder, RefusesWhatNoPacketCanBe) {
 // Frames that the traffic below does not hold, or holds only among others.
 TEST(Describe, NamesFrames) {
     auto udp = [](uint16_t from, uint16_t to, const Bytes &payload) {
-        return BuildFrame(programs::Udp("10.64.0.1", from, "10.0.0.1", to, payload));
+        return BuildFrame(capwap::UdpFrame("10.64.0.1", from, "10.0.0.1", to, payload));
     };
     const uint16_t control = capwap::kControlPort, data = capwap::kDataPort;
     const Bytes echo = ControlMessage(13, 0, {});

@@ -26,7 +26,6 @@ namespace {
 
 using capwap::Bytes;
 using capwap::FrameSpec;
-using programs::Udp;
 using standin::Fate;
 
 // Port 3 is interface 7, as captures' commands have it; port 4 is interface 8.
@@ -289,14 +288,14 @@ Received Frame(const FrameSpec &spec, uint32_t port = kPort, uint16_t causeActio
 }
 
 Received Echo(std::string_view src, std::string_view dst, uint32_t port = kPort) {
-    return Frame(Udp(src, 50000, dst, 5246, capwap::ControlMessage(13, 1, {})), port);
+    return Frame(capwap::UdpFrame(src, 50000, dst, 5246, capwap::ControlMessage(13, 1, {})), port);
 }
 
 // A damaged one lies about the length of its elements.
 Received Keepalive(bool damaged) {
     Bytes payload = capwap::Keepalive({0x11111111, 0x22222222, 0x33333333, 0x44444444});
     payload[9] = static_cast<uint8_t>(payload[9] + (damaged ? 1 : 0));
-    return Frame(Udp("10.64.0.1", 50001, "10.0.0.1", 5247, payload));
+    return Frame(capwap::UdpFrame("10.64.0.1", 50001, "10.0.0.1", 5247, payload));
 }
 
 constexpr const char *kSite =
@@ -356,7 +355,8 @@ TEST_F(Explaining, GivesTheReason) {
          "station 00:11:22:33:44:55, hash 153496644; 2 instances from 1 on serve stations",
          "undelivered: instance 1 has no channel to send it on"},
         {"DTLS application data",
-         Frame(Udp("10.64.0.1", 50001, "10.0.0.1", 5247, capwap::DtlsRecord(23, Bytes(20)))),
+         Frame(capwap::UdpFrame("10.64.0.1", 50001, "10.0.0.1", 5247,
+                                capwap::DtlsRecord(23, Bytes(20)))),
          "class",
          "data: UDP ports 50001 -> 5247, CAPWAP preamble type 1, flags K 0 and F 0, DTLS content "
          "type 23, 37 bytes",

@@ -48,11 +48,11 @@ inline std::vector<Fixture> Traffic() {
     const char *const ap6 = "2001:db8::1", *const ac6 = "2001:db8::fe";
     const auto from = [](const char *source, const char *destination, uint16_t port,
                          const Bytes &payload) {
-        return BuildFrame(Udp(source, 12380, destination, port, payload));
+        return BuildFrame(capwap::UdpFrame(source, 12380, destination, port, payload));
     };
-    FrameSpec tagged = Udp(ap, 12380, ac, 5246, echo);
+    FrameSpec tagged = capwap::UdpFrame(ap, 12380, ac, 5246, echo);
     tagged.vlans = {100, 7};
-    FrameSpec tcp = Udp(ap, 12380, ac, 5246, {0x30, 0x5C, 0x14, 0x7E});
+    FrameSpec tcp = capwap::UdpFrame(ap, 12380, ac, 5246, {0x30, 0x5C, 0x14, 0x7E});
     tcp.ipProtocol = 6;
     return {
         {"registered", from(ap, ac, 5246, join), "instance-3-cwp"},

@@ -67,7 +67,8 @@ TEST_F(KesEngineReport, FlagsMakeAKeepaliveWhateverItsPreamble) {
     for (const capwap::SessionId &session : {kSession, capwap::SessionId{1, 2, 3, 4}}) {
         Bytes keepalive = capwap::Keepalive(session);
         keepalive[0] |= 1;  // as before a DTLS record
-        const Bytes frame = BuildFrame(Udp("10.0.0.1", 12380, "10.0.0.254", 5247, keepalive));
+        const Bytes frame =
+            BuildFrame(capwap::UdpFrame("10.0.0.1", 12380, "10.0.0.254", 5247, keepalive));
         frames.push_back({0, static_cast<uint32_t>(frame.size()), frame});
     }
     WriteCapture(Path("in"), frames);

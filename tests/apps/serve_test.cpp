@@ -172,8 +172,9 @@ TEST_F(Serving, LiveTrafficArrivesAtItsInstances) {
     ASSERT_NE(client, nullptr) << engine.Errors();
     const capwap::Bytes echo = capwap::ControlMessage(13, 1, {});
     std::vector<capwap::Bytes> frames(
-        200, BuildFrame(Udp("192.168.10.11", 5000, "192.168.10.9", 5246, echo)));
-    frames.resize(300, BuildFrame(Udp("192.168.10.10", 12380, "192.168.10.9", 5246, echo)));
+        200, BuildFrame(capwap::UdpFrame("192.168.10.11", 5000, "192.168.10.9", 5246, echo)));
+    frames.resize(300,
+                  BuildFrame(capwap::UdpFrame("192.168.10.10", 12380, "192.168.10.9", 5246, echo)));
     SendFrom("va", frames);
     EXPECT_TRUE(Becomes([&] { return client->State()["taken"] == 300; }));
     const Outcome outcome = engine.Stop(SIGINT);

@@ -196,7 +196,7 @@ std::vector<Content> Contents() {
     };
 }
 
-TEST_F(CapwapHeaderTest, SegmentCutAnywhere) {
+TEST_F(CapwapHeaderTest, ReadersStopWhereTheSegmentEnds) {
     for (const auto &[wrapping, base, payloadAt] : Wrappings()) {
         for (const Content &content : Contents()) {
             FrameSpec spec = base;
@@ -221,7 +221,7 @@ TEST_F(CapwapHeaderTest, SegmentCutAnywhere) {
     }
 }
 
-TEST_F(CapwapHeaderTest, UdpLengths) {
+TEST_F(CapwapHeaderTest, UdpLengthThatDoesNotCoverTheBytesIsRefused) {
     for (const auto &[wrapping, base, payloadAt] : Wrappings()) {
         FrameSpec spec = base;
         spec.payload = capwap::ControlMessage(13, 1, {});
@@ -249,7 +249,7 @@ TEST_F(CapwapHeaderTest, UdpLengths) {
     }
 }
 
-TEST_F(CapwapHeaderTest, WhatTheEngineSaysOfTheHeadersBefore) {
+TEST_F(CapwapHeaderTest, UdpBeginsWhereTheEngineSaysThatHeadersEnd) {
     FrameSpec spec = Ipv6Frame(capwap::Keepalive(kSession));
     spec.ipv6Extension = {17, 0, 1, 4, 0, 5, 0, 0};
     EXPECT_EQ(Read(MakePacket(spec).get()), Readings{}) << "the extension header is not skipped";
@@ -271,7 +271,7 @@ TEST_F(CapwapHeaderTest, WhatTheEngineSaysOfTheHeadersBefore) {
 }
 
 // The readers that are given a header, for every header length: the word behind it.
-TEST_F(CapwapHeaderTest, MessageTypeByHeaderLength) {
+TEST_F(CapwapHeaderTest, MessageTypeStandsBehindAHeaderOfAnyLength) {
     for (uint32_t words = 0; words <= 31; ++words) {
         const size_t end = 4 * words + 4;
         Bytes header = Patched(Bytes(end, 0xFF), end - 4, {0x12, 0x34, 0x56, 0x78});
@@ -302,7 +302,7 @@ TEST_F(CapwapHeaderTest, MessageTypeByHeaderLength) {
     }
 }
 
-TEST_F(CapwapHeaderTest, Keepalives) {
+TEST_F(CapwapHeaderTest, KeepaliveHasKWithoutFAndOneSessionElement) {
     const struct {
         const char *name;
         size_t at;
@@ -335,7 +335,7 @@ TEST_F(CapwapHeaderTest, Keepalives) {
     }
 }
 
-TEST_F(CapwapHeaderTest, DtlsHandshakes) {
+TEST_F(CapwapHeaderTest, EveryDtlsRecordButApplicationDataIsAHandshake) {
     const std::array<uint8_t, 3> kCases[] = {
         {0x01, 20, 1}, {0x01, 21, 1}, {0x01, 22, 1}, {0x01, 23, 0}, {0x01, 24, 1},  {0x01, 0, 1},
         {0x01, 55, 1}, {0x00, 22, 0}, {0x02, 22, 0}, {0x03, 22, 0}, {0x09, 22, 0},  {0x11, 22, 1},
@@ -381,7 +381,7 @@ Bytes ForWlan7(Writer extension, uint8_t hlenWords = 2) {
     return Extended(extension.U16(6).U16(8).U16(7).U16(0), hlenWords);
 }
 
-TEST_F(CapwapHeaderTest, WlanIdInTheExtensionHeader) {
+TEST_F(CapwapHeaderTest, WlanIdIsFoundBehindWholeElementsOnly) {
     const struct {
         const char *name;
         Bytes header;
@@ -428,7 +428,7 @@ TEST_F(CapwapHeaderTest, WlanIdInTheExtensionHeader) {
     EXPECT_THAT(TakeReports(), IsEmpty());
 }
 
-TEST_F(CapwapHeaderTest, WlanIdForTheEngine) {
+TEST_F(CapwapHeaderTest, EngineGetsTheWlanIdOrAFailure) {
     const Bytes tagged = ForWlan7(Writer().U32(12)), plain = capwap::DataFrame({});
     const standin::Arrival marked = {.diagnose = true};
     const char *const kPrint = "[LyrKesHost] get capwap ext header wlanid:ret=%u, wlanid=%u.";
@@ -455,7 +455,7 @@ TEST_F(CapwapHeaderTest, WlanIdForTheEngine) {
     }
 }
 
-TEST_F(CapwapHeaderTest, FirstFragments) {
+TEST_F(CapwapHeaderTest, OffsetZeroIsAFirstFragmentAndMissingBytesAreNone) {
     constexpr size_t kIp = 18;
     FrameSpec ipv4 = Ipv4Frame(Bytes(40)), ipv6 = Ipv6Frame(Bytes(40));
     ipv4.vlans = ipv6.vlans = {5};

@@ -79,7 +79,7 @@ std::string LineOf(const Step &step) {
                 step.ifIndex, step.outcome.end);
 }
 
-TEST_F(CwpSource, AddsRefreshesAndDeletes) {
+TEST_F(CwpSource, SourceIsKnownByWhatItsTypeSays) {
     const struct {
         const char *name;
         std::vector<Step> steps;

@@ -54,7 +54,7 @@ class DebugTraceTest : public EngineTest {
     const Packet cut_ = FirstSegment(ipv4_, 52);
 };
 
-TEST_F(DebugTraceTest, LevelMask) {
+TEST_F(DebugTraceTest, LinesOfOtherLevelsAreNotShown) {
     const std::pair<uint32_t, Texts> kCases[] = {
         {0, {}}, {1, {"1", "5"}}, {2, {"2"}}, {3, {"1", "2", "5"}}, {4, {"5"}}, {0x80000000, {}}};
     for (const auto &[mask, lines] : kCases) {
@@ -67,18 +67,7 @@ TEST_F(DebugTraceTest, LevelMask) {
     }
 }
 
-TEST_F(DebugTraceTest, LinesThatDoNotFitAreLost) {
-    TraceOn();
-    const std::string longest(255, '%');
-    LyrKesDebugTrace(1, false, nullptr, "%s", longest.c_str());
-    EXPECT_THAT(TakeReports(), ElementsAre(longest));
-    LyrKesDebugTrace(1, false, nullptr, "%s!", longest.c_str());
-    standin::FailCall("vsnprintf_s");
-    LyrKesDebugTrace(1, false, nullptr, "lost");
-    EXPECT_THAT(TakeReports(), IsEmpty());
-}
-
-TEST_F(DebugTraceTest, PacketFilter) {
+TEST_F(DebugTraceTest, EveryFieldOfTheFilterKeepsOtherPacketsOut) {
     const char *const kSrc4 = "10.0.10.1", *const kDst4 = "10.0.0.1";
     const char *const kSrc6 = "2001:db8:1:203::a:1", *const kDst6 = "2001:db8::1";
     // Which of the three packets pass: 4, 6, and the cut one.
@@ -126,7 +115,7 @@ TEST_F(DebugTraceTest, PacketFilter) {
     EXPECT_FALSE(LyrKesNeedDebugging(nullptr));
 }
 
-TEST_F(DebugTraceTest, AddressFilterOfNoFamily) {
+TEST_F(DebugTraceTest, AddressOfNoFamilyKeepsNothingOut) {
     Use({.src = "10.9.9.9", .dst = "10.9.9.9"});
     EXPECT_FALSE(LyrKesNeedDebugging(ipv4_.get()));
     g_lyrKesDebugTrace.srcIpFamily = 0;
@@ -146,7 +135,7 @@ std::string Configuration() {
     return digits;
 }
 
-TEST_F(DebugTraceOperationTest, Configuration) {
+TEST_F(DebugTraceOperationTest, SetKeepsWhatItDoesNotNameAndClearRemovesAll) {
     LyrKesDebugTraceReq request =
         Filter{"2001:db8:3:4:5:6:7:8", "10.1.2.3", 5246, 0x15247, 13}.Request();
     request.debugLevel = 0x01020304;
@@ -178,7 +167,7 @@ TEST_F(DebugTraceOperationTest, Configuration) {
     EXPECT_EQ(Configuration(), std::string(136, '0'));
 }
 
-TEST_F(DebugTraceTest, WordsKeptOfAnIpv6Source) {
+TEST_F(DebugTraceTest, WordsKeptOfAnIpv6SourceStillFilter) {
     // What is kept decides whether the IPv4 address 0 means any source.
     for (const auto &[src6, ipv4Passes] : {std::pair("2001:db8::", true), {"2001:db8::1", false}}) {
         Use({.src = src6});
@@ -189,7 +178,7 @@ TEST_F(DebugTraceTest, WordsKeptOfAnIpv6Source) {
     }
 }
 
-TEST_F(DebugTraceTest, Summaries) {
+TEST_F(DebugTraceTest, SummarySaysKindMacAddressesAndPorts) {
     const auto packet = [](FrameSpec spec) {
         spec.srcMac = {0x0A, 0x1B, 0x2C, 0x3D, 0x4E, 0x5F};
         return MakePacket(spec);
@@ -226,7 +215,7 @@ TEST_F(DebugTraceTest, Summaries) {
     }
 }
 
-TEST_F(DebugTraceTest, SummariesOfDamagedPacketsAndNone) {
+TEST_F(DebugTraceTest, DamagedPacketHasASummaryAndAnUnformattableOneNone) {
     TraceOn();
     LyrKes_DebugOutPutPkt(LYR_PKT_CONTROL, cut_.get());
     EXPECT_THAT(TakeReports(),
@@ -245,7 +234,7 @@ TEST_F(DebugTraceTest, SummariesOfDamagedPacketsAndNone) {
     EXPECT_THAT(TakeReports(), IsEmpty());
 }
 
-TEST_F(DebugTraceTest, AddressTexts) {
+TEST_F(DebugTraceTest, AddressThatDoesNotFitGivesNoText) {
     const uint16_t groups[8] = {0x2001, 0xDB8, 0x1111, 0x2222, 0x3333, 0x4444, 0x5555, 0xFFFF};
     char text[40];
     EXPECT_STREQ(LyrKes_IPv4HToStr(0xC0A80102, text, 12), "192.168.1.2");

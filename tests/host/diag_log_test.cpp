@@ -20,7 +20,7 @@ class DiagLogTest : public EngineTest {
     }
 };
 
-TEST_F(DiagLogTest, LevelsAndSwitch) {
+TEST_F(DiagLogTest, LevelsAboveWarningWriteNothing) {
     for (const uint32_t level : {0u, 1u, 2u, 3u, 4u, 5u, 0xFFFFFFFFu}) {
         SCOPED_TRACE(level);
         TraceOff();
@@ -39,7 +39,7 @@ TEST_F(DiagLogTest, LevelsAndSwitch) {
 }
 
 // Of the log, and of the trace, which formats its lines by itself.
-TEST_F(DiagLogTest, LongAndUnformattableLines) {
+TEST_F(DiagLogTest, LineThatDoesNotFitIsLostNotCut) {
     const std::string longest(255, '%'), tooLong = longest + "!";
     const std::function<void(const char *)> sayings[] = {
         [](const char *text) { LYR_KES_DiagLog(LYR_HOST_ERR, "%s", text); },
@@ -55,7 +55,7 @@ TEST_F(DiagLogTest, LongAndUnformattableLines) {
     }
 }
 
-TEST_F(DiagLogTest, LevelNames) {
+TEST_F(DiagLogTest, EveryLevelHasANameAndNoOtherHas) {
     const char *const kNames[] = {"LYR_HOST_EMER", "LYR_HOST_ERR", "LYR_HOST_WARN", "LYR_HOST_INFO",
                                   "LYR_HOST_DEBUG"};
     for (uint32_t level = 0; level < 5; ++level) {
@@ -64,7 +64,7 @@ TEST_F(DiagLogTest, LevelNames) {
     EXPECT_EQ(LYR_KES_GetDiagTypeStr(5), nullptr);
 }
 
-TEST_F(DiagLogTest, DebugOutput) {
+TEST_F(DiagLogTest, DebugOutputFailsOnlyWhileTheTraceIsOn) {
     standin::FailEveryCall("TovIMDebugReport");
     EXPECT_EQ(LYR_KES_SendDebugOutput("skipped"), 0u);
     TraceOn(0);
@@ -74,7 +74,7 @@ TEST_F(DiagLogTest, DebugOutput) {
     EXPECT_THAT(TakeReports(), ElementsAre("%s"));
 }
 
-TEST_F(DiagLogTest, AgentMessage) {
+TEST_F(DiagLogTest, AgentMessageCarriesLevelSlotAndText) {
     standin::SetMasterBoardIp(0x0A010203);
     EXPECT_EQ(LYR_KES_SendDiagLog(LYR_HOST_WARN, "watch %s"), 0u);
     EXPECT_THAT(TakeLines(LineKind::kAgentLog),
@@ -88,7 +88,7 @@ TEST_F(DiagLogTest, AgentMessage) {
                             "para-type=25 length=15 \"[slot:0 cpu:0] \""));
 }
 
-TEST_F(DiagLogTest, AgentMessageOfTheLongestLine) {
+TEST_F(DiagLogTest, AgentMessageThatDoesNotFitIsNotSent) {
     const std::string longest(511 - 15, 'x');
     EXPECT_EQ(LYR_KES_SendDiagLog(LYR_HOST_ERR, longest.c_str()), 0u);
     EXPECT_THAT(TakeLines(LineKind::kAgentLog), SizeIs(1));
@@ -98,7 +98,7 @@ TEST_F(DiagLogTest, AgentMessageOfTheLongestLine) {
 
 // Each call of an agent message fails in turn: nothing is done after it, and nothing is left behind
 // (which the fixture checks).
-TEST_F(DiagLogTest, AgentMessageFailures) {
+TEST_F(DiagLogTest, NothingFollowsAFailedCallOfAnAgentMessage) {
     using Calls = std::vector<std::pair<std::string, uint32_t>>;
     const std::pair<const char *, uint32_t> kCalls[] = {
         {"TOV_DevmGetMasterBoardIp", 1}, {"TOV_ImSetMainBoardIP", 1}, {"sprintf_s", 1},
@@ -127,7 +127,7 @@ TEST_F(DiagLogTest, AgentMessageFailures) {
     EXPECT_THAT(standin::CallCounts(), ElementsAre(testing::Pair("TOV_DevmGetMasterBoardIp", 1u)));
 }
 
-TEST_F(DiagLogTest, Print) {
+TEST_F(DiagLogTest, PrintIsCutAtItsRoom) {
     const std::string text(2000, '%');
     LYR_KES_DiagPrintf("[LYR_HOST]%s, %hu", "type", static_cast<uint16_t>(65535));
     LYR_KES_DiagPrintf("%.*s", 1023, text.c_str());

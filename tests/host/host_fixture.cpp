@@ -235,21 +235,4 @@ LyrKesCwpSrcReq SourceRequest(uint32_t operation, uint32_t type, std::string_vie
     return {operation, {type, Address(ip), ifIndex}};
 }
 
-capwap::FrameSpec UdpFrame(std::string_view src, uint16_t srcPort, std::string_view dst,
-                           uint16_t dstPort, capwap::Bytes payload) {
-    capwap::FrameSpec spec;
-    spec.ipv6 = src.find(':') != std::string_view::npos;
-    if (spec.ipv6) {
-        spec.srcIp6 = capwap::Ipv6(src);
-        spec.dstIp6 = capwap::Ipv6(dst);
-    } else {
-        spec.srcIp = capwap::Ipv4(src);
-        spec.dstIp = capwap::Ipv4(dst);
-    }
-    spec.srcPort = srcPort;
-    spec.dstPort = dstPort;
-    spec.payload = std::move(payload);
-    return spec;
-}
-
 }  // namespace host_test

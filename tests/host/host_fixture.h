@@ -22,6 +22,7 @@
 
 namespace host_test {
 
+using capwap::UdpFrame;
 using standin::LineKind;
 using testing::AllOf, testing::Contains, testing::Each, testing::ElementsAre, testing::EndsWith,
     testing::HasSubstr, testing::IsEmpty, testing::SizeIs, testing::StartsWith;
@@ -157,9 +158,5 @@ LyrKesCwpTunnelReq TunnelRequest(uint32_t operation, std::string_view src, uint1
                                  uint32_t vpnId = 0);
 LyrKesCwpSrcReq SourceRequest(uint32_t operation, uint32_t type, std::string_view ip,
                               uint32_t ifIndex = 0);
-
-// The frame of a UDP packet between two addresses of one family.
-capwap::FrameSpec UdpFrame(std::string_view src, uint16_t srcPort, std::string_view dst,
-                           uint16_t dstPort, capwap::Bytes payload);
 
 }  // namespace host_test

@@ -56,7 +56,7 @@ class MessageTypes : public HostTest {
     }
 };
 
-TEST_F(MessageTypes, TheSelectedAndItsSuccessor) {
+TEST_F(MessageTypes, OnlyTheSelectedTypeAndItsSuccessorCount) {
     DeclareController();
     Instance instance(3, LYR_PKT_TYPE_CAPWAP, 2);
     ASSERT_EQ(Change<Ipv4Tunnels>(kAdd, 1, 3), 0u);
@@ -100,7 +100,7 @@ TEST_F(MessageTypes, TheSelectedAndItsSuccessor) {
     EXPECT_FALSE(LyrKes_IsPktMsgTypeStatEnabled());
 }
 
-TEST_F(MessageTypes, KeysUpToTheLastInstance) {
+TEST_F(MessageTypes, NoKeyBeyondTheLastInstanceCounts) {
     Send(LYR_KES_MSG_TYPE_SELECT, 13);
     EXPECT_TRUE(LyrKes_IncrPktMsgTypeStatRecvCnt(13, 27));
     EXPECT_TRUE(LyrKes_IncrPktMsgTypeStatDropCnt(14, 0));
@@ -110,7 +110,7 @@ TEST_F(MessageTypes, KeysUpToTheLastInstance) {
     EXPECT_EQ(Counts(), "recv[27]=1 nextDrop[0]=1");
 }
 
-TEST_F(MessageTypes, AsManyInstancesAsAReplyHolds) {
+TEST_F(MessageTypes, MoreInstancesThanAReplyHoldsAreRefused) {
     const struct { uint32_t svcNum, result; } cases[] = {{0, 0}, {31, 0}, {32, 1}, {0xFFFFFFFF, 0}};
     for (const auto &[svcNum, result] : cases) {
         SCOPED_TRACE(svcNum);
@@ -125,7 +125,7 @@ TEST_F(MessageTypes, AsManyInstancesAsAReplyHolds) {
     }
 }
 
-TEST_F(MessageTypes, WithoutArrays) {
+TEST_F(MessageTypes, NothingCountsUnlessEveryArrayIsThere) {
     for (uint32_t n = 1; n <= 4; ++n) {
         LyrKes_DeinitCwpStatDfx();
         standin::FailCall("TovMemAllocInner", n);

@@ -37,7 +37,7 @@ class PacketCounters : public HostTest {
     }
 };
 
-TEST_F(PacketCounters, ByClassAndResult) {
+TEST_F(PacketCounters, PacketCountsInItsClassAndForItsResult) {
     constexpr const char *kAp = "172.16.0.1";
     const Bytes echo = capwap::ControlMessage(13, 1, {});
     const Bytes keepalive = capwap::Keepalive({1, 0x12345678, 0, 0xDEADBEEF});
@@ -85,7 +85,7 @@ TEST_F(PacketCounters, ByClassAndResult) {
     }
 }
 
-TEST_F(PacketCounters, EveryClassOfAMaskAndEveryResult) {
+TEST_F(PacketCounters, EveryClassOfAMaskCountsEveryResult) {
     for (uint32_t packetClass = 0; packetClass < 8; ++packetClass) {
         LyrKes_ClearCtrlPktStatic();
         for (const uint32_t result : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 9u, 0xFFFFFFFFu}) {
@@ -100,7 +100,7 @@ TEST_F(PacketCounters, EveryClassOfAMaskAndEveryResult) {
     }
 }
 
-TEST_F(PacketCounters, ReadAndReset) {
+TEST_F(PacketCounters, ResetZeroesTheCountersAndNotTheWatch) {
     const uint32_t keepalive = 2;
     LyrKes_CwpCtrlPktStatic(&keepalive, 0);
     const LyrKesGetPktStatisticsRsp reply = Read();

@@ -195,7 +195,7 @@ std::string Ipv6Summary(const char *kind, uint32_t dstPort) {
 }
 
 // Taken: each of these is with its instance when the hook returns.
-TEST_F(PacketEntryTest, Taken) {
+TEST_F(PacketEntryTest, EveryKindGoesToItsOwner) {
     const auto taken = [&](const char *name, const FrameSpec &spec, Instance &to, uint32_t key,
                            Texts prints, const std::string &summary) {
         prints.push_back(Text(kCapwap, key));
@@ -237,7 +237,7 @@ TEST_F(PacketEntryTest, Taken) {
 }
 
 // Meant for an instance, and still the engine's.
-TEST_F(PacketEntryTest, Undelivered) {
+TEST_F(PacketEntryTest, WhatCannotBeHandedOverStaysTheEngines) {
     const char *const kResult = "[LYR_HOST]capwap pkt proc pktRet 4, ret 268435456";
     const auto stuck = [&](const char *name, const FrameSpec &spec, uint32_t key,
                            const std::string &owner, Texts reports) {
@@ -272,7 +272,7 @@ TEST_F(PacketEntryTest, Undelivered) {
 }
 
 // The engine carries on with these.
-TEST_F(PacketEntryTest, NotTaken) {
+TEST_F(PacketEntryTest, WhatIsNotTheModulesGoesOn) {
     const auto ignored = [&](const char *name, const Bytes &frame, const Texts &prints,
                              const Texts &reports = {}) {
         Check(name, frame, HOST_HOOK_CONTINUE, nullptr, prints, reports);
@@ -306,7 +306,7 @@ TEST_F(PacketEntryTest, NotTaken) {
     EXPECT_EQ(LyrKes_PktProc(nullptr), HOST_HOOK_CONTINUE);
 }
 
-TEST_F(PacketEntryTest, CauseActionsLeftAlone) {
+TEST_F(PacketEntryTest, OnlyTwoCauseActionsAreLeftAlone) {
     TraceOn();
     for (const FrameSpec &spec : {Ethernet(0x88B4), FromAp(40000, 5246, kEcho)}) {
         Instance *const receiver = spec.etherType != 0 ? &stations_ : &tunnelOwner_;
@@ -325,7 +325,7 @@ TEST_F(PacketEntryTest, CauseActionsLeftAlone) {
 }
 
 // The packet filter decides on the line of a hand-off while the packet is still the module's.
-TEST_F(PacketEntryTest, FilteredPacketWithAQuickReceiver) {
+TEST_F(PacketEntryTest, FilterOfAHandOffsLineReadsNothingAfterTheSend) {
     receiversAreQuick = true;
     for (const uint32_t type : {13u, 14u}) {
         ForgetCounts();

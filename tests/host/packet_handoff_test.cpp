@@ -27,7 +27,7 @@ class Handoff : public HostTest {
 
 // --- the slots ---
 
-TEST_F(Handoff, SlotsForEveryInstance) {
+TEST_F(Handoff, EveryInstanceHasASlotAndNoOtherKeyHas) {
     const std::pair<uint32_t, size_t> cases[] = {{27, 28}, {0, 1}, {0xFFFFFFFF, 0}};
     for (const auto &[svcNum, slots] : cases) {
         standin::SetCapability("WCWP_SPEC_SVC_NUM", svcNum);
@@ -52,7 +52,7 @@ TEST_F(Handoff, SlotsForEveryInstance) {
     }
 }
 
-TEST(ServiceNames, Construction) {
+TEST(ServiceNames, NameThatDoesNotFitIsRefused) {
     constexpr const char *kCwp = "chn/kes2lyrcwp", *kWapiPrefix = "thd/kes2lyrwapi";
     const struct {
         uint32_t size;
@@ -94,7 +94,7 @@ TEST(ServiceNames, Construction) {
 
 // --- the hand-off ---
 
-TEST_F(Handoff, RefusedBeforeAnyChannel) {
+TEST_F(Handoff, PacketWithoutAChannelIsRefusedUntouched) {
     const Instance instance(3, kCapwap);
     ASSERT_EQ(Change<Ipv4Tunnels>(kAdd, 1, 3), 0u);
     const std::string length = std::to_string(ApPacket()->pktLen);
@@ -134,7 +134,7 @@ TEST_F(Handoff, RefusedBeforeAnyChannel) {
 }
 
 // What is said of them is the packet hook's to show.
-TEST_F(Handoff, SendsAndWakes) {
+TEST_F(Handoff, SendWakesTheInstanceEvenIfItsChannelIsFull) {
     standin::MapInterface(5, 105);
     standin::MapInterface(6, 106);
     for (const uint32_t pktType : {kCapwap, kWapi}) {
@@ -165,7 +165,7 @@ TEST_F(Handoff, SendsAndWakes) {
 
 // --- stations ---
 
-TEST_F(Handoff, InstanceOfAStation) {
+TEST_F(Handoff, StationsAreSpreadByTheHashOfTheirMac) {
     const struct {
         uint8_t mac[6];
         uint64_t start, count;
@@ -188,7 +188,7 @@ TEST_F(Handoff, InstanceOfAStation) {
 }
 
 // The counts go on.
-TEST_F(Handoff, WapiFramesAreCounted) {
+TEST_F(Handoff, WapiCountsGoOnOverAStop) {
     const uint32_t offered = g_lyrKesWapiPacket2Svc, failed = g_lyrKesWapiPacket2Fail;
     const capwap::FrameSpec wapi = {.srcMac = {0x00, 0x11, 0x22, 0x33, 0x44, 0x55},
                                     .etherType = 0x88B4};

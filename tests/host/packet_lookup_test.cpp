@@ -98,7 +98,7 @@ class PacketLookup : public HostTest {
 #define STRANGER \
     "IP not match, ipVer 4, badIp [0xa000002|a000002:0:0:0], firstSrcIp [0xa000001|a000001:0:0:0]"
 
-TEST_F(PacketLookup, Owners) {
+TEST_F(PacketLookup, PacketGetsTheKeyOfItsTunnelOrOfTheDefault) {
     constexpr uint32_t kOk = LYR_DIST_OK, kMismatch = LYR_DIST_SOURCE_MISMATCH, kKept = kArrivalKey;
     FrameSpec raw;
     raw.etherType = 0x88B5;
@@ -138,7 +138,7 @@ TEST_F(PacketLookup, Owners) {
     Run(withDefaults);
 }
 
-TEST_F(PacketLookup, BrokenChainOfTheDefault) {
+TEST_F(PacketLookup, BrokenChainOfTheDefaultIsReportedAndUnlocked) {
     const struct {
         LyrKesDistBucket &bucket;
         const uint32_t &locker;
@@ -169,7 +169,7 @@ TEST_F(PacketLookup, ReportOfAKeepalivePassesThePacketFilter) {
     EXPECT_THAT(TakeReports(), IsEmpty());
 }
 
-TEST_F(PacketLookup, WithoutTables) {
+TEST_F(PacketLookup, LookUpWithoutTablesFailsAndStampsNothing) {
     LyrKes_Dist_Deinit();
     const Packet ipv4 = MakePacket(Control(kAp, kController));
     const Packet ipv6 = MakePacket(Control(kAp6, kController6));
@@ -209,7 +209,7 @@ class SourceMatch : public HostTest {
 #define NONE "0x0|0:0:0:0"
 
 // The packets arrive on port 3, which is interface 7 to the control plane.
-TEST_F(SourceMatch, Packets) {
+TEST_F(SourceMatch, UnicastMatchesByAddressAndBroadcastByInterface) {
     const struct {
         const char *sources;
         const char *destination;

@@ -103,7 +103,7 @@ constexpr std::pair<uint32_t, uint32_t> kUnmarked = {0, 0}, kCounted = {1, 0}, k
 
 // --- ping ---
 
-TEST_F(StatHooks, PingsOfThePeerAtEveryPoint) {
+TEST_F(StatHooks, PingsOfThePeerCountAtEveryPoint) {
     for (const bool ipv6 : {false, true}) {
         for (uint32_t kind = 0; kind < 4; ++kind) {
             SCOPED_TRACE(testing::Message() << (ipv6 ? "IPv6 " : "IPv4 ") << kind);
@@ -123,7 +123,7 @@ TEST_F(StatHooks, PingsOfThePeerAtEveryPoint) {
     EXPECT_EQ(g_LyrHostCwpTrace.count, 0u) << "pings are not traced";
 }
 
-TEST_F(StatHooks, WhatIsNoPingOfThePeer) {
+TEST_F(StatHooks, WhatIsNoPingOfThePeerDoesNotCount) {
     const auto received = [](Bytes payload) { return Frame(3, std::move(payload)); };
     const Bytes message = Message(kPing, 100);
     capwap::FrameSpec tcp = received(message), data = tcp;
@@ -172,7 +172,7 @@ TEST_F(StatHooks, WhatIsNoPingOfThePeer) {
     EXPECT_EQ(LyrKes_ParseCheckCwpType(cases[0].packet.get(), 3), HOST_HOOK_CONTINUE);
 }
 
-TEST_F(StatHooks, ThePeerAndTheCountersOverTheService) {
+TEST_F(StatHooks, NewPeerStartsFromZeroAndAResetKeepsThePeer) {
     const auto ping = [] { return Pass(0, Frame(0, Message(kPing, 40))); };
     EXPECT_EQ(ping(), kUnmarked) << "no peer yet";
     Ping(LYR_KES_PING_SET, kPeer);
@@ -237,7 +237,7 @@ TEST_F(StatHooks, NoPacketOfNeitherPeerCountsWhileThePeerChanges) {
 
 // --- probe ---
 
-TEST_F(StatHooks, ProbesAtEveryPoint) {
+TEST_F(StatHooks, ProbesAreKeptAndPrintedAtEveryPoint) {
     TraceOn(LYR_TRACE_PACKET);
     const capwap::Mac srcMac = {2, 0, 0, 0, 0, 1}, dstMac = {2, 0, 0, 0, 0, 2};
     const struct {
@@ -293,7 +293,7 @@ TEST_F(StatHooks, ProbesAtEveryPoint) {
                            " dst-ip: 20010db8|20010db8:0:0:1][time"));
 }
 
-TEST_F(StatHooks, WhatIsTracedAndWhatIsNot) {
+TEST_F(StatHooks, OnlyProbesAndMarkedPacketsAreTraced) {
     const auto request = [](uint32_t kind) { return Frame(kind, Probe(kProbeRequest)); };
     const auto marked = [](const capwap::FrameSpec &frame) {
         Packet packet = MakePacket(frame);
@@ -340,7 +340,7 @@ TEST_F(StatHooks, WhatIsTracedAndWhatIsNot) {
     }
 }
 
-TEST_F(StatHooks, APeerWithoutAMac) {
+TEST_F(StatHooks, SightingOfAPeerWithoutAMacIsKeptAndReported) {
     TraceOn(LYR_TRACE_FAILURE);
     const HostIpAddr source = {4, {}, {0x0A000001, 0, 0, 0}};
     const HostIpAddr destination = {6, {}, {0x20010DB8, 1, 2, 3}};
@@ -365,7 +365,7 @@ void Append(uint32_t seconds) {
     LyrKes_AddGlbCwpTraceRecord(&record);
 }
 
-TEST_F(StatHooks, TheRingAndItsPages) {
+TEST_F(StatHooks, PagesListTheLastSightingsInOrder) {
     constexpr uint32_t kRing = LYR_CWP_TRACE_NUM;
     for (const uint32_t sightings : {0u, 1u, 256u, 257u, kRing - 1, kRing, kRing + 1, 5000u}) {
         SCOPED_TRACE(sightings);
@@ -468,7 +468,7 @@ TEST_F(StatHooks, AClearLeavesNoBlankRecordAndNoneOfBefore) {
 
 #endif
 
-TEST_F(StatHooks, HooksThatCannotBeRegistered) {
+TEST_F(StatHooks, HookThatCannotBeRegisteredLeavesTheOthers) {
     constexpr const char *kNames[] = {"TXIN", "TXOUT", "RXIN", "RXOUT"};
     TraceOn();
     LyrKes_UnRegCwpStatTrace();

@@ -39,7 +39,7 @@ const Operation kOperations[] = {
 
 using RpcTest = TracedHostTest;
 
-TEST_F(RpcTest, MissingMessages) {
+TEST_F(RpcTest, MissingMessageIsRefusedWithALine) {
     for (const Operation &operation : kOperations) {
         const std::string name = std::string("LyrHost_Kes_") + MundOperationName(operation.code);
         SCOPED_TRACE(name);
@@ -65,7 +65,7 @@ TEST_F(RpcTest, MissingMessages) {
     EXPECT_THAT(TakeReports(), ElementsAre("LyrHost_Kes_DebugTraceSet rpc inmsg is NULL"));
 }
 
-TEST_F(RpcTest, RepliesAndTheirRelease) {
+TEST_F(RpcTest, ReplyIsTheFrameworksAndItsTwinReleasesIt) {
     for (const Operation &operation : kOperations) {
         const char *name = MundOperationName(operation.code);
         SCOPED_TRACE(name);
@@ -88,7 +88,7 @@ TEST_F(RpcTest, RepliesAndTheirRelease) {
     }
 }
 
-TEST_F(RpcTest, ReplyOfAFailedOperation) {
+TEST_F(RpcTest, FailedOperationStillReplies) {
     const LyrKesWapiTunnelReq tooMany = {0, 100};
     void *slot = nullptr;
     EXPECT_EQ(LyrHost_Kes_WapiTunnel(&tooMany, &slot), 1u);
@@ -97,7 +97,7 @@ TEST_F(RpcTest, ReplyOfAFailedOperation) {
     LyrHost_Kes_WapiTunnel_free(slot);
 }
 
-TEST_F(RpcTest, UnknownSubOperation) {
+TEST_F(RpcTest, UnknownSubOperationChangesNothing) {
     EXPECT_EQ(Call(MUND_OP_CwpSrc, SourceRequest(2, 1, kController)), 2u);
     EXPECT_EQ(g_LyrHostCwpSrcRcd[0].srcType, CWP_SRC_FREE);
 }

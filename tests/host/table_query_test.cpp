@@ -89,7 +89,7 @@ class TableQuery : public HostTest {
 using Tables = testing::Types<Ipv4Tunnels, Ipv6Tunnels>;
 TYPED_TEST_SUITE(TableQuery, Tables, TableNames);
 
-TYPED_TEST(TableQuery, ByEitherPort) {
+TYPED_TEST(TableQuery, PortAtEitherEndCountsAndLists) {
     const char *to = TypeParam::kTo;
     const auto add = [&](uint32_t n, uint16_t srcPort, uint16_t dstPort, uint32_t node) {
         EXPECT_EQ(Call(MUND_OP_CwpTunnel,
@@ -121,7 +121,7 @@ TYPED_TEST(TableQuery, ByEitherPort) {
     EXPECT_EQ(page.nextIndex, LYR_KES_LB_END);
 }
 
-TYPED_TEST(TableQuery, EveryEntryOnce) {
+TYPED_TEST(TableQuery, ListingHasEveryEntryOnceInBucketOrder) {
     const struct {
         uint32_t links, entries;
     } cases[] = {{8999, 256}, {8999, 257}, {8999, 3000}, {10, 255},
@@ -159,7 +159,7 @@ TYPED_TEST(TableQuery, AFullPageNamesTheBucketAfterIt) {
     }
 }
 
-TYPED_TEST(TableQuery, ABucketThatFitsIntoNoPage) {
+TYPED_TEST(TableQuery, BucketThatFitsIntoNoPageFillsItAndIsLogged) {
     this->Restart(0);
     this->Add(1, 300);
     this->TraceOn();
@@ -183,7 +183,7 @@ TYPED_TEST(TableQuery, ABucketThatFitsIntoNoPage) {
 
 // With one entry before it and buckets behind it: the page before ends in front of it, its own page
 // is full of its newest, and the listing goes on behind it.
-TYPED_TEST(TableQuery, ACrowdedBucketAmongOthers) {
+TYPED_TEST(TableQuery, ListingGoesOnBehindACrowdedBucket) {
     constexpr uint32_t kCrowded = 5, kLast = 10;
     this->Restart(10);
     this->Add(1, 800);
@@ -210,7 +210,7 @@ TYPED_TEST(TableQuery, ACrowdedBucketAmongOthers) {
     EXPECT_EQ(ListAll<TypeParam>().size(), 800 - (rest - 256));
 }
 
-TYPED_TEST(TableQuery, BucketsBeyondTheIndex) {
+TYPED_TEST(TableQuery, ListingEndsWhereTheIndexNamesNoBucket) {
     this->Restart(60000);
     ASSERT_GT(TypeParam::kCap, 70000u);
     this->Add(1, 3000);
@@ -223,7 +223,7 @@ TYPED_TEST(TableQuery, BucketsBeyondTheIndex) {
                     ".*LbEntryInfo cannot name bucket [0-9]+, the table is not listed further.")));
 }
 
-TYPED_TEST(TableQuery, ABrokenChainAndNoTable) {
+TYPED_TEST(TableQuery, BrokenChainOrMissingTableEndsAQuery) {
     this->Add(1, 20);
     LyrKesDistBucket *bucket = TypeParam::kBuckets;
     while (bucket->next == bucket) {
@@ -255,7 +255,7 @@ TYPED_TEST(TableQuery, ABrokenChainAndNoTable) {
 
 class LoadBalanceDfx : public HostTest {};
 
-TEST_F(LoadBalanceDfx, AnswersAndRefusals) {
+TEST_F(LoadBalanceDfx, Ipv4CountDumpsTheSourcesAndAnUnknownQueryIsRefused) {
     DeclareController();
     TraceOn();
     Count<Ipv6Tunnels>();

@@ -30,7 +30,7 @@ template <class Table>
 class Registration : public TracedHostTest {};
 TYPED_TEST_SUITE(Registration, AllTables, TableNames);
 
-TYPED_TEST(Registration, AddRefreshDelete) {
+TYPED_TEST(Registration, AddRefreshesItsKeyAndDeleteAsksForNoOwner) {
     using Table = TypeParam;
     const struct {
         const char *name;
@@ -72,7 +72,7 @@ TYPED_TEST(Registration, AddRefreshDelete) {
     EXPECT_EQ(entry->reconMark, 2u) << "a refresh is no confirmation";
 }
 
-TYPED_TEST(Registration, NoMemoryForAnEntry) {
+TYPED_TEST(Registration, AddWithoutMemoryFailsAndAddsNothing) {
     const std::string name = TypeParam::kName;
     this->ForgetLines();
     standin::FailCall("TovMemAllocInner");
@@ -95,7 +95,7 @@ class RegistrationTest : public TracedHostTest {
 
 // An add searches, makes its entry with no lock held, and then inserts it. The line about a missing
 // channel comes out in between.
-TEST_F(RegistrationTest, WhatHappensBetweenSearchAndInsertion) {
+TEST_F(RegistrationTest, InsertionLooksAgainAtWhatTheSearchSaw) {
     using Table = Ipv4Tunnels;
     const Instance known(1, kCapwap);
     ASSERT_EQ(Change<Table>(kAdd, 2, 1), 0u);
@@ -131,7 +131,7 @@ TEST_F(RegistrationTest, WhatHappensBetweenSearchAndInsertion) {
     ASSERT_EQ(LyrKes_Dist_Init(), 0u);
 }
 
-TEST_F(RegistrationTest, SessionThatCannotBeCopied) {
+TEST_F(RegistrationTest, SessionThatCannotBeCopiedIsNotAdded) {
     standin::FailCall("memcpy_s");
     EXPECT_THAT(Reported([] { EXPECT_EQ(Change<KaSessions>(kAdd, 1, 3), 1u); }),
                 ElementsAre(Text("Add KA tunnel memcpy_s failed, err = %d", ERANGE)));
@@ -164,7 +164,7 @@ TEST_F(RegistrationTest, ResolvesTheInstanceOnceItIsThere) {
     EXPECT_EQ(g_kes2lyrHostChnMap[kCapwap][7], instance.ChannelId());
 }
 
-TEST_F(RegistrationTest, ChannelOfAnInstanceThatCannotBeResolved) {
+TEST_F(RegistrationTest, InstanceThatCannotBeResolvedGetsNoChannel) {
     EXPECT_THAT(Reported([] { EXPECT_EQ(LyrKes_DistAddChannel(3, 2), kError); }),
                 ElementsAre("channel map not initialized, pid 3, pktType 2"));
     TovThreadInfo **threads = std::exchange(g_lyrHostThreadInfoId[kWapi], nullptr);
@@ -182,7 +182,7 @@ TEST_F(RegistrationTest, ChannelOfAnInstanceThatCannotBeResolved) {
                 ElementsAre(NoChannel("chn/kes2lyrcwp12345")));
 }
 
-TEST_F(RegistrationTest, RangesOfStationInstances) {
+TEST_F(RegistrationTest, StationRangeBeyondTheInstancesIsCutOrRefused) {
     const struct {
         uint32_t start, count;
         bool accepted;
