@@ -53,42 +53,33 @@ TEST_F(Handoff, EveryInstanceHasASlotAndNoOtherKeyHas) {
 }
 
 TEST(ServiceNames, NameThatDoesNotFitIsRefused) {
-    constexpr const char *kCwp = "chn/kes2lyrcwp", *kWapiPrefix = "thd/kes2lyrwapi";
+    const std::string cwp = "chn/kes2lyrcwp", wapi = "thd/kes2lyrwapi";
     const struct {
         uint32_t size;
-        const char *prefix;
-        uint32_t prefixLength;
-        uint32_t index;
-        const char *name;  // null: it fails
-        uint32_t failure;
+        const std::string &prefix;
+        uint32_t index, result;
+        uint32_t prefixLength = 0;  // 0: as it is
     } cases[] = {
-        {20, kCwp, 15, 0, "chn/kes2lyrcwp0", 0},
-        {20, kCwp, 15, 27, "chn/kes2lyrcwp27", 0},
-        {20, kCwp, 15, 12345, "chn/kes2lyrcwp12345", 0},
-        {20, kCwp, 15, 123456, nullptr, ERANGE},
-        {20, kWapiPrefix, 16, 1234, "thd/kes2lyrwapi1234", 0},
-        {20, kWapiPrefix, 16, 12345, nullptr, ERANGE},
-        {32, kCwp, 15, 999999999, "chn/kes2lyrcwp999999999", 0},
-        {32, kCwp, 15, 1000000000, nullptr, kError},
-        {15, kCwp, 15, 1, nullptr, kError},
-        {16, kCwp, 15, 1, "chn/kes2lyrcwp1", 0},
-        {8, kCwp, 5, 1, nullptr, ERANGE},  // longer than it says
-        {20, nullptr, 15, 1, nullptr, kError},
+        {20, cwp, 0, 0},           {20, cwp, 12345, 0},
+        {20, cwp, 123456, ERANGE}, {20, wapi, 12345, ERANGE},
+        {32, cwp, 999999999, 0},   {32, cwp, 1000000000, kError},
+        {15, cwp, 1, kError},      {16, cwp, 1, 0},
+        {8, cwp, 1, ERANGE, 5},  // longer than it says
     };
-    for (const auto &row : cases) {
-        SCOPED_TRACE(row.index);
-        std::vector<char> name(row.size, 'x');
-        EXPECT_EQ(
-            LyrKes_ConstructName(name.data(), row.size, row.prefix, row.prefixLength, row.index),
-            row.failure);
-        if (row.name != nullptr) {
-            std::string padded = row.name;
-            padded.resize(row.size);
-            EXPECT_EQ(std::string(name.begin(), name.end()), padded) << "zeros behind the name";
-        }
+    for (const auto &[size, prefix, index, result, prefixLength] : cases) {
+        SCOPED_TRACE(Text("%s%u in %u bytes", prefix.c_str(), index, size));
+        std::string name(size, 'x'), expected = prefix + std::to_string(index);
+        const auto length = static_cast<uint32_t>(prefix.size() + 1);
+        EXPECT_EQ(LyrKes_ConstructName(name.data(), size, prefix.c_str(),
+                                       prefixLength != 0 ? prefixLength : length, index),
+                  result);
+        expected.resize(size);
+        EXPECT_TRUE(result != 0 || name == expected) << "zeros behind the name";
     }
-    EXPECT_EQ(LyrKes_ConstructName(nullptr, 20, kCwp, 15, 1), kError);
-    EXPECT_STREQ(TOV_CHN_KES2LYR(2), kCwp) << "of any type but WAPI";
+    char room[20];
+    EXPECT_EQ(LyrKes_ConstructName(room, 20, nullptr, 15, 1), kError);
+    EXPECT_EQ(LyrKes_ConstructName(nullptr, 20, cwp.c_str(), 15, 1), kError);
+    EXPECT_EQ(TOV_CHN_KES2LYR(2), cwp) << "of any type but WAPI";
     EXPECT_STREQ(TOV_THD_KES2LYR(2), "thd/kes2lyrcwp");
 }
 
