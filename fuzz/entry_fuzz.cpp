@@ -5,6 +5,7 @@
 #include "capwap/packet_builder.h"
 #include "channel/service_channel.h"
 #include "dfx/debug_trace.h"
+#include "dfx/packet_counters.h"
 #include "kes/channel.h"
 #include "kes/hook.h"
 #include "lb/tunnel_registration.h"
@@ -13,6 +14,7 @@
 #include "standin/channels.h"
 #include "standin/mbuf_pool.h"
 #include "standin/packet_path.h"
+#include "standin/runtime.h"
 #include "started_module.h"
 
 namespace {
@@ -28,6 +30,7 @@ enum Circumstances : uint8_t {
     kMarked = 1 << 3,
     kTraced = 1 << 4,
     kTracesEchoes = 1 << 5,  // and nothing else
+    kNoRoom = 1 << 6,        // in the channels
 };
 
 // Instances 1 and 2 serve tunnels and sessions, instance 3 stations; 4 has no channel.
@@ -110,6 +113,10 @@ Outcome Run(fuzz::ByteSpan frame, uint8_t circumstances) {
     Require((outcome.fate == HOST_HOOK_TAKEN) == (outcome.owner != 0),
             "an instance has what was taken");
     Require(outcome.fate == HOST_HOOK_CONTINUE || forInstances, "other packets are not taken");
+    for (const LyrKesPktStat &row : g_cwpPktStats) {
+        Require(row.rxCnt == row.sendOkCnt + row.sendFailCnt + row.procFailCnt,
+                "what came was sent or failed");
+    }
     Require(std::ranges::equal(standin::FrameAsReceived(packet), frame), "no frame is changed");
     standin::MbufPool::Release(packet);
     return outcome;
@@ -120,6 +127,16 @@ void SetTrace(uint8_t circumstances) {
     request.debugLevel = 3;
     request.capwapMsgType = (circumstances & kTracesEchoes) != 0 ? 13 : 0;
     LyrKes_DebugTraceConfigUpdate(&request);
+}
+
+// Runs the packet while no channel takes any.
+void RunWithoutRoom(fuzz::ByteSpan frame, uint8_t circumstances, const Outcome &quiet) {
+    standin::FailCall("TOV_ChannelDcSend");
+    const Outcome outcome = Run(frame, circumstances);
+    standin::ClearFaults();
+    const bool wasTaken = quiet.fate == HOST_HOOK_TAKEN;
+    Require(outcome.owner == 0 && outcome.fate == (wasTaken ? HOST_HOOK_DISCARD : quiet.fate),
+            "what would be taken is undelivered without room");
 }
 
 }  // namespace
@@ -137,6 +154,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if ((circumstances & (kTraced | kMarked)) != 0) {
         Require(Run(input.Rest(), circumstances) == quiet, "mark and trace change no fate");
     }
+    if ((circumstances & kNoRoom) != 0) {
+        RunWithoutRoom(input.Rest(), circumstances, quiet);
+    }
     if ((circumstances & kTraced) != 0) {
         LyrKes_DebugTraceConfigClear();
     }
@@ -145,7 +165,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
 std::vector<fuzz::Bytes> fuzz::Seeds() {
     std::vector<Bytes> inputs;
-    for (const uint8_t circumstances : Bytes{0, kMarked, kTraced, kTraced | kTracesEchoes}) {
+    for (const uint8_t circumstances :
+         Bytes{0, kMarked, kTraced, kTraced | kTracesEchoes, kNoRoom}) {
         for (Bytes &input : SeedsBehind({circumstances})) {
             inputs.push_back(std::move(input));
         }

@@ -1,6 +1,8 @@
 // Frames before the four statistics hooks, while they watch a peer and trace probes.
 #include <algorithm>
 #include <cstring>
+#include <span>
+#include <string_view>
 
 #include "dfx/debug_trace.h"
 #include "dfx/ping_stat.h"
@@ -145,6 +147,37 @@ void CheckCounters(const Expected &expected, uint32_t hookKind) {
     }
 }
 
+// What the service tells of the counters is their low halves.
+void CheckToldCounters() {
+    LyrKesCwpPingStatRsp told = {};
+    LyrKes_CwpPingGetStat(&told);
+    for (uint32_t kind = 0; kind < KES_HOOK_NUM; ++kind) {
+        const LyrKesCwpPingCounter &counter = g_LyrHostCwpPingStat.counters[kind];
+        Require(told.counts[kind].pktCnt == counter.pktCnt &&
+                    told.counts[kind].fragCnt == counter.fragCnt &&
+                    told.counts[kind].byteCnt == counter.byteCnt,
+                "the service tells the counters");
+    }
+}
+
+// What the service tells of the newest record.
+void CheckToldRecord(const CwpTraceRcd &record, uint32_t position) {
+    static LyrKesCwpTraceRecordRsp page;
+    const LyrKesCwpTraceRecordReq request = {position, LYR_KES_PROBE_GET};
+    Require(LyrKes_CwpTraceGet(&request, &page) == LYR_KES_PROBE_LAST && page.entryNum == 1,
+            "the newest record is the last");
+    const LyrKesCwpTraceEntry &told = page.entries[0];
+    const auto peer = std::span(told.peerAddr.ipv6Addr);
+    bool same = told.peerAddr.ipVer == (record.peer.ipVer == 4 ? 0 : 1) &&
+                (record.peer.ipVer != 4 || told.peerAddr.ipv4Addr == record.peer.ip[0]);
+    for (size_t i = 0; record.peer.ipVer != 4 && i < peer.size(); ++i) {
+        same &= peer[i] == (record.peer.ip[i / 2] >> (i % 2 == 0 ? 16 : 0) & 0xFFFF);
+    }
+    Require(same && told.hookKind == record.hookKind && std::ranges::equal(told.mac, record.mac) &&
+                std::string_view(told.name) == record.name && told.seconds == record.seconds,
+            "the service tells a record");
+}
+
 // The ring since an earlier look.
 class Ring {
   public:
@@ -163,6 +196,7 @@ class Ring {
                     (ipv6 ? std::ranges::equal(record.peer.ip, peer.ipv6)
                           : record.peer.ip[0] == peer.ipv4),
                 "a record names point and peer");
+        CheckToldRecord(record, now.count - 1);
     }
 
   private:
@@ -215,6 +249,9 @@ void RunHook(HostMbuf *packet, const Circumstances &in, fuzz::ByteSpan frame) {
     Require(std::memcmp(&before, &after, sizeof before) == 0, "nothing else is changed");
     Require(std::ranges::equal(standin::FrameAsReceived(packet), frame), "no frame is changed");
     CheckCounters(expected, kind);
+    if (expected.counted) {
+        CheckToldCounters();
+    }
     ring.CheckAppended(expected.recorded, kind, PeerOf(before, kind),
                        before.protoType == HOST_PROTO_IPV6);
 }

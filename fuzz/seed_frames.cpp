@@ -5,6 +5,7 @@
 
 #include "capture/reader.h"
 #include "capwap/describe.h"
+#include "capwap/message_type.h"
 #include "capwap/packet_builder.h"
 #include "capwap_gen/traffic.h"
 
@@ -15,6 +16,7 @@ namespace {
 std::vector<Bytes> Payloads() {
     const capwap::Header full = {
         .hlenWords = 31, .radioMac = capwap::Mac{1, 2, 3, 4, 5, 6}, .wirelessInfo = Bytes(4)};
+    const capwap::Header fragment = {.fragment = true, .fragmentId = 1};
     const std::vector<capwap::ExtensionElement> elements = {{1, Bytes(4)}, {6, {0, 7, 0, 0}}};
     return {
         capwap::ControlMessage(13, 1, capwap::Element(25, Bytes(4))),
@@ -24,6 +26,10 @@ std::vector<Bytes> Payloads() {
         capwap::DtlsRecord(22, Bytes(30)),
         capwap::DtlsRecord(23, Bytes(30)),
         capwap::ExtendedDataFrame(elements, Bytes(20)),
+        capwap::ControlMessage(capwap::kVendorPingRequest, 3, Bytes(60)),
+        capwap::ControlMessage(capwap::kVendorPingResponse, 3, Bytes(24), fragment),
+        capwap::ControlMessage(capwap::kVendorProbeRequest, 4, Bytes(24)),
+        capwap::ControlMessage(capwap::kVendorProbeResponse, 4, Bytes(30), full),
         {},
     };
 }
