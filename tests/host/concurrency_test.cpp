@@ -1,8 +1,14 @@
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
+#include <future>
 #include <thread>
 
 #include "channel/service_channel.h"
+#include "dfx/drop_watch.h"
+#include "mund/reconciliation_messages.h"
 #include "traffic.h"
 
 namespace {
@@ -83,6 +89,65 @@ void UseStatistics(Caller &call, uint32_t round) {
 
 using Concurrency = EngineTest;
 
+// What an operation uses is there until it has ended, though the engine does not wait for it.
+TEST_F(Concurrency, StopWaitsForOperationsThatRun) {
+    ASSERT_EQ(LyrKes_Init(), 0u);
+    TraceOn();
+    std::future<uint32_t> stop;
+    Texts lines;
+    standin::SetLineSink([&](LineKind, std::string_view line) {
+        lines.emplace_back(line);
+        if (!stop.valid()) {
+            stop = std::async(std::launch::async, LyrKes_Exit);
+            EXPECT_EQ(stop.wait_for(200ms), std::future_status::timeout);
+        }
+    });
+    EXPECT_EQ(Call(MUND_OP_WapiTunnel, LyrKesWapiTunnelReq{0, 3}), 0u);
+    EXPECT_EQ(stop.get(), 0u);
+    EXPECT_THAT(lines, ElementsAre("get channel id by channel name chn/kes2lyrwapi0 failed.",
+                                   "get channel id by channel name chn/kes2lyrwapi1 failed.",
+                                   "get channel id by channel name chn/kes2lyrwapi2 failed."));
+}
+
+// Everything runs when the process exits; nothing of it is destroyed under a thread.
+[[noreturn]] void ExitInMidRun(bool strict) {
+    alarm(100);
+    standin::SetStrict(strict);
+    standin::SetTimersManual(false);
+    if (LyrKes_Init() != 0) {
+        std::abort();
+    }
+    auto &traffic = *new Traffic(Kinds(), kPlaces);
+    auto &call = *new Caller;
+    const auto keepDoing = [](auto action) {
+        std::thread([action] {
+            for (uint32_t round = 0;; ++round) {
+                action(round);
+            }
+        }).detach();
+    };
+    keepDoing([&](uint32_t round) { ChangeTunnels(call, round); });
+    keepDoing([&](uint32_t round) { UseStatistics(call, round); });
+    keepDoing([&](uint32_t round) {
+        traffic.Forward(round);
+        traffic.Receive();
+    });
+    call(MUND_OP_Reconciliation, LyrKesReconRecord{});
+    standin::WaitUntilCreatedThreadsIdle();
+    LyrKes_IncreaseMsgDropStat();  // starts a timer
+    std::this_thread::sleep_for(20ms);
+    std::exit(0);
+}
+
+TEST(ExitDeathTest, InMidRunIsPrompt) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    for (const bool strict : {true, false}) {
+        const auto from = std::chrono::steady_clock::now();
+        EXPECT_EXIT(ExitInMidRun(strict), testing::ExitedWithCode(0), "");
+        EXPECT_LT(std::chrono::steady_clock::now() - from, 40s) << "the thread waits for 60";
+    }
+}
+
 TEST_F(Concurrency, StartsAndStopsUnderTrafficAndChanges) {
     std::atomic<uint64_t> lines{0};
     standin::SetLineSink([&](LineKind, std::string_view) { ++lines; });
@@ -118,7 +183,7 @@ TEST_F(Concurrency, StartsAndStopsUnderTrafficAndChanges) {
         EXPECT_EQ(LyrKes_Init(), 0u);
         std::this_thread::sleep_for(60ms);
         StopModule();
-        EXPECT_EQ(standin::ModuleMemory(kModuleId).blocks, 0u);
+        EXPECT_EQ(HeldBesidesRecords(), 0u);
         EXPECT_EQ(standin::CurrentHoldings(), standin::Holdings{});
         if (std::chrono::steady_clock::now() > deadline) {
             ADD_FAILURE() << "packets of some kind do not arrive";

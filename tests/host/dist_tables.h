@@ -193,11 +193,13 @@ class Caller {
         const MundStatus status = MundCall(operation, request, static_cast<uint32_t>(size),
                                            reply != nullptr ? reply : ownReply,
                                            MundReplySize(operation), &replySize, &result);
-        // The tables come after the service, and the sources go before it.
+        // The tables come after the service, and the sources go before it. One that comes in the
+        // middle of a stop is refused.
         const bool ran = status == MUND_STATUS_OK;
-        const bool sane =
-            ran ? (result <= 1 || result == kError) && replySize == MundReplySize(operation)
-                : status == MUND_STATUS_NO_SERVICE;
+        const bool refused = result == 1 && replySize == 0;
+        const bool sane = ran ? refused || ((result <= 1 || result == kError) &&
+                                            replySize == MundReplySize(operation))
+                              : status == MUND_STATUS_NO_SERVICE;
         served += ran && sane ? 1 : 0;
         wrong += sane ? 0 : 1;
         return ran;

@@ -8,6 +8,7 @@
 #include "module/lifecycle.h"
 #include "module/registration.h"
 #include "standin/channels.h"
+#include "verify/verify_records.h"
 
 namespace host_test {
 
@@ -96,6 +97,7 @@ bool Instance::WokenWith(uint32_t events) {
 }
 
 void EngineTest::SetUp() {
+    standin::SetStrict(true);
     standin::ClearFaults();
     standin::ClearCapabilities();
     standin::ClearInterfaceMap();
@@ -110,6 +112,7 @@ void EngineTest::SetUp() {
 
 void EngineTest::TearDown() {
     LyrKes_DebugTraceConfigClear();
+    standin::JoinCreatedThreads();
     tov_mod_dtr_mod_kes_lyrhost();
     standin::ClearFaults();
     standin::SetLineSink({});
@@ -170,12 +173,15 @@ Texts OfLevels(uint32_t levels, Texts lines) {
 
 void StopModule() {
     EXPECT_EQ(LyrKes_Exit(), 0u);
-    standin::JoinCreatedThreads();
 }
 
 void Restart() {
     StopModule();
     ASSERT_EQ(LyrKes_Init(), 0u);
+}
+
+size_t HeldBesidesRecords() {
+    return standin::ModuleMemory(kModuleId).blocks - LyrKes_VerifyRcdGetCnt(LYR_VERIFY_LB_TUNNELS);
 }
 
 void HostTest::SetUp() {

@@ -120,6 +120,9 @@ Texts OfLevels(uint32_t levels, Texts lines);
 void StopModule();
 void Restart();
 
+// Blocks that the module holds besides its verify records, which outlast a stop.
+size_t HeldBesidesRecords();
+
 // The module id that the tests' module has.
 constexpr uint32_t kModuleId = 42;
 

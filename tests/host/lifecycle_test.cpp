@@ -197,7 +197,6 @@ TEST_F(Start, EveryCallOfTheEngineFailingInTurn) {
             } else {
                 EXPECT_EQ(result, 1u);
                 ++failed;
-                standin::JoinCreatedThreads();  // for the name of one that was started
             }
             ExpectNothingLeft();
             EXPECT_EQ(LyrKes_Init(), 0u) << "afterwards";
@@ -255,9 +254,8 @@ TEST_F(Start, EveryFailingStepSaysWhy) {
         standin::ClearFaults();
         EXPECT_EQ(Lines(LineKind::kReport), row.lines);
         if (row.result == 0) {
-            LyrKes_Exit();
+            StopModule();
         }
-        standin::JoinCreatedThreads();
         const Texts assertions = TakeLines(LineKind::kAssertion);
         ASSERT_THAT(assertions, SizeIs(row.assertion != nullptr ? 1 : 0));
         EXPECT_TRUE(assertions.empty() ||

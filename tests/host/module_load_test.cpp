@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
+#include <map>
 #include <memory>
 #include <set>
 #include <sstream>
@@ -12,6 +14,8 @@
 
 #include "mund/call.h"
 #include "mund/messages.h"
+#include "mund/reconciliation_messages.h"
+#include "standin/exported_objects.h"
 #include "standin/module_loader.h"
 #include "standin/packet_path.h"
 #include "standin/runtime.h"
@@ -158,13 +162,68 @@ bool Mapped() {
     return library != nullptr;
 }
 
+template <class Request>
+MundStatus Call(MundOperation operation, const Request &request, uint32_t *result) {
+    uint32_t replySize = 0;
+    return MundCall(operation, &request, sizeof(request), nullptr, 0, &replySize, result);
+}
+
 MundStatus AddSession(uint32_t *result) {
     const LyrKesKaTunnelReq request = {LYR_KES_OPERATION_ADD, {1, 2, 3, 4}, 5};
-    uint32_t replySize = 0;
-    return MundCall(MUND_OP_KaTunnel, &request, sizeof(request), nullptr, 0, &replySize, result);
+    return Call(MUND_OP_KaTunnel, request, result);
+}
+
+// Leaves one tunnel to an audit, which records it.
+void RemoveATunnel() {
+    LyrKesCwpTunnelReq tunnel = {};
+    LyrKesReconRecord step = {};
+    uint32_t result = 9;
+    EXPECT_EQ(Call(MUND_OP_CwpTunnel, tunnel, &result), MUND_STATUS_OK);
+    for (const uint32_t type : {LYR_KES_RECON_BEGIN, LYR_KES_RECON_FINISH}) {
+        step.reconType = type;
+        EXPECT_EQ(Call(MUND_OP_Reconciliation, step, &result), MUND_STATUS_OK);
+    }
+    standin::WaitUntilCreatedThreadsIdle();
+}
+
+uint32_t RecordCount(const standin::Module &module) {
+    const auto count =
+        reinterpret_cast<uint32_t (*)(uint32_t)>(module.Symbol("LyrKes_VerifyRcdGetCnt"));
+    return count(0);
+}
+
+TEST(ModuleLibrary, ValuesBeforeTheFirstStart) {
+    standin::Module module;
+    ASSERT_EQ(module.Load(kLibrary), "");
+    const std::map<std::string, std::vector<uint32_t>> set = {
+        {"g_lyrHostsvcNum", {27}},
+        {"g_LyrKes_DistIpv4Cap", {8999}},
+        {"g_LyrKes_DistIpv6Cap", {8999}},
+        {"g_LyrKes_DistKaCap", {8999}},
+        {"g_lyrKesMsgDropStat", {0, 0, 0, 0, 0, 0xFFFFFFFF, 0}},
+        {"g_lyrKesMsgDropStatTimer", {0xFFFFFFFF}},
+        {"mod_kes_lyrhost_id", {module.Id()}},
+    };
+    size_t objects = 0;
+    for (const std::string &name : Names(kNames)) {
+        const standin::ObjectBytes object = standin::ReadObject(module, name);
+        if (!object.error.empty() || name == "mod_kes_lyrhost") {
+            continue;  // a function; the record
+        }
+        std::vector<uint8_t> expected(object.bytes.size());
+        if (const auto found = set.find(name); found != set.end()) {
+            ASSERT_EQ(found->second.size() * sizeof(uint32_t), expected.size()) << name;
+            std::memcpy(expected.data(), found->second.data(), expected.size());
+        }
+        EXPECT_EQ(object.bytes, expected) << name;
+        ++objects;
+    }
+    EXPECT_EQ(objects, 33u);
+    EXPECT_THAT(module.Unload(), IsEmpty()) << "never started";
 }
 
 TEST(ModuleLibrary, LoadsStartsAndLeavesAgain) {
+    standin::SetStrict(true);
     for (int round = 1; round <= 3; ++round) {
         standin::Module module;
         ASSERT_EQ(module.Load(kLibrary), "") << "round " << round;
@@ -185,11 +244,16 @@ TEST(ModuleLibrary, LoadsStartsAndLeavesAgain) {
         ASSERT_EQ(module.Start(), "");
         EXPECT_EQ(AddSession(&result), MUND_STATUS_OK);
         EXPECT_EQ(result, 0u);
+        RemoveATunnel();
         if (round == 2) {  // stopped and started once more
             module.Stop();
+            EXPECT_EQ(RecordCount(module), 1u);
             ASSERT_EQ(module.Start(), "");
+            EXPECT_EQ(RecordCount(module), 0u);
             EXPECT_EQ(AddSession(&result), MUND_STATUS_OK);
+            RemoveATunnel();
         }
+        EXPECT_EQ(RecordCount(module), 1u);
         EXPECT_THAT(module.Unload(), IsEmpty());
         EXPECT_FALSE(Mapped()) << "round " << round;
         EXPECT_EQ(g_pluginModRegHead, nullptr);

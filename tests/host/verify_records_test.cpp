@@ -67,7 +67,59 @@ TEST_F(VerifyRecords, RemovedTunnelsNewestFirst) {
     for (const uint8_t listIndex : {uint8_t{1}, uint8_t{2}, uint8_t{255}}) {
         ExpectRead({}, listIndex);
     }
-    Restart();
+}
+
+TEST_F(VerifyRecords, OutlastTheStopAndEndWithTheNextStart) {
+    ASSERT_EQ(Change<Ipv4Tunnels>(kAdd, 7, 1), 0u);
+    Descriptions removed;
+    RemoveAllOf<Ipv4Tunnels>(1, &removed);
+    const auto expectThere = [&removed] {
+        LyrKesVerifyRcdGetRsp reply = {};
+        EXPECT_EQ(LyrKes_VerifyRcdGet(0, &reply.rcdNum, reply.records, 56), 0u);
+        EXPECT_EQ(reply.rcdNum, 1u);
+        EXPECT_TRUE(SameBytes(reply.records[0].tunnel, removed[0]));
+    };
+    StopModule();
+    expectThere();
+    EXPECT_EQ(standin::ModuleMemory(kModuleId).blocks, 1u);
+    for (const bool fails : {true, false}) {
+        SCOPED_TRACE(fails);
+        ASSERT_EQ(Add(0, 1, removed[0]), 0u);
+        if (fails) {
+            standin::FailCall("TovThreadCreate");
+        }
+        EXPECT_EQ(LyrKes_Init(), fails ? 1u : 0u);
+        EXPECT_EQ(LyrKes_VerifyRcdGetCnt(0), 0u);
+        EXPECT_TRUE(!fails || standin::ModuleMemory(kModuleId).blocks == 0);
+    }
+    ExpectRead({});
+}
+
+TEST_F(VerifyRecords, BrokenNodeStaysAndNothingElseSuffers) {
+    for (uint8_t n = 1; n <= 100; ++n) {
+        ASSERT_EQ(Add(0, 1, Filled(n)), 0u);
+    }
+    // The second one of a full list is broken: the first has no neighbour that points back at it.
+    LyrKesVerifyRcdLinks *const first = g_lyrKesVerifyRcd[0].first, *const second = first->next;
+    for (LyrKesVerifyRcdLinks *const wrong :
+         {static_cast<LyrKesVerifyRcdLinks *>(nullptr), second, g_lyrKesVerifyRcd[0].last}) {
+        second->prev = wrong;
+        const size_t blocks = standin::ModuleMemory(kModuleId).blocks;
+        EXPECT_EQ(Add(0, 1, Filled(101)), 0u) << "lost: there is no room";
+        EXPECT_EQ(LyrKes_VerifyRcdGetCnt(0), 100u);
+        EXPECT_EQ(standin::ModuleMemory(kModuleId).blocks, blocks);
+        const LyrKesVerifyRcdGetRsp reply = ReadVerifyRecords();
+        EXPECT_EQ(reply.rcdNum, 100u);
+        EXPECT_TRUE(SameBytes(reply.records[0].tunnel, Filled(100)));
+    }
+    for (int round = 0; round < 2; ++round) {
+        LyrKes_VerifyRcdClearAllTable();
+        EXPECT_EQ(LyrKes_VerifyRcdGetCnt(0), 2u);
+        EXPECT_EQ(g_lyrKesVerifyRcd[0].first, first);
+        second->prev = nullptr;
+    }
+    second->prev = first;
+    LyrKes_VerifyRcdClearAllTable();
     ExpectRead({});
 }
 

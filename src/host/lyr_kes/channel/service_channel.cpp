@@ -44,11 +44,12 @@ uint32_t LyrKes_InitChannelInfoByPktType(uint32_t pktType) {
     }
     uint32_t *&channels = g_kes2lyrHostChnMap[pktType];
     TovThreadInfo **&threads = g_lyrHostThreadInfoId[pktType];
-    channels = lyr::NewInstanceArray<uint32_t>(TOV_CHANNEL_ID_NONE, kTag, __LINE__);
+    lyr::StoreRelease(channels,
+                      lyr::NewInstanceArray<uint32_t>(TOV_CHANNEL_ID_NONE, kTag, __LINE__));
     if (channels == nullptr) {
         return ReportNoMemory("ChannelMap init TovMemAlloc failed", __LINE__);
     }
-    threads = lyr::NewInstanceArray<TovThreadInfo *>(nullptr, kTag, __LINE__);
+    lyr::StoreRelease(threads, lyr::NewInstanceArray<TovThreadInfo *>(nullptr, kTag, __LINE__));
     if (threads == nullptr) {
         lyr::FreeInstanceArray(channels);
         return ReportNoMemory("ThreadInfoId init TovMemAlloc failed", __LINE__);

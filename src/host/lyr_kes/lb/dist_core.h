@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstring>
+#include <optional>
 
 #include "kes/diag.h"
 #include "lb/dist_hash.h"
@@ -46,19 +47,41 @@ uint32_t IndexOf(uint32_t hash) {
     return hash % LoadRelaxed(Table::kCap);
 }
 
-// The table's buckets, or null while it does not exist. A table can go at any time but not while
-// its locker is held: whoever holds it looks again.
+// The table's buckets, or null while it does not exist.
 template <class Table>
 LyrKesDistBucket *Buckets() {
     return LoadAcquire(Table::kBuckets);
 }
 
-// The bucket of a hash, or null while the table does not exist.
+// A table with its locker held by a Guard, if the table exists: one that does not is not locked. A
+// table can go at any time but not while its locker is held, so it is looked for once more then.
+template <class Table, class Guard>
+class Held {
+  public:
+    Held() {
+        if (lyr::Buckets<Table>() != nullptr) {
+            guard_.emplace(Table::kLocker);
+            buckets_ = lyr::Buckets<Table>();
+        }
+    }
+
+    // Null while the table does not exist.
+    LyrKesDistBucket *Buckets() const {
+        return buckets_;
+    }
+    LyrKesDistBucket *BucketOf(uint32_t hash) const {
+        return buckets_ != nullptr ? &buckets_[IndexOf<Table>(hash)] : nullptr;
+    }
+
+  private:
+    std::optional<Guard> guard_;
+    LyrKesDistBucket *buckets_ = nullptr;
+};
+
 template <class Table>
-LyrKesDistBucket *BucketOf(uint32_t hash) {
-    LyrKesDistBucket *buckets = Buckets<Table>();
-    return buckets != nullptr ? &buckets[IndexOf<Table>(hash)] : nullptr;
-}
+using HeldForReading = Held<Table, ReadGuard>;
+template <class Table>
+using HeldForWriting = Held<Table, WriteGuard>;
 
 // The entry of a key in a bucket, under the table's locker. Without one, `broken` says whether the
 // walk met a null link before it came back to the bucket.
@@ -82,12 +105,13 @@ Found<Table> Find(LyrKesDistBucket *bucket, const typename Table::Key &key) {
     return {};
 }
 
-// Links an entry in at the front, so that a walk meets the newest first.
+// Links an entry in at the front, so that a walk meets the newest first. Links are stored whole: an
+// engine may look at a bucket while it changes.
 inline void Insert(LyrKesDistBucket *bucket, LyrKesDistBucket *entry) {
     entry->prev = bucket;
     entry->next = bucket->next;
-    bucket->next->prev = entry;
-    bucket->next = entry;
+    StoreRelaxed(bucket->next->prev, entry);
+    StoreRelaxed(bucket->next, entry);
 }
 
 // Takes an entry out. False for one whose own links are broken: it stays where it is.
@@ -95,8 +119,8 @@ inline bool Unlink(LyrKesDistBucket *entry) {
     if (entry->prev == nullptr || entry->next == nullptr) {
         return false;
     }
-    entry->next->prev = entry->prev;
-    entry->prev->next = entry->next;
+    StoreRelaxed(entry->next->prev, entry->prev);
+    StoreRelaxed(entry->prev->next, entry->next);
     entry->prev = nullptr;
     entry->next = nullptr;
     return true;

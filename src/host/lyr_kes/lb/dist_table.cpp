@@ -44,8 +44,7 @@ bool CreateTable() {
     if (buckets == nullptr) {
         return false;
     }
-    // Operations may be waiting for the table: its locker is ready before it can be seen.
-    lyr::StoreRelaxed(Table::kLocker, 0u);
+    // Its locker is 0 whenever nobody holds it, and never written while somebody may.
     lyr::StoreRelease(Table::kBuckets, buckets);
     return true;
 }
@@ -67,14 +66,15 @@ template <class Table>
 void ReleaseTable() {
     LyrKesDistBucket *buckets;
     {
-        const lyr::WriteGuard guard(Table::kLocker);
-        buckets = lyr::Buckets<Table>();
+        const lyr::HeldForWriting<Table> table;
+        buckets = table.Buckets();
+        if (buckets == nullptr) {
+            return;
+        }
         lyr::StoreRelease<LyrKesDistBucket *>(Table::kBuckets, nullptr);
     }
-    if (buckets != nullptr) {
-        FreeEntries<Table>(buckets);
-        LyrKes_Dist_HashTblDeinit(buckets);
-    }
+    FreeEntries<Table>(buckets);
+    LyrKes_Dist_HashTblDeinit(buckets);
 }
 
 template <class Table>
@@ -140,7 +140,9 @@ LyrKesDistBucket *LyrKes_Dist_HashTblInit(uint32_t cap) {
 }
 
 void LyrKes_Dist_HashTblDeinit(LyrKesDistBucket *buckets) {
-    TovMemFreeInner(buckets);
+    if (buckets != nullptr) {
+        TovMemFreeInner(buckets);
+    }
 }
 
 uint32_t LyrKes_DistIpv4_GetHashIndex(const void *key, uint32_t length) {

@@ -16,13 +16,6 @@
 #include "verify/recon_queue.h"
 #include "verify/verify_records.h"
 
-#define LYR_DEFINE_TWIN(name)                                              \
-    uint32_t LyrHost_Kes_##name##_free(void *message) {                    \
-        return lyr::DestroyMessage("LyrHost_Kes_" #name "_free", message); \
-    }
-LYR_RPC_OPERATIONS(LYR_DEFINE_TWIN)
-#undef LYR_DEFINE_TWIN
-
 namespace {
 
 uint32_t ChangeIpv4Tunnel(const LyrKesCwpTunnelReq &request, bool remove) {
@@ -106,9 +99,9 @@ uint32_t UseMessageTypeStatistics(const LyrKesCwpMsgTypeStatReq &request,
     return MUND_RESULT_OK;
 }
 
-}  // namespace
+// --- the operations; each gets its own name, for its lines ---
 
-uint32_t LyrHost_Kes_CwpTunnel(const void *inMsg, void ** /*outMsg*/) {
+uint32_t CwpTunnel(const char * /*operation*/, const void *inMsg, void ** /*outMsg*/) {
     const auto *request = static_cast<const LyrKesCwpTunnelReq *>(inMsg);
     if (request == nullptr || !IsAddOrDelete(request->operation)) {
         return MUND_RESULT_REFUSED;
@@ -118,7 +111,7 @@ uint32_t LyrHost_Kes_CwpTunnel(const void *inMsg, void ** /*outMsg*/) {
                                        : ChangeIpv6Tunnel(*request, remove);
 }
 
-uint32_t LyrHost_Kes_KaTunnel(const void *inMsg, void ** /*outMsg*/) {
+uint32_t KaTunnel(const char * /*operation*/, const void *inMsg, void ** /*outMsg*/) {
     const auto *request = static_cast<const LyrKesKaTunnelReq *>(inMsg);
     if (request == nullptr) {
         return MUND_RESULT_REFUSED;
@@ -139,20 +132,20 @@ uint32_t LyrHost_Kes_KaTunnel(const void *inMsg, void ** /*outMsg*/) {
     }
 }
 
-uint32_t LyrHost_Kes_WapiTunnel(const void *inMsg, void **outMsg) {
+uint32_t WapiTunnel(const char *operation, const void *inMsg, void **outMsg) {
     return lyr::Answer<LyrKesWapiTunnelReq, LyrKesWapiTunnelRsp>(
-        __func__, inMsg, outMsg, MUND_RESULT_REFUSED, [](const auto &request, auto &reply) {
+        operation, inMsg, outMsg, MUND_RESULT_REFUSED, [](const auto &request, auto &reply) {
             reply.result = LyrKes_DistAddWapiTunnel(request.startVcpuId, request.instSpec);
             return reply.result;
         });
 }
 
-uint32_t LyrHost_Kes_LoadBalanceDfx(const void *inMsg, void **outMsg) {
-    return lyr::Answer<LyrKesLbDfxReq, LyrKesLbDfxRsp>(__func__, inMsg, outMsg, MUND_RESULT_REFUSED,
-                                                       QueryTables);
+uint32_t LoadBalanceDfx(const char *operation, const void *inMsg, void **outMsg) {
+    return lyr::Answer<LyrKesLbDfxReq, LyrKesLbDfxRsp>(operation, inMsg, outMsg,
+                                                       MUND_RESULT_REFUSED, QueryTables);
 }
 
-uint32_t LyrHost_Kes_CwpSrc(const void *inMsg, void ** /*outMsg*/) {
+uint32_t CwpSrc(const char * /*operation*/, const void *inMsg, void ** /*outMsg*/) {
     const auto *request = static_cast<const LyrKesCwpSrcReq *>(inMsg);
     if (request == nullptr || !IsAddOrDelete(request->operation)) {
         return MUND_RESULT_REFUSED;
@@ -164,7 +157,7 @@ uint32_t LyrHost_Kes_CwpSrc(const void *inMsg, void ** /*outMsg*/) {
                   source.srcAddr.ipv6Addr, source.srcIf);
 }
 
-uint32_t LyrHost_Kes_CwpSrcReconciliation(const void *inMsg, void ** /*outMsg*/) {
+uint32_t CwpSrcReconciliation(const char * /*operation*/, const void *inMsg, void ** /*outMsg*/) {
     const auto *request = static_cast<const LyrKesCwpSrcReconReq *>(inMsg);
     if (request == nullptr) {
         return MUND_RESULT_REFUSED;
@@ -172,10 +165,10 @@ uint32_t LyrHost_Kes_CwpSrcReconciliation(const void *inMsg, void ** /*outMsg*/)
     return lyr::ReplaceCwpSources(*request);
 }
 
-uint32_t LyrHost_Kes_DebugTraceSet(const void *inMsg, void ** /*outMsg*/) {
+uint32_t DebugTraceSet(const char *operation, const void *inMsg, void ** /*outMsg*/) {
     const auto *request = static_cast<const LyrKesDebugTraceReq *>(inMsg);
     if (request == nullptr) {
-        LYR_KES_DiagLog(LYR_HOST_ERR, "%s rpc inmsg is NULL", __func__);
+        LYR_KES_DiagLog(LYR_HOST_ERR, "%s rpc inmsg is NULL", operation);
         return MUND_RESULT_REFUSED;
     }
     if (request->msgType == LYR_KES_TRACE_CLEAR) {
@@ -189,7 +182,7 @@ uint32_t LyrHost_Kes_DebugTraceSet(const void *inMsg, void ** /*outMsg*/) {
     return MUND_RESULT_OK;
 }
 
-uint32_t LyrHost_Kes_Reconciliation(const void *inMsg, void ** /*outMsg*/) {
+uint32_t Reconciliation(const char * /*operation*/, const void *inMsg, void ** /*outMsg*/) {
     const auto *record = static_cast<const LyrKesReconRecord *>(inMsg);
     if (record == nullptr) {
         return MUND_RESULT_REFUSED;
@@ -197,7 +190,7 @@ uint32_t LyrHost_Kes_Reconciliation(const void *inMsg, void ** /*outMsg*/) {
     return QueueRecords(record, 1, "Failed to write recon msg queue");
 }
 
-uint32_t LyrHost_Kes_BatchReconciliation(const void *inMsg, void ** /*outMsg*/) {
+uint32_t BatchReconciliation(const char * /*operation*/, const void *inMsg, void ** /*outMsg*/) {
     const auto *request = static_cast<const LyrKesBatchReconReq *>(inMsg);
     if (request == nullptr || request->count == 0) {
         return MUND_RESULT_REFUSED;
@@ -205,12 +198,12 @@ uint32_t LyrHost_Kes_BatchReconciliation(const void *inMsg, void ** /*outMsg*/) 
     return QueueRecords(request->records, request->count, "Failed to write batch recon msg queue");
 }
 
-uint32_t LyrHost_Kes_VerifyRcdGet(const void *inMsg, void **outMsg) {
+uint32_t VerifyRcdGet(const char *operation, const void *inMsg, void **outMsg) {
     if (inMsg == nullptr || outMsg == nullptr) {
         LYR_KES_DiagLog(LYR_HOST_ERR, "Cmp host verify recd get inMsg or outMsg is NULL.");
         return MUND_RESULT_FAILED;
     }
-    auto *reply = lyr::CreateReply<LyrKesVerifyRcdGetRsp>(__func__, outMsg);
+    auto *reply = lyr::CreateReply<LyrKesVerifyRcdGetRsp>(operation, outMsg);
     if (reply == nullptr) {
         LYR_KES_DiagLog(LYR_HOST_ERR, "Cmp host verify recd get fail.");
         return MUND_RESULT_FAILED;
@@ -222,7 +215,7 @@ uint32_t LyrHost_Kes_VerifyRcdGet(const void *inMsg, void **outMsg) {
     return MUND_RESULT_OK;
 }
 
-uint32_t LyrHost_Kes_VerifyRcdReset(const void *inMsg, void ** /*outMsg*/) {
+uint32_t VerifyRcdReset(const char * /*operation*/, const void *inMsg, void ** /*outMsg*/) {
     if (inMsg == nullptr) {
         return MUND_RESULT_REFUSED;
     }
@@ -230,17 +223,17 @@ uint32_t LyrHost_Kes_VerifyRcdReset(const void *inMsg, void ** /*outMsg*/) {
     return MUND_RESULT_OK;
 }
 
-uint32_t LyrHost_Kes_CwpPingStat(const void *inMsg, void **outMsg) {
+uint32_t CwpPingStat(const char *operation, const void *inMsg, void **outMsg) {
     return lyr::Answer<LyrKesCwpPingStatReq, LyrKesCwpPingStatRsp>(
-        __func__, inMsg, outMsg, MUND_RESULT_FAILED, UsePingStatistics);
+        operation, inMsg, outMsg, MUND_RESULT_FAILED, UsePingStatistics);
 }
 
-uint32_t LyrHost_Kes_CwpTraceRecord(const void *inMsg, void **outMsg) {
+uint32_t CwpTraceRecord(const char *operation, const void *inMsg, void **outMsg) {
     if (inMsg == nullptr || outMsg == nullptr) {
-        LYR_KES_DiagLog(LYR_HOST_ERR, "%s rpc inMsg or outMsg is NULL", __func__);
+        LYR_KES_DiagLog(LYR_HOST_ERR, "%s rpc inMsg or outMsg is NULL", operation);
         return MUND_RESULT_FAILED;
     }
-    auto *reply = lyr::NewReply<LyrKesCwpTraceRecordRsp>(__func__, outMsg);
+    auto *reply = lyr::NewReply<LyrKesCwpTraceRecordRsp>(operation, outMsg);
     if (reply == nullptr) {
         return MUND_RESULT_FAILED;
     }
@@ -254,17 +247,17 @@ uint32_t LyrHost_Kes_CwpTraceRecord(const void *inMsg, void **outMsg) {
     return MUND_RESULT_OK;
 }
 
-uint32_t LyrHost_Kes_CwpMsgTypeStat(const void *inMsg, void **outMsg) {
+uint32_t CwpMsgTypeStat(const char *operation, const void *inMsg, void **outMsg) {
     return lyr::Answer<LyrKesCwpMsgTypeStatReq, LyrKesCwpMsgTypeStatRsp>(
-        __func__, inMsg, outMsg, MUND_RESULT_FAILED, UseMessageTypeStatistics);
+        operation, inMsg, outMsg, MUND_RESULT_FAILED, UseMessageTypeStatistics);
 }
 
-uint32_t LyrHost_Kes_GetPktStatistics(const void * /*inMsg*/, void **outMsg) {
+uint32_t GetPktStatistics(const char *operation, const void * /*inMsg*/, void **outMsg) {
     if (outMsg == nullptr) {
-        lyr::ReportNoMessages(__func__);
+        lyr::ReportNoMessages(operation);
         return MUND_RESULT_FAILED;
     }
-    auto *reply = lyr::CreateReply<LyrKesGetPktStatisticsRsp>(__func__, outMsg);
+    auto *reply = lyr::CreateReply<LyrKesGetPktStatisticsRsp>(operation, outMsg);
     if (reply == nullptr) {
         return MUND_RESULT_FAILED;
     }
@@ -274,13 +267,27 @@ uint32_t LyrHost_Kes_GetPktStatistics(const void * /*inMsg*/, void **outMsg) {
     return MUND_RESULT_OK;
 }
 
-uint32_t LyrHost_Kes_ResetPktStatistics(const void * /*inMsg*/, void **outMsg) {
+uint32_t ResetPktStatistics(const char *operation, const void * /*inMsg*/, void **outMsg) {
     if (outMsg == nullptr) {
-        lyr::ReportNoMessages(__func__);
+        lyr::ReportNoMessages(operation);
         return MUND_RESULT_FAILED;
     }
     LyrKes_ClearCtrlPktStatic();
-    return lyr::CreateReply<LyrKesResetPktStatisticsRsp>(__func__, outMsg) != nullptr
+    return lyr::CreateReply<LyrKesResetPktStatisticsRsp>(operation, outMsg) != nullptr
                ? MUND_RESULT_OK
                : MUND_RESULT_FAILED;
 }
+
+}  // namespace
+
+// What the framework calls.
+#define LYR_DEFINE_OPERATION(name)                                                                \
+    uint32_t LyrHost_Kes_##name(const void *inMsg, void **outMsg) {                               \
+        const lyr::RunningOperation running;                                                      \
+        return running.Admitted() ? name(__func__, inMsg, outMsg) : uint32_t{MUND_RESULT_FAILED}; \
+    }                                                                                             \
+    uint32_t LyrHost_Kes_##name##_free(void *message) {                                           \
+        return lyr::DestroyMessage(__func__, message);                                            \
+    }
+LYR_RPC_OPERATIONS(LYR_DEFINE_OPERATION)
+#undef LYR_DEFINE_OPERATION

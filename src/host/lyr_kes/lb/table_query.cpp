@@ -49,8 +49,8 @@ uint32_t CountEntries(const LyrKesLbDfxReq &request, const char *query) {
     uint32_t count = 0;
     Walk walk = Walk::kDone;
     {
-        const lyr::ReadGuard guard(Table::kLocker);
-        const LyrKesDistBucket *buckets = lyr::Buckets<Table>();
+        const lyr::HeldForReading<Table> table;
+        const LyrKesDistBucket *buckets = table.Buckets();
         const uint32_t cap = buckets != nullptr ? lyr::LoadRelaxed(Table::kCap) : 0;
         for (uint32_t b = 0; b < cap && walk == Walk::kDone; ++b) {
             walk = WalkBucket<Table>(&buckets[b], request.tunnelPort, [&count](const auto &) {
@@ -161,8 +161,8 @@ void ListEntries(const LyrKesLbDfxReq &request, LyrKesLbDfxRsp &reply, const cha
     Page page = {.entries = reply.entries};
     PageEnd end;
     {
-        const lyr::ReadGuard guard(Table::kLocker);
-        const LyrKesDistBucket *buckets = lyr::Buckets<Table>();
+        const lyr::HeldForReading<Table> table;
+        const LyrKesDistBucket *buckets = table.Buckets();
         if (buckets != nullptr) {
             end = FillPage<Table>(buckets, request, page);
         }

@@ -80,8 +80,8 @@ template <class Table>
 Upsert RefreshOrInsert(uint32_t hash, const typename Table::Key &key, uint32_t nodeId,
                        lyr::EntryOf<Table> *fresh) {
     {
-        const lyr::WriteGuard guard(Table::kLocker);
-        LyrKesDistBucket *bucket = lyr::BucketOf<Table>(hash);
+        const lyr::HeldForWriting<Table> table;
+        LyrKesDistBucket *bucket = table.BucketOf(hash);
         if (bucket == nullptr) {
             return Upsert::kImpossible;
         }
@@ -146,13 +146,10 @@ template <class Table>
 uint32_t DeleteEntry(uint32_t nodeId, const typename Table::Key &key) {
     const uint32_t hash = lyr::HashOf(key);
     LogChange(kDelete, lyr::IndexOf<Table>(hash), nodeId, key);
-    if (lyr::Buckets<Table>() == nullptr) {
-        return kError;
-    }
     lyr::Found<Table> found;
     {
-        const lyr::WriteGuard guard(Table::kLocker);
-        LyrKesDistBucket *bucket = lyr::BucketOf<Table>(hash);
+        const lyr::HeldForWriting<Table> table;
+        LyrKesDistBucket *bucket = table.BucketOf(hash);
         if (bucket == nullptr) {
             return kError;
         }
@@ -165,7 +162,9 @@ uint32_t DeleteEntry(uint32_t nodeId, const typename Table::Key &key) {
         lyr::ReportBrokenChain(__LINE__);
         return kError;
     }
-    TovMemFreeInner(found.entry);
+    if (found.entry != nullptr) {
+        TovMemFreeInner(found.entry);
+    }
     return kOk;
 }
 

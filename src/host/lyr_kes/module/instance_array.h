@@ -6,6 +6,7 @@
 #include "kes/memory.h"
 #include "module/capability.h"
 #include "module/registration.h"
+#include "module/shared_word.h"
 
 namespace lyr {
 
@@ -29,10 +30,14 @@ Slot *NewInstanceArray(Slot initial, const char *tag, uint32_t line) {
     return slots;
 }
 
+// Frees an array, if there is one. Whoever finds the pointer set may count on what it points at.
 template <class Slot>
 void FreeInstanceArray(Slot *&slots) {
-    TovMemFreeInner(slots);
-    slots = nullptr;
+    Slot *const released = slots;
+    if (released != nullptr) {
+        StoreRelease<Slot *>(slots, nullptr);
+        TovMemFreeInner(released);
+    }
 }
 
 }  // namespace lyr

@@ -46,7 +46,6 @@ void PrepareState() {
 }
 
 void DiscardState() {
-    LyrKes_VerifyRcdClearAllTable();
     LyrKes_DeinitCwpStatDfx();
     LyrKes_DeinitStaInfo();
     LyrKes_DeinitCwpSrcInfo();
@@ -57,11 +56,14 @@ void Unwind(size_t startedSteps) {
         kSteps[--startedSteps].stop();
     }
     DiscardState();
+    lyr::AdmitOperations();
 }
 
 }  // namespace
 
 uint32_t LyrKes_Init() {
+    // What is called before the service is open does not meet anything half made.
+    lyr::RefuseOperations();
     PrepareState();
     for (size_t i = 0; i < std::size(kSteps); ++i) {
         if (kSteps[i].start() == kOk) {
@@ -81,8 +83,6 @@ uint32_t LyrKes_Exit() {
     LyrKes_DeinitCwpSrcInfo();
     LyrKes_RavelRpcServerDestroy();
     LyrKes_DeinitReconInfo();
-    // Without operations and audits no one reads the records any more.
-    LyrKes_VerifyRcdClearAllTable();
     LyrKes_Dist_Deinit();
     // Without packets no drop opens the watch again.
     lyr::EndDropWatch();
@@ -90,5 +90,6 @@ uint32_t LyrKes_Exit() {
     LyrKes_DeinitStaInfo();
     LYR_KES_DiagLog(LYR_HOST_INFO, "LyrHost module exit ok.");
     LyrKes_DeinitCwpStatDfx();
+    lyr::AdmitOperations();
     return kOk;
 }

@@ -1,6 +1,7 @@
 #include "module/registration.h"
 
 #include "module/lifecycle.h"
+#include "verify/verify_records.h"
 
 namespace {
 
@@ -46,6 +47,7 @@ void tov_mod_localctr_mod_kes_lyrhost() {
 }
 
 void tov_mod_dtr_mod_kes_lyrhost() {
+    lyr::ReleaseVerifyRecords();
     mod_kes_lyrhost_id = 0;
 }
 

@@ -20,7 +20,8 @@ LYR_API void tov_modregfn_mod_kes_lyrhost();
 // The address of the registration record.
 LYR_API TovModRegRecord *mod_plugin_register();
 
-// The record's constructors and destructors: they take over the module id, and give it up.
+// The record's constructors and destructors: they take over the module id, and give it up. The
+// global destructor also gives up what outlasts a stop.
 LYR_API void tov_mod_ctr_mod_kes_lyrhost();
 LYR_API void tov_mod_localctr_mod_kes_lyrhost();
 LYR_API void tov_mod_dtr_mod_kes_lyrhost();

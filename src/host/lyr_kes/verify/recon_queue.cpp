@@ -7,6 +7,7 @@
 #include "module/capability.h"
 #include "module/diag_log.h"
 #include "module/registration.h"
+#include "module/shared_word.h"
 #include "module/status.h"
 #include "verify/recon_sweep.h"
 #include "verify/recon_task.h"
@@ -46,6 +47,15 @@ LyrKesReconMsg *Dequeue(uint32_t *status) {
     return *status == kOk ? static_cast<LyrKesReconMsg *>(message) : nullptr;
 }
 
+// Looks the thread up once the message is queued: a thread that is not known yet has its first look
+// at the queue still to come.
+void WakeThread() {
+    if (TovThreadInfo *thread = TOV_ThreadInfoGetByName(lyr::kReconThreadName)) {
+        TOV_EventWrite(thread, lyr::kReconEventQueued);
+        lyr::EndReconIdleWait();
+    }
+}
+
 uint32_t ConfirmTunnel(const LyrKesReconRecord &record) {
     if (record.srcAddr.ipVer == 0) {
         LyrKesDistIpv4Key key = {};
@@ -63,7 +73,7 @@ uint32_t LyrKes_CreateReconMsgQueue() {
     if (g_lyrKesReconMsgQueue != nullptr) {
         return kOk;
     }
-    g_lyrKesReconMsgQueue = TovCreatePipeQue("LYR_KES_RECON_QUEUE", kQueueSize);
+    lyr::StoreRelease(g_lyrKesReconMsgQueue, TovCreatePipeQue("LYR_KES_RECON_QUEUE", kQueueSize));
     if (g_lyrKesReconMsgQueue == nullptr) {
         TovOndAssert(lyr::kReconSource, __LINE__, 0);
         return kFailed;
@@ -72,15 +82,19 @@ uint32_t LyrKes_CreateReconMsgQueue() {
 }
 
 void lyr::DeleteReconQueue() {
-    if (g_lyrKesReconMsgQueue == nullptr) {
+    TovPipeQue *const queue = g_lyrKesReconMsgQueue;
+    if (queue == nullptr) {
         return;
     }
     uint32_t status = 0;
-    for (uint32_t i = 0; i < kQueueSize && TovQueCount(g_lyrKesReconMsgQueue) > 0; ++i) {
-        TovMemFreeInner(Dequeue(&status));
+    // A dequeue that fails once is no end of the queue.
+    for (uint32_t i = 0; i < kQueueSize && TovQueCount(queue) > 0; ++i) {
+        if (LyrKesReconMsg *message = Dequeue(&status)) {
+            TovMemFreeInner(message);
+        }
     }
-    TovQueDelete(g_lyrKesReconMsgQueue);
-    g_lyrKesReconMsgQueue = nullptr;
+    lyr::StoreRelease<TovPipeQue *>(g_lyrKesReconMsgQueue, nullptr);
+    TovQueDelete(queue);
 }
 
 uint32_t LyrKes_WriteReconMsgQueue(const LyrKesReconRecord *records, uint32_t length) {
@@ -88,16 +102,15 @@ uint32_t LyrKes_WriteReconMsgQueue(const LyrKesReconRecord *records, uint32_t le
     if (message == nullptr) {
         return kFailed;
     }
-    const uint32_t error = TovQueEnq(g_lyrKesReconMsgQueue, message);
+    TovPipeQue *const queue = lyr::LoadAcquire(g_lyrKesReconMsgQueue);
+    const uint32_t error = queue != nullptr ? TovQueEnq(queue, message) : kFailed;
     if (error != 0) {
         LYR_KES_DiagLog(LYR_HOST_ERR,
                         "Failed to enqueue node into recon msg queue, ret %d, count %u",
-                        static_cast<int>(error), TovQueCount(g_lyrKesReconMsgQueue));
+                        static_cast<int>(error), queue != nullptr ? TovQueCount(queue) : 0);
         TovMemFreeInner(message);
     }
-    // Looked up once the message is queued: a thread that is not known yet has its first look at
-    // the queue still to come.
-    TOV_EventWrite(TOV_ThreadInfoGetByName(lyr::kReconThreadName), lyr::kReconEventQueued);
+    WakeThread();
     return error == 0 ? kOk : kFailed;
 }
 

@@ -20,7 +20,7 @@ using lyr::kOk;
 constexpr uint32_t kPrefetchDistance = 8;  // buckets
 
 bool AuditIsOpen(uint32_t nodeId) {
-    return reconBeginFlag[nodeId] != 0;
+    return lyr::LoadRelaxed(reconBeginFlag[nodeId]) != 0;
 }
 
 void ReportBrokenChain(uint32_t line) {
@@ -34,8 +34,8 @@ uint32_t Confirm(uint32_t nodeId, const typename Table::Key &key) {
     }
     const uint32_t hash = lyr::HashOf(key);
     {
-        const lyr::WriteGuard guard(Table::kLocker);
-        LyrKesDistBucket *bucket = lyr::BucketOf<Table>(hash);
+        const lyr::HeldForWriting<Table> table;
+        LyrKesDistBucket *bucket = table.BucketOf(hash);
         if (bucket == nullptr) {
             return kFailed;
         }
@@ -121,8 +121,8 @@ bool SweepBucket(LyrKesDistBucket *bucket, uint32_t nodeId, Removed *removed) {
 // Sweeps all buckets. False for a broken chain, which ends the sweep of the table.
 template <class Table>
 bool TakeOutUnconfirmed(uint32_t nodeId, Removed *removed) {
-    const lyr::WriteGuard guard(Table::kLocker);
-    LyrKesDistBucket *buckets = lyr::Buckets<Table>();
+    const lyr::HeldForWriting<Table> table;
+    LyrKesDistBucket *buckets = table.Buckets();
     if (buckets == nullptr) {
         return true;
     }
@@ -155,7 +155,7 @@ uint32_t Sweep(uint32_t nodeId) {
 }  // namespace
 
 uint32_t LyrKes_Recon_BeginProc(uint32_t nodeId) {
-    reconBeginFlag[nodeId] = 1;
+    lyr::StoreRelaxed(reconBeginFlag[nodeId], uint8_t{1});
     return kOk;
 }
 
@@ -190,7 +190,7 @@ uint32_t LyrKes_Recon_FinishProc(uint32_t nodeId) {
     LyrKes_Recon_FinishProcLoopIpv4Tbl(nodeId);
     LyrKes_Recon_FinishProcLoopIpv6Tbl(nodeId);
     LyrKes_Recon_FinishProcLoopKaTbl(nodeId);
-    reconBeginFlag[nodeId] = 0;
+    lyr::StoreRelaxed(reconBeginFlag[nodeId], uint8_t{0});
     return kOk;
 }
 

@@ -6,6 +6,7 @@
 #include "kes/memory.h"
 #include "module/diag_log.h"
 #include "module/registration.h"
+#include "module/shared_word.h"
 #include "module/status.h"
 #include "module/wall_clock.h"
 #include "packet/host_ip_addr.h"
@@ -32,17 +33,19 @@ class ListGuard {
     ListGuard &operator=(const ListGuard &) = delete;
 };
 
+// The heads are stored word by word, each whole: an engine may look at them while they change.
+
 // Takes a node out. False for one whose neighbours do not point back at it: it stays where it is.
 bool Unlink(LyrKesVerifyRcdList *list, LyrKesVerifyRcdLinks *node) {
     if (node->next == nullptr || node->prev == nullptr || node->next->prev != node ||
         node->prev->next != node) {
         return false;
     }
-    node->next->prev = node->prev;
-    node->prev->next = node->next;
+    lyr::StoreRelaxed(node->next->prev, node->prev);
+    lyr::StoreRelaxed(node->prev->next, node->next);
     node->next = nullptr;
     node->prev = nullptr;
-    --list->count;
+    lyr::StoreRelaxed(list->count, list->count - 1);
     return true;
 }
 
@@ -50,15 +53,31 @@ void Append(LyrKesVerifyRcdList *list, LyrKesVerifyRcdLinks *node) {
     LyrKesVerifyRcdLinks *head = &list->links;
     node->next = head;
     node->prev = head->prev;
-    head->prev->next = node;
-    head->prev = node;
-    ++list->count;
+    lyr::StoreRelaxed(head->prev->next, node);
+    lyr::StoreRelaxed(head->prev, node);
+    lyr::StoreRelaxed(list->count, list->count + 1);
 }
 
-void Remove(LyrKesVerifyRcdList *list, LyrKesVerifyRcdLinks *node) {
-    if (Unlink(list, node)) {
-        TovMemFreeInner(static_cast<LyrKesVerifyRcdNode *>(node));
+bool Remove(LyrKesVerifyRcdList *list, LyrKesVerifyRcdLinks *node) {
+    if (!Unlink(list, node)) {
+        return false;
     }
+    TovMemFreeInner(static_cast<LyrKesVerifyRcdNode *>(node));
+    return true;
+}
+
+// The lock is never made anew: who reads the records of a former run may hold it.
+uint32_t MakeLockOnce() {
+    static bool made = false;
+    const uint32_t result = made ? kOk : TovSpinlockInit(&g_lyrKesVerifyRcdLock);
+    made = result == kOk;
+    return result;
+}
+
+void Empty(LyrKesVerifyRcdList *list) {
+    lyr::StoreRelaxed(list->links.next, &list->links);
+    lyr::StoreRelaxed(list->links.prev, &list->links);
+    lyr::StoreRelaxed(list->count, 0u);
 }
 
 uint32_t AddUnconfirmed(const LyrKesVerifyTunnel &tunnel) {
@@ -68,11 +87,19 @@ uint32_t AddUnconfirmed(const LyrKesVerifyTunnel &tunnel) {
 }  // namespace
 
 uint32_t LyrKes_VerifyRcdListInit() {
-    for (LyrKesVerifyRcdList &list : g_lyrKesVerifyRcd) {
-        list.links = {&list.links, &list.links};
-        list.count = 0;
+    const uint32_t result = MakeLockOnce();
+    const ListGuard guard;
+    for (uint32_t listIndex = 0; listIndex < LYR_VERIFY_LIST_NUM; ++listIndex) {
+        LyrKes_VerifyRcdClearAll(listIndex);
+        Empty(&g_lyrKesVerifyRcd[listIndex]);
     }
-    return TovSpinlockInit(&g_lyrKesVerifyRcdLock);
+    return result;
+}
+
+void lyr::ReleaseVerifyRecords() {
+    for (uint32_t listIndex = 0; listIndex < LYR_VERIFY_LIST_NUM; ++listIndex) {
+        LyrKes_VerifyRcdClearAll(listIndex);
+    }
 }
 
 LyrKesVerifyRcdList *LyrKes_VerifyRcdListGet(uint32_t listIndex) {
@@ -97,8 +124,9 @@ uint32_t LyrKes_VerifyRcdNodeAdd(const LyrKesVerifyRcd *record, uint32_t listInd
     if (record == nullptr || list == nullptr) {
         return kFailed;
     }
-    if (list->count == LYR_KES_VERIFY_RCD_NUM) {
-        Remove(list, list->links.next);
+    // Readers have room for so many, also if the oldest cannot be taken out.
+    if (list->count == LYR_KES_VERIFY_RCD_NUM && !Remove(list, list->links.next)) {
+        return kFailed;
     }
     void *block = TovMemAllocInner(mod_kes_lyrhost_id, 0, sizeof(LyrKesVerifyRcdNode), 0,
                                    "LyrKes_VerifyRcdNodeAdd", __LINE__);

@@ -1,4 +1,5 @@
-// Verify records: which tunnels an audit removed, the newest 100 of them.
+// Verify records: which tunnels an audit removed, the newest 100 of them. They outlast a stop; the
+// next start, or the unloading of the module, gives them up.
 #pragma once
 
 #include <cstddef>
@@ -42,7 +43,7 @@ enum LyrKesVerifyListIndex : uint32_t {
 LYR_API LyrKesVerifyRcdList g_lyrKesVerifyRcd[LYR_VERIFY_LIST_NUM];
 LYR_API TovSpinlock g_lyrKesVerifyRcdLock;
 
-// Makes both lists empty and their lock free; the result of the latter.
+// Makes both lists empty, and their lock if there is none yet; the result of the latter.
 LYR_API uint32_t LyrKes_VerifyRcdListInit();
 
 // The list, or null for an index that has none.
@@ -69,3 +70,10 @@ LYR_API void LyrKes_VerifyRcdClearAllTable();
 // Record a tunnel that an audit removed, by its key.
 LYR_API uint32_t LyrKes_LbIpv4VerifyExcptionRcdAdd(const LyrKesDistIpv4Key *key);
 LYR_API uint32_t LyrKes_LbIpv6VerifyExcptionRcdAdd(const LyrKesDistIpv6Key *key);
+
+namespace lyr {
+
+// Gives both lists up, once no one else can use them; also if they were never made.
+void ReleaseVerifyRecords();
+
+}  // namespace lyr
