@@ -230,7 +230,7 @@ TEST_F(AuditConcurrency, ThousandsOfTablesMadeWithAManagerAtTheDoor) {
 
 // The thread of a run that is over, or that failed to start, is not in the next one's way.
 TEST_F(AuditConcurrency, EveryStartAuditsHoweverSoonAfterTheLast) {
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < 100; ++round) {
         standin::SetStrict(round % 2 == 0);
         if (round % 3 == 0) {
             standin::FailCall("HostHookRegister", 5);
