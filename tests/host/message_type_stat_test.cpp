@@ -93,10 +93,7 @@ TEST_F(MessageTypes, OnlyTheSelectedTypeAndItsSuccessorCount) {
     while (instance.Receive() != nullptr) {
     }
 
-    const LyrKesCwpMsgTypeStatRsp unknown = Send(7, 13);
-    EXPECT_EQ(unknown.result, 2u);
-    EXPECT_THAT(std::span(reinterpret_cast<const uint8_t *>(&unknown) + 4, sizeof(unknown) - 4),
-                Each(0));
+    EXPECT_EQ(Send(7, 13).result, 2u);
     EXPECT_FALSE(LyrKes_IsPktMsgTypeStatEnabled());
 }
 

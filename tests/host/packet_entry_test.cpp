@@ -180,18 +180,14 @@ std::string Owner(uint32_t pid, uint32_t srcPort, uint32_t dstPort) {
 }
 
 std::string Summary(const char *kind, uint32_t srcPort, uint32_t dstPort,
-                    const char *dst = "10.0.0.1") {
+                    const char *dst = "10.0.0.1", const char *src = "10.0.10.1") {
     return Text(
-        "[LYR-HOST][%s][MAC=0200-0000-0001][SRC-IP=10.0.10.1][SRC-PORT=%u][DST-IP=%s]"
-        "[DST-PORT=%u]",
-        kind, srcPort, dst, dstPort);
+        "[LYR-HOST][%s][MAC=0200-0000-0001][SRC-IP=%s][SRC-PORT=%u][DST-IP=%s][DST-PORT=%u]", kind,
+        src, srcPort, dst, dstPort);
 }
 
 std::string Ipv6Summary(const char *kind, uint32_t dstPort) {
-    return Text(
-        "[LYR-HOST][%s][MAC=0200-0000-0001][SRC-IP=2001:db8::a:1][SRC-PORT=40000]"
-        "[DST-IP=2001:db8::1][DST-PORT=%u]",
-        kind, dstPort);
+    return Summary(kind, 40000, dstPort, "2001:db8::1", "2001:db8::a:1");
 }
 
 // Taken: each of these is with its instance when the hook returns.

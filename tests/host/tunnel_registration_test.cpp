@@ -30,46 +30,26 @@ template <class Table>
 class Registration : public TracedHostTest {};
 TYPED_TEST_SUITE(Registration, AllTables, TableNames);
 
-TYPED_TEST(Registration, AddRefreshesItsKeyAndDeleteAsksForNoOwner) {
-    using Table = TypeParam;
+TYPED_TEST(Registration, OnlyANewKeyAsksForAChannelAndNoNodeIdBeyondTheInstancesIsTaken) {
+    constexpr uint32_t kAsks = TypeParam::kNeedsChannel;
     const struct {
-        const char *name;
-        uint32_t operation, nodeId;
-        uint32_t result;
-        Contents contents;
+        uint32_t operation, nodeId, result;
         uint32_t lines;  // about a missing channel, or about the node id
     } steps[] = {
-        {"delete of none", kDelete, 3, 0, {}, 0},
-        {"node id above the instances", kAdd, kInstances, 1, {}, 1},
-        {"add", kAdd, 3, 0, {{1, 3}}, Table::kNeedsChannel},
-        {"refresh", kAdd, 5, 0, {{1, 5}}, 0},
-        {"unknown operation", 2, 6, 2, {{1, 5}}, 0},
-        {"refresh by one above the instances", kAdd, kInstances, 1, {{1, 5}}, 1},
-        {"refresh by the highest node id", kAdd, 0xFFFFFFFF, 1, {{1, 5}}, 1},
-        {"delete under another node id", kDelete, 9, 0, {}, 0},
-        {"last instance", kAdd, kInstances - 1, 0, {{1, kInstances - 1}}, Table::kNeedsChannel},
-        {"delete under one above the instances", kDelete, kInstances, 0, {}, 0},
+        {kAdd, kInstances, 1, 1}, {kAdd, 3, 0, kAsks},         {kAdd, 5, 0, 0},
+        {kAdd, 0xFFFFFFFF, 1, 1}, {kDelete, kInstances, 0, 0}, {kAdd, kInstances - 1, 0, kAsks},
     };
-    for (const auto &step : steps) {
-        SCOPED_TRACE(step.name);
+    for (const auto &[operation, nodeId, result, lines] : steps) {
+        SCOPED_TRACE(Text("operation %u, node id %u", operation, nodeId));
         this->ForgetLines();
-        EXPECT_EQ(Change<Table>(step.operation, 1, step.nodeId), step.result);
-        EXPECT_EQ(ContentsOf<Table>(), step.contents);
-        const auto lines = this->TakeReports();
-        ASSERT_THAT(lines, SizeIs(step.lines));
-        EXPECT_THAT(lines, Each(step.result == 1
-                                    ? Text("Add %s tunnel nodeId %u out of bound, svc num 28",
-                                           Table::kName, step.nodeId)
-                                    : NoChannel("chn/kes2lyrcwp" + std::to_string(step.nodeId))));
-        EXPECT_EQ(Table::kLocker, 0u);
+        EXPECT_EQ(Change<TypeParam>(operation, 1, nodeId), result);
+        const std::string line = result == 0
+                                     ? NoChannel("chn/kes2lyrcwp" + std::to_string(nodeId))
+                                     : Text("Add %s tunnel nodeId %u out of bound, svc num 28",
+                                            TypeParam::kName, nodeId);
+        EXPECT_EQ(this->TakeReports(), Texts(lines, line));
     }
     EXPECT_THAT(Channels(kCapwap), Each(TOV_CHANNEL_ID_NONE));
-
-    ASSERT_EQ(Change<Table>(kAdd, 1, 3), 0u);
-    auto *entry = EntriesOf<Table>().at(0);
-    EXPECT_EQ(std::exchange(entry->reconMark, 2), 0u);
-    ASSERT_EQ(Change<Table>(kAdd, 1, 4), 0u);
-    EXPECT_EQ(entry->reconMark, 2u) << "a refresh is no confirmation";
 }
 
 TYPED_TEST(Registration, AddWithoutMemoryFailsAndAddsNothing) {
