@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Checks the formatting of all sources, and runs clang-tidy on the module.
+# Checks the formatting of all sources, and runs clang-tidy on all of src.
 # Usage: scripts/lint.sh BUILD_DIR   (a configured build directory, for its compile commands)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -13,6 +13,6 @@ echo "formatting: ok"
 commands=$(mktemp -d)
 trap 'rm -rf "$commands"' EXIT
 sed 's/ -fno-gnu-unique//g' "$build/compile_commands.json" >"$commands/compile_commands.json"
-git ls-files -z --cached --others --exclude-standard 'src/host/*.cpp' |
+git ls-files -z --cached --others --exclude-standard 'src/*.cpp' |
     xargs -0 -n 4 -P "$(nproc)" clang-tidy -p "$commands" --quiet
 echo "clang-tidy: ok"

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ratio>
+#include <system_error>
 #include <utility>
 
 namespace capture {
@@ -132,7 +133,7 @@ Reader::Reader(const std::string &path)
     const std::string what = "cannot read " + name_ + ": ";
     FILE *file = source_->IsOpen() ? source_->Stream() : nullptr;
     if (file == nullptr) {
-        throw Error(what + std::strerror(errno));
+        throw Error(what + std::generic_category().message(errno));
     }
     char reason[PCAP_ERRBUF_SIZE] = "";
     capture_ = pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, reason);

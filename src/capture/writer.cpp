@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ratio>
+#include <system_error>
 #include <utility>
 
 namespace capture {
@@ -14,7 +15,7 @@ namespace {
 constexpr int kSnapLength = 262144;
 
 [[noreturn]] void Fail(const std::string &name) {
-    throw Error("cannot write " + name + ": " + std::strerror(errno));
+    throw Error("cannot write " + name + ": " + std::generic_category().message(errno));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <sstream>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "control/input_error.h"
@@ -24,7 +25,8 @@ std::vector<std::string> Words(const std::string &line) {
 }
 
 InputError Unreadable(const std::string &name) {
-    return InputError("cannot read commands from '" + name + "': " + std::strerror(errno));
+    return InputError("cannot read commands from '" + name +
+                      "': " + std::generic_category().message(errno));
 }
 
 }  // namespace

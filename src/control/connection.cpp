@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <system_error>
 
 #include "control/input_error.h"
 #include "control/message_bytes.h"
@@ -42,7 +43,7 @@ std::string TooLong(size_t size) {
 // By the error of connect().
 std::string WhyNobodyListens(const std::string &path) {
     if (errno != ECONNREFUSED) {
-        return std::strerror(errno);
+        return std::generic_category().message(errno);
     }
     struct stat file {};
     return stat(path.c_str(), &file) == 0 && !S_ISSOCK(file.st_mode)
@@ -68,7 +69,8 @@ Connection::Connection(const std::string &path)
         throw InputError("--control: " + complaint);
     }
     if (!socket_.Open()) {
-        throw NoEngine(std::string("cannot create a socket: ") + std::strerror(errno));
+        throw NoEngine(std::string("cannot create a socket: ") +
+                       std::generic_category().message(errno));
     }
     mund::SetStallLimit(socket_.Number(), SO_SNDTIMEO, kPatience);
     mund::SetStallLimit(socket_.Number(), SO_RCVTIMEO, kPatience);

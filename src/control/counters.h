@@ -1,6 +1,7 @@
 // The module's counters: how each is called, wherever it is shown.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -13,9 +14,9 @@ namespace control {
 
 // What is counted by, by the place in messages and objects.
 #define LYR_WORDS(name, words) words,
-inline constexpr const char *kPacketTypeWords[] = {MUND_PACKET_TYPES(LYR_WORDS)};
-inline constexpr const char *kPacketClassWords[] = {LYR_KES_PKT_STAT_ROWS(LYR_WORDS)};
-inline constexpr const char *kHookPointWords[] = {LYR_KES_HOOK_KINDS(LYR_WORDS)};
+inline constexpr std::array kPacketTypeWords = {MUND_PACKET_TYPES(LYR_WORDS)};
+inline constexpr std::array kPacketClassWords = {LYR_KES_PKT_STAT_ROWS(LYR_WORDS)};
+inline constexpr std::array kHookPointWords = {LYR_KES_HOOK_KINDS(LYR_WORDS)};
 #undef LYR_WORDS
 
 struct MetricFamily {

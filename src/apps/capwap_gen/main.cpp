@@ -3,6 +3,7 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <system_error>
 
 #include "capture/writer.h"
 #include "capwap/message_type.h"
@@ -30,8 +31,8 @@ std::string Footer() {
     for (const KindInfo &info : kKinds) {
         std::string name(info.name);
         std::string weight = std::to_string(info.weight);
-        text += "  " + name + std::string(17 - name.size() - weight.size(), ' ') + weight + "  " +
-                std::string(info.help) + '\n';
+        text.append("  ").append(name).append(17 - name.size() - weight.size(), ' ');
+        text.append(weight).append("  ").append(info.help).append("\n");
     }
     return text +
            "A kind of weight 0 never appears. Kinds that set a session up also start it.\n"
@@ -108,11 +109,13 @@ void PrintSummary(std::ostream &out, const Tally &tally, const Traffic &traffic)
             << '\n';
     };
     out << tally.frames << " frames of " << traffic.AccessPoints().size() << " access points:\n";
-    for (const auto &[content, count] : tally.byContent)
+    for (const auto &[content, count] : tally.byContent) {
         line(content, count);
+    }
     out << "With the capture's commands a replay delivers to:\n";
-    for (size_t i = 0; i < tally.byInstance.size(); i++)
+    for (size_t i = 0; i < tally.byInstance.size(); i++) {
         line("instance " + std::to_string(i), tally.byInstance[i]);
+    }
     line("nobody: no owner for the session", tally.undelivered);
     line("nobody: not for the management service", tally.returned);
 }
@@ -123,9 +126,10 @@ void Run(Arguments &arguments) {
     if (!arguments.commands.empty()) {
         std::ofstream file(arguments.commands);
         WriteCommands(file, traffic);
-        if (!file.flush())
+        if (!file.flush()) {
             throw std::runtime_error("cannot write " + arguments.commands + ": " +
-                                     std::strerror(errno));
+                                     std::generic_category().message(errno));
+        }
     }
     capture::Writer writer(arguments.out, arguments.nanoseconds ? capture::Times::kNanoseconds
                                                                 : capture::Times::kMicroseconds);
@@ -145,7 +149,7 @@ ExitStatus Complain(const std::string &what, ExitStatus status) {
     return status;
 }
 
-ExitStatus Main(int argc, char **argv) {
+ExitStatus ParseAndRun(int argc, char **argv) {
     CLI::App app("Writes captures of realistic CAPWAP traffic, the same for the same options.",
                  "capwap_gen");
     Arguments arguments;
@@ -154,9 +158,17 @@ ExitStatus Main(int argc, char **argv) {
     app.set_version_flag("--version", "capwap_gen " CAPWAP_GEN_VERSION);
     try {
         app.parse(argc, argv);
-        Run(arguments);
     } catch (const CLI::Success &answer) {
         app.exit(answer);
+        return kOk;
+    }
+    Run(arguments);
+    return kOk;
+}
+
+ExitStatus Main(int argc, char **argv) {
+    try {
+        return ParseAndRun(argc, argv);
     } catch (const CLI::ParseError &error) {
         return Complain(std::string(error.what()) + " (--help lists the options)", kUsage);
     } catch (const std::invalid_argument &error) {
@@ -164,7 +176,6 @@ ExitStatus Main(int argc, char **argv) {
     } catch (const std::exception &error) {
         return Complain(error.what(), kFailed);
     }
-    return kOk;
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <system_error>
 #include <utility>
 
 #include "control/values.h"
@@ -51,7 +52,8 @@ LineLog::LineLog(const std::string &path) : path_(path) {
     made_ = !std::filesystem::exists(path_, error);
     file_ = OpenFile();
     if (!file_.Open()) {
-        throw Failure("--log: cannot write '" + path_ + "': " + std::strerror(errno));
+        throw Failure("--log: cannot write '" + path_ +
+                      "': " + std::generic_category().message(errno));
     }
 }
 
@@ -121,7 +123,7 @@ void LineLog::Write(standin::LineKind kind, std::string_view line) {
 }
 
 void LineLog::Complain(const std::string &consequence) {
-    const std::string reason = std::strerror(errno);
+    const std::string reason = std::generic_category().message(errno);
     if (!path_.empty() && !std::exchange(complained_, true)) {
         std::cerr << "kes_engine: cannot write the log '" + path_ + "': " + reason + "; " +
                          consequence + "\n";

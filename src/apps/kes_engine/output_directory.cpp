@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string_view>
+#include <system_error>
 
 #include "failure.h"
 
@@ -46,7 +47,8 @@ OutputDirectory::OutputDirectory(const std::string &path, const std::string &cap
                       "': " + (error ? error.message() : "there is a file of that name"));
     }
     if (access(path_.c_str(), W_OK | X_OK) != 0) {
-        throw Failure("--out: cannot write to '" + path_ + "': " + std::strerror(errno));
+        throw Failure("--out: cannot write to '" + path_ +
+                      "': " + std::generic_category().message(errno));
     }
     if (IsOurName(fs::path(capture).filename().native()) &&
         fs::equivalent(fs::absolute(capture).parent_path(), path_, error)) {

@@ -24,7 +24,7 @@ std::span<const uint8_t> UdpPayload(const HostMbuf *packet, const standin::HostM
     if (udp + kUdpHeader > frame.size()) {
         return {};
     }
-    const size_t announced = frame[udp + kUdpLengthAt] << 8 | frame[udp + kUdpLengthAt + 1];
+    const size_t announced = size_t{frame[udp + kUdpLengthAt]} << 8 | frame[udp + kUdpLengthAt + 1];
     return frame.size() - udp <= announced ? frame.subspan(udp + kUdpHeader)
                                            : std::span<const uint8_t>();
 }

@@ -171,7 +171,8 @@ class LinePrinter {
                 throw control::InputError("--grep '" + *pattern + "' is not a regular expression");
             }
         }
-        const char *noColour = std::getenv("NO_COLOR");
+        // Nobody changes the environment.
+        const char *noColour = std::getenv("NO_COLOR");  // NOLINT(concurrency-mt-unsafe)
         colours_ = isatty(STDOUT_FILENO) == 1 && (noColour == nullptr || *noColour == '\0');
     }
 

@@ -8,6 +8,7 @@
 #include <exception>
 #include <list>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -63,7 +64,8 @@ ControlServer::Impl::Impl(const std::string &path, WireHandlers handlers,
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       file_(path) {
     if (!wake_.Open()) {
-        throw std::runtime_error("control socket " + path + ": " + std::strerror(errno));
+        throw std::runtime_error("control socket " + path + ": " +
+                                 std::generic_category().message(errno));
     }
     acceptor_ = std::thread([this] { AcceptUntilStopped(); });
 }

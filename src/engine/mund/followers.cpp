@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstring>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace mund {
@@ -44,7 +45,8 @@ void Followers::Publish(uint32_t kind, std::string_view text) {
 
 Follower::Follower(Followers &all) : all_(all), waiting_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
     if (!waiting_.Open()) {
-        throw std::runtime_error(std::string("cannot follow: ") + std::strerror(errno));
+        throw std::runtime_error(std::string("cannot follow: ") +
+                                 std::generic_category().message(errno));
     }
     const std::lock_guard lock(all_.mutex_);
     all_.followers_.push_back(this);

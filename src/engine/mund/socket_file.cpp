@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
 
 namespace mund {
@@ -19,7 +20,7 @@ namespace {
 }
 
 [[noreturn]] void FailWithErrno(const std::string &path, const std::string &what) {
-    Fail(path, what + ": " + std::strerror(errno));
+    Fail(path, what + ": " + std::generic_category().message(errno));
 }
 
 // Between binding and listening a socket looks as one that nobody listens on; and one that looks so

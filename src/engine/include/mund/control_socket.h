@@ -26,7 +26,8 @@ namespace mund {
 // The socket in the user's runtime directory: $XDG_RUNTIME_DIR/lyr_host.sock, or
 // /tmp/lyr_host-UID.sock without one.
 inline std::string DefaultSocketPath() {
-    const char *directory = std::getenv("XDG_RUNTIME_DIR");
+    // Nobody changes the environment.
+    const char *directory = std::getenv("XDG_RUNTIME_DIR");  // NOLINT(concurrency-mt-unsafe)
     if (directory != nullptr && *directory != '\0') {
         return std::string(directory) + "/lyr_host.sock";
     }
