@@ -129,6 +129,8 @@ std::vector<fuzz::Bytes> fuzz::Seeds() {
     std::vector<std::string> lines = {
         std::string("recon run 1 ") + kSiteFile,
         "tunnel add 2001:db8::1 12380 2001:db8::fe 5246 --node 0x3 --vpn 7 # comment",
+        "tunnel del 10.0.0.1 65535 10.0.0.2 0 --vpn 4294967295",
+        "tunnel add 10.0.0.1 1 10.0.0.2 2 --node 4294967295 --vpn 65536",
         "tunnel default --ipv6 --node 4294967295",
         "trace set --level 3 --src 10.0.0.1 --dst :: --sport 1 --dport 65535 --mac "
         "02-00-5e-10-00-01 --type discovery-request",

@@ -438,6 +438,22 @@ fuzz::Bytes TunnelLife(bool ipv6) {
     return program;
 }
 
+// An audit that removes more than the verify records hold.
+fuzz::Bytes LongAudit() {
+    fuzz::Bytes program;
+    constexpr uint8_t kLowByteOfSource = offsetof(LyrKesCwpTunnelReq, srcAddr.ipv4Addr);
+    for (uint8_t source = 0; source < LYR_KES_VERIFY_RCD_NUM + 2; ++source) {
+        program.insert(program.end(), {MUND_OP_CwpTunnel, 1, kLowByteOfSource, source});
+    }
+    LyrKesReconRecord record = {};
+    for (const uint32_t type : {LYR_KES_RECON_BEGIN, LYR_KES_RECON_FINISH}) {
+        record.reconType = type;
+        AppendStep(program, MUND_OP_Reconciliation, record);
+    }
+    AppendStep(program, MUND_OP_VerifyRcdGet, LyrKesVerifyRcdGetReq{});
+    return program;
+}
+
 // Each operation once, with a message of zeros.
 fuzz::Bytes AllOperations() {
     fuzz::Bytes program;
@@ -468,5 +484,6 @@ fuzz::Bytes SourcesAndStatistics() {
 }  // namespace
 
 std::vector<fuzz::Bytes> fuzz::Seeds() {
-    return {AllOperations(), TunnelLife(false), TunnelLife(true), SourcesAndStatistics()};
+    return {AllOperations(), TunnelLife(false), TunnelLife(true), LongAudit(),
+            SourcesAndStatistics()};
 }

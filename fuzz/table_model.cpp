@@ -79,6 +79,7 @@ size_t CountTable(Table table, const LyrKesDistBucket *buckets, uint32_t cap, In
             before = link;
             ++count;
         }
+        Require(buckets[i].prev == before, "buckets are linked both ways");
     }
     return count;
 }
