@@ -66,6 +66,11 @@ TEST_F(KesEngineReplay, PcapngIsReadAsWell) {
     EXPECT_EQ(ReadOut(), ExpectedCaptures(TrafficFrames()));
 }
 
+TEST_F(KesEngineReplay, AnEmptyCaptureIsNotRepeatedForEver) {
+    WriteCapture(Path("in"), {});
+    EXPECT_EQ(Replay("--loop 0 --replay in")["received"], 0);
+}
+
 TEST_F(KesEngineReplay, ALaterRunReplacesTheCapturesOfAnEarlierOne) {
     fs::create_directory(Path("out"));
     for (const char *name : {"returned.pcap", "instance-9-cwp.pcap", "notes.txt", "other.pcap"}) {

@@ -93,7 +93,10 @@ void Engine::Replay(capture::Reader &capture) {
     Measure([&] {
         Progress progress;
         ReplayOnce(capture, progress);
-        for (uint32_t round = 2; !Interrupted() && (options_.loops == 0 || round <= options_.loops);
+        // A capture that gave no frame gives none the next time.
+        const bool repeats = frames_ > 0;
+        for (uint32_t round = 2;
+             repeats && !Interrupted() && (options_.loops == 0 || round <= options_.loops);
              ++round) {
             capture::Reader again(options_.capture);
             ReplayOnce(again, progress);
