@@ -6,7 +6,14 @@
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     static standin::MbufPool pool(1);
-    if (HostMbuf *packet = pool.Receive({data, size}, {.diagnose = true})) {
+    const fuzz::ByteSpan frame(data, size);
+    if (HostMbuf *packet = pool.Receive(frame, {.diagnose = true})) {
+        fuzz::Require(
+            packet->pktLen <= size && packet->dataLen == packet->pktLen &&
+                HostMbufGetL2HeadLength(packet) + HostMbufGetIphdrHeadlen(packet) <= packet->pktLen,
+            "a packet and its headers are within the frame");
+        fuzz::Require(std::ranges::equal(standin::FrameAsReceived(packet), frame),
+                      "a frame stays as it was received");
         fuzz::CheckReaders(packet);
         standin::MbufPool::Release(packet);
     }

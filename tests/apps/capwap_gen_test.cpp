@@ -96,13 +96,17 @@ TEST(MessageType, NamesComeInPairsAndLeadBackToTheirTypes) {
         EXPECT_EQ(capwap::MessageTypeByName(name), std::nullopt) << name;
 }
 
-TEST(PacketBuilder, PayloadsMatchTheirLayouts) {
+TEST(PacketBuilder, LayoutsAreRight) {
     const Bytes element = capwap::Element(0x1234, Bytes{0xAA, 0xBB, 0xCC});
     const capwap::ExtensionElement wlan = {6, {0, 9, 0, 0}};
+    FrameSpec tagged = Spec4({0x55});
+    tagged.vlans = {100, 200};
+    tagged.ipId = 0x0102;
+    tagged.padToMinimum = false;
     const struct {
         const char *name;
         Bytes bytes;
-        const char *hex;
+        std::string hex;
     } kCases[] = {
         {"header", capwap::EncodeHeader({}), "0010020000000000"},
         {"every field",
@@ -124,21 +128,14 @@ TEST(PacketBuilder, PayloadsMatchTheirLayouts) {
          "0100000016fefd00010000000000020001ee"},
         {"extended data", capwap::ExtendedDataFrame({&wlan, 1}, Bytes{0xFF}),
          "00100204000000000000000c0006000800090000ff"},
+        {"tagged frame", BuildFrame(tagged),
+         "02000000000202000000000188a80064810000c80800"
+         "4500001d010200004011658d0a4000010a000001147e147e00096d9e55"},
+        {"padded frame", BuildFrame({.etherType = 0x88B4, .payload = {1, 2, 3}}),
+         "02000000000202000000000188b401020300" + std::string(2 * 42, '0')},
     };
     for (const auto &c : kCases)
         EXPECT_EQ(Hex(c.bytes), c.hex) << c.name;
-}
-
-TEST(PacketBuilder, FramesMatchTheirLayout) {
-    FrameSpec tagged = Spec4({0x55});
-    tagged.vlans = {100, 200};
-    tagged.ipId = 0x0102;
-    tagged.padToMinimum = false;
-    EXPECT_EQ(Hex(BuildFrame(tagged)),
-              "02000000000202000000000188a80064810000c80800"
-              "4500001d010200004011658d0a4000010a000001147e147e00096d9e55");
-    EXPECT_EQ(Hex(BuildFrame({.etherType = 0x88B4, .payload = {1, 2, 3}})),
-              "02000000000202000000000188b401020300" + std::string(2 * 42, '0'));
 }
 
 // Each sum was worked out apart from the builder.
@@ -194,34 +191,32 @@ TEST(PacketBuilder, FragmentsReassemble) {
         {"fits", Spec6(random.Bytes(100)), 800, 1},
     };
     for (auto c : kCases) {
+        SCOPED_TRACE(c.name);
         c.spec.ipId = 0x4242;
-        Bytes whole = BuildFrame(c.spec);
-        std::vector<Bytes> fragments = capwap::BuildFragments(c.spec, c.limit);
-        ASSERT_EQ(fragments.size(), c.count) << c.name;
-        if (c.count == 1) {
-            EXPECT_EQ(fragments[0], whole) << c.name;
-            continue;
-        }
+        const Bytes whole = BuildFrame(c.spec);
+        const std::vector<Bytes> fragments = capwap::BuildFragments(c.spec, c.limit);
+        ASSERT_EQ(fragments.size(), c.count);
         Bytes reassembled;
         for (const Bytes &fragment : fragments) {
-            Layout layout = LayoutOf(fragment);
+            const Layout layout = LayoutOf(fragment);
             auto payload = IpPayload(fragment);
-            uint32_t field = layout.ipv6 ? Read16(payload, 2) : Read16(fragment, layout.ip + 6);
-            uint32_t offset = layout.ipv6 ? field & 0xFFF8 : (field & 0x1FFF) * 8;
-            bool more = (field & (layout.ipv6 ? 1 : 0x2000)) != 0;
-            uint32_t id = layout.ipv6 ? Read16(payload, 6) : Read16(fragment, layout.ip + 4);
-            if (layout.ipv6) {
-                EXPECT_EQ(fragment[layout.ip + 6], 44) << c.name;
-                EXPECT_EQ(payload[0], whole[layout.ip + 6]) << c.name;
+            const auto offset = static_cast<unsigned>(reassembled.size());
+            const unsigned more = &fragment != &fragments.back() ? 1 : 0;
+            char header[17] = "";
+            if (c.count > 1 && layout.ipv6) {
+                std::snprintf(header, sizeof header, "%02x00%04x00004242", whole[layout.ip + 6],
+                              offset | more);
+                EXPECT_EQ(fragment[layout.ip + 6], 44);
+                EXPECT_EQ(Hex(payload.first(8)), header);
                 payload = payload.subspan(8);
+            } else if (!layout.ipv6) {
+                std::snprintf(header, sizeof header, "4242%04x", more << 13 | offset / 8);
+                EXPECT_EQ(Hex(std::span(fragment).subspan(layout.ip + 4, 4)), header);
             }
-            EXPECT_EQ(id, 0x4242u) << c.name;
-            EXPECT_EQ(offset, reassembled.size()) << c.name;
-            EXPECT_LE(payload.size(), c.limit) << c.name;
-            EXPECT_EQ(more, &fragment != &fragments.back()) << c.name;
+            EXPECT_LE(payload.size(), c.limit);
             reassembled.insert(reassembled.end(), payload.begin(), payload.end());
         }
-        EXPECT_EQ(Hex(reassembled), Hex(IpPayload(whole))) << c.name;
+        EXPECT_EQ(Hex(reassembled), Hex(IpPayload(whole)));
     }
 }
 
@@ -264,22 +259,12 @@ TEST(Describe, NamesFrames) {
         EXPECT_EQ(Describe(c.frame), c.name) << Hex(c.frame);
 }
 
-TEST(Describe, IsTotal) {
-    Random random(5);
-    const FrameSpec kSpecs[] = {Spec4(ControlMessage(3, 1, capwap::Element(35, Bytes(16)))),
-                                Spec6(capwap::DtlsRecord(22, Bytes(40)))};
-    for (const FrameSpec &spec : kSpecs) {
-        Bytes frame = BuildFrame(spec);
+TEST(Describe, CutFramesAreDamaged) {
+    for (const FrameSpec &spec : {Spec4(ControlMessage(3, 1, capwap::Element(35, Bytes(16)))),
+                                  Spec6(capwap::DtlsRecord(22, Bytes(40)))}) {
+        const Bytes frame = BuildFrame(spec);
         for (size_t size = 0; size < frame.size(); size++)
-            EXPECT_EQ(Describe(Bytes(frame.begin(), frame.begin() + static_cast<ptrdiff_t>(size))),
-                      "damaged");
-        for (int i = 0; i < 20'000; i++) {
-            Bytes mutated = frame;
-            for (uint32_t flips = random.Between(1u, 4u); flips > 0; flips--)
-                random.Pick(mutated) = static_cast<uint8_t>(random.Word());
-            mutated.resize(random.Between<size_t>(0, mutated.size()));
-            EXPECT_FALSE(Describe(mutated).empty());
-        }
+            EXPECT_EQ(Describe(std::span(frame).first(size)), "damaged") << size;
     }
 }
 
@@ -303,11 +288,8 @@ std::string Capture(const TrafficOptions &options,
                     capture::Times times = capture::Times::kMicroseconds) {
     const Directory directory;
     capture::Writer writer(directory.Path("pcap"), times);
-    Traffic(options).Generate([&](const Frame &frame) {
-        writer.Write({.bytes = frame.bytes,
-                      .timeNs = frame.timeNs,
-                      .wireLength = static_cast<uint32_t>(frame.bytes.size())});
-    });
+    for (const Frame &frame : FramesOf(options))
+        writer.Write({frame.bytes, frame.timeNs, static_cast<uint32_t>(frame.bytes.size())});
     writer.Close();
     return directory.Read("pcap");
 }
@@ -435,32 +417,6 @@ TEST(Traffic, KindsAreAloneWhenAskedFor) {
     EXPECT_EQ(mix.Weight(Kind::kData), 0u);
     EXPECT_EQ(mix.Weight(Kind::kWapi), 7u);
     EXPECT_EQ(mix.Weight(Kind::kWlan), Mix::All().Weight(Kind::kWlan));
-}
-
-// A ping's payload follows a header of 36 bytes, in a first fragment too; a probe names its access
-// point at byte 20.
-TEST(Traffic, VendorMessagesCarryWhatStatisticsGoBy) {
-    TrafficOptions options = Everything();
-    options.mix = Mix::Parse("ping=1,probe=1");
-    std::set<std::string> seen;
-    for (const Frame &frame : FramesOf(options)) {
-        const auto datagram = IpPayload(frame.bytes), message = datagram.subspan(8 + 8);
-        const bool up = Read16(datagram, 2) == capwap::kControlPort;
-        const bool cut = (datagram[8 + 3] & 0x80) != 0;
-        if (cut && Read16(datagram, 8 + 6) != 0)
-            continue;  // a later fragment has no message type
-        std::string name(capwap::MessageTypeName(Read16(message, 0) << 16 | Read16(message, 2)));
-        if (name.starts_with("Vendor Probe")) {
-            ASSERT_GE(message.size(), 8u + 24u);
-            const auto mac = std::span(frame.bytes).subspan(up ? 6 : 0, 6);
-            EXPECT_EQ(Hex(message.subspan(20, 6)), Hex(mac));
-        } else {
-            ASSERT_GE(message.size(), 36u);
-        }
-        seen.insert(name + (cut ? " cut" : "") + (LayoutOf(frame.bytes).ipv6 ? "6" : "4") +
-                    (up ? " up" : " down"));
-    }
-    EXPECT_EQ(seen.size(), 6u * 2u * 2u) << "pings whole and cut, probes; families; directions";
 }
 
 // Fields of a frame as tshark has them, first occurrences only.

@@ -2,9 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <latch>
 #include <thread>
 
+#include "gate.h"
 #include "kes/queue.h"
 #include "kes/sync.h"
 #include "kes/thread.h"
@@ -40,51 +40,39 @@ TEST(Channels, HandPacketsOnInOrderUntilFullOrClosed) {
     CloseChannel(reopened);
 }
 
-// One thread that registers, reads events once told to, and ends.
 struct Reader {
-    std::latch registered{1};
-    std::latch mayRead{1};
+    Gate gate;
     std::atomic<uint32_t> read{0};
-
-    static void Run(void *argument) {
-        auto *self = static_cast<Reader *>(argument);
-        EXPECT_EQ(TOV_ThreadInfoRegByName("thd/reader"), 0u);
-        EXPECT_EQ(TOV_ThreadInfoRegByName("thd/reader"), 0u) << "its own name";
-        self->registered.count_down();
-        self->mayRead.wait();
-        uint32_t events = 0;
-        EXPECT_EQ(TOV_EventRead(&events), 0u);
-        self->read = events;
-        EXPECT_EQ(TOV_EventRead(&events), 0u);
-        self->read = events;
-    }
 };
-
-void WaitFor(const std::atomic<uint32_t> &value, uint32_t expected) {
-    for (int i = 0; i < 5000 && value != expected; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    EXPECT_EQ(value, expected);
-}
 
 TEST(Events, AccumulateUntilTheirThreadReadsThem) {
     EXPECT_EQ(TOV_ThreadInfoGetByName("thd/reader"), nullptr);
     Reader reader;
-    ASSERT_NE(TovThreadCreate("reader with a long name", Reader::Run, &reader), nullptr);
-    reader.registered.wait();
+    const auto run = [](void *argument) {
+        auto *self = static_cast<Reader *>(argument);
+        EXPECT_EQ(TOV_ThreadInfoRegByName("thd/reader"), 0u);
+        EXPECT_EQ(TOV_ThreadInfoRegByName("thd/reader"), 0u) << "its own name";
+        self->gate.Pass();
+        for (int i = 0; i < 2; ++i) {
+            uint32_t events = 0;
+            EXPECT_EQ(TOV_EventRead(&events), 0u);
+            self->read = events;
+            self->read.notify_one();
+        }
+    };
+    ASSERT_NE(TovThreadCreate("reader with a long name", run, &reader), nullptr);
+    reader.gate.entered.wait();
     TovThreadInfo *thread = TOV_ThreadInfoGetByName("thd/reader");
     ASSERT_NE(thread, nullptr);
     EXPECT_EQ(TOV_ThreadInfoRegByName("thd/reader"), 1u) << "another thread's name";
 
-    EXPECT_EQ(TOV_EventWrite(thread, 1), 0u);
-    EXPECT_EQ(TOV_EventWrite(thread, 4), 0u);
-    EXPECT_EQ(TOV_EventWrite(thread, 1), 0u);
-    reader.mayRead.count_down();
-    WaitFor(reader.read, 5);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    EXPECT_EQ(reader.read, 5u) << "the second read blocks";
-    EXPECT_EQ(TOV_EventWrite(thread, 2), 0u);
-    JoinCreatedThreads();
+    for (const uint32_t event : {1u, 4u, 1u}) {
+        EXPECT_EQ(TOV_EventWrite(thread, event), 0u);
+    }
+    reader.gate.mayLeave.count_down();
+    reader.read.wait(0);
+    EXPECT_EQ(reader.read, 5u);
+    ExpectWaitsFor([&] { EXPECT_EQ(TOV_EventWrite(thread, 2), 0u); }, JoinCreatedThreads);
     EXPECT_EQ(reader.read, 2u);
 
     EXPECT_EQ(TOV_EventWrite(thread, 1), 1u) << "the thread has ended";
@@ -93,29 +81,26 @@ TEST(Events, AccumulateUntilTheirThreadReadsThem) {
 
 TEST(Events, AreReadWithoutWaitingInAStrictEngine) {
     SetStrict(true);
-    static std::latch *mayEnd = nullptr;
-    static std::atomic<uint32_t> seen{0};
-    std::latch mayEndHere(1);
-    mayEnd = &mayEndHere;
-    const auto read = [](void *) {
+    Reader reader;
+    const auto run = [](void *argument) {
+        auto *self = static_cast<Reader *>(argument);
         TOV_ThreadInfoRegByName("thd/strict");
-        for (uint32_t events = 0; (events & 1) == 0;) {
+        uint32_t events = 0;
+        for (; (events & 1) == 0; self->read |= events) {
             EXPECT_EQ(TOV_EventRead(&events), 0u);
-            seen |= events;
         }
-        mayEnd->wait();
-        uint32_t events = 1;
+        self->gate.Pass();
         EXPECT_EQ(TOV_EventRead(&events), 0u) << "at once";
         EXPECT_EQ(events, 0u);
     };
-    ASSERT_NE(TovThreadCreate("strict", read, nullptr), nullptr);
+    ASSERT_NE(TovThreadCreate("strict", run, &reader), nullptr);
     WaitUntilCreatedThreadsIdle();  // it has looked for events
     TovThreadInfo *thread = TOV_ThreadInfoGetByName("thd/strict");
     EXPECT_EQ(TOV_EventWrite(thread, 4), 0u);
     WaitUntilCreatedThreadsIdle();
-    EXPECT_EQ(seen, 4u) << "it has taken them";
+    EXPECT_EQ(reader.read, 4u) << "it has taken them";
     EXPECT_EQ(TOV_EventWrite(thread, 1), 0u);
-    mayEndHere.count_down();
+    reader.gate.mayLeave.count_down();
     JoinCreatedThreads();
     SetStrict(false);
 }

@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <latch>
 #include <string>
 #include <thread>
 
+#include "gate.h"
 #include "standin/mbuf_pool.h"
 #include "standin/packet_path.h"
 #include "standin/runtime.h"
@@ -60,34 +60,24 @@ TEST_F(Hooks, RunInAscendingPriorityUntilOneAnswers) {
     EXPECT_EQ(HostHookUnregister(kPoint, C), 0u);
 }
 
-std::latch *entered = nullptr;
-std::latch *leave = nullptr;
+Gate *gate = nullptr;
 
 uint64_t Lingering(HostMbuf *) {
-    entered->count_down();
-    leave->wait();
+    gate->Pass();
     return HOST_HOOK_CONTINUE;
 }
 
 TEST_F(Hooks, UnregisteringWaitsForAThreadInside) {
-    std::latch enteredHere(1);
-    std::latch leaveHere(1);
-    entered = &enteredHere;
-    leave = &leaveHere;
+    Gate gateHere;
+    gate = &gateHere;
     ASSERT_EQ(HostHookRegister(kPoint, 1, Lingering, "test"), 0u);
     std::thread forwarding([] { RunHooks(kPoint, nullptr); });
-    enteredHere.wait();
-
-    std::atomic<bool> unregistered{false};
-    std::thread control([&] {
-        EXPECT_EQ(HostHookUnregister(kPoint, Lingering), 0u);
-        unregistered = true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    EXPECT_FALSE(unregistered);
-    EXPECT_EQ(RunHooks(kPoint, nullptr), HOST_HOOK_CONTINUE) << "it is gone for newcomers";
-    leaveHere.count_down();
-    control.join();
+    gateHere.entered.wait();
+    const auto release = [&] {
+        EXPECT_EQ(RunHooks(kPoint, nullptr), HOST_HOOK_CONTINUE) << "it is gone for newcomers";
+        gateHere.mayLeave.count_down();
+    };
+    ExpectWaitsFor(release, [] { EXPECT_EQ(HostHookUnregister(kPoint, Lingering), 0u); });
     forwarding.join();
 }
 

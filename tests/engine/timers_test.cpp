@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <latch>
 #include <string>
 #include <thread>
 
+#include "gate.h"
 #include "standin/runtime.h"
 
 namespace standin {
@@ -78,8 +78,7 @@ TEST_F(ManualTimers, DeleteThemselvesFromTheirCallback) {
 }
 
 struct Slow {
-    std::latch inside{1};
-    std::latch leave{1};
+    Gate gate;
     std::atomic<int> calls{0};
     std::thread::id thread;
 
@@ -87,8 +86,7 @@ struct Slow {
         auto *self = static_cast<Slow *>(argument);
         self->thread = std::this_thread::get_id();
         if (++self->calls == 3) {
-            self->inside.count_down();
-            self->leave.wait();
+            self->gate.Pass();
         }
         return 0;
     }
@@ -97,16 +95,9 @@ struct Slow {
 TEST(Timers, RunByThemselvesAndAreWaitedForOnDeletion) {
     Slow slow;
     const uint32_t id = Start(1, TOV_TIMER_PERIODIC, Slow::Run, &slow);
-    slow.inside.wait();
-    std::atomic<bool> deleted{false};
-    std::thread deleter([&] {
-        EXPECT_EQ(TovSLcoreTimerDelete(id), 0u);
-        deleted = true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    EXPECT_FALSE(deleted);
-    slow.leave.count_down();
-    deleter.join();
+    slow.gate.entered.wait();
+    ExpectWaitsFor([&] { slow.gate.mayLeave.count_down(); },
+                   [&] { EXPECT_EQ(TovSLcoreTimerDelete(id), 0u); });
     const int callsAtDeletion = slow.calls;
     EXPECT_NE(slow.thread, std::this_thread::get_id());
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
