@@ -132,21 +132,6 @@ TYPED_TEST(DistTable, BrokenChainEndsEveryWalk) {
     EXPECT_EQ(standin::ModuleMemory(kModuleId).blocks, memory);
 }
 
-TYPED_TEST(DistTable, DeletesAnywhereInAChain) {
-    using Table = TypeParam;
-    RestartWithOneBucket();
-    for (const uint32_t n : {1, 2, 3, 4}) {
-        ASSERT_EQ(Change<Table>(kAdd, n, n), 0u);
-    }
-    const std::pair<uint32_t, Contents> steps[] = {
-        {2, {{4, 4}, {3, 3}, {1, 1}}}, {4, {{3, 3}, {1, 1}}}, {1, {{3, 3}}}, {1, {{3, 3}}}, {3, {}},
-    };
-    for (const auto &[n, left] : steps) {
-        EXPECT_EQ(Change<Table>(kDelete, n, n), 0u);
-        EXPECT_EQ(ContentsOf<Table>(), left) << "without " << n;
-    }
-}
-
 // In one bucket, so that only the comparison tells keys apart.
 using DistKeys = HostTest;
 
@@ -310,30 +295,6 @@ TEST(DistLocker, WritersExcludeEachOther) {
     EXPECT_EQ(word, 0u);
     LyrKes_DistWriteUnlock(&word);
     EXPECT_EQ(word, 0u) << "an unlock of a free locker does not wrap it";
-}
-
-TEST(DistLocker, ReadersSeeWhatWritersDidAsAWhole) {
-    constexpr int kRounds = 2000;
-    uint32_t word = 0;
-    int left = 0, right = 0;
-    auto write = [&] {
-        for (int i = 0; i < kRounds; ++i) {
-            const lyr::WriteGuard guard(word);
-            ++left;
-            ++right;
-        }
-    };
-    std::thread first(write), second(write);
-    int torn = 0;
-    for (int i = 0; i < kRounds; ++i) {
-        const lyr::ReadGuard guard(word);
-        torn += left != right ? 1 : 0;
-    }
-    first.join();
-    second.join();
-    EXPECT_EQ(torn, 0);
-    EXPECT_EQ(left, 2 * kRounds);
-    EXPECT_EQ(word, 0u);
 }
 
 }  // namespace

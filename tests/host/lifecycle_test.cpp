@@ -22,30 +22,6 @@ using namespace host_test;
 
 // --- registration ---
 
-TEST(Registration, RecordIsWhereTheEngineReadsIt) {
-    uint8_t expected[176] = {};
-    auto put = [&](size_t offset, auto value) {
-        std::memcpy(&expected[offset], &value, sizeof(value));
-    };
-    put(16, mod_kes_lyrhost.next);
-    put(24, mod_kes_lyrhost.name);
-    put(40, &LyrKes_Init);
-    put(48, &LyrKes_Exit);
-    put(72, 2u);
-    put(88, mod_kes_lyrhost.moduleId);
-    put(120, 720u);
-    put(128, &tov_mod_ctr_mod_kes_lyrhost);
-    put(136, &tov_mod_localctr_mod_kes_lyrhost);
-    put(144, &tov_mod_dtr_mod_kes_lyrhost);
-    put(152, &tov_mod_localdtr_mod_kes_lyrhost);
-    EXPECT_EQ(std::memcmp(expected, &mod_kes_lyrhost, sizeof(expected)), 0);
-    EXPECT_STREQ(mod_kes_lyrhost.name, "kes_lyrhost");
-    EXPECT_EQ(mod_plugin_register(), &mod_kes_lyrhost);
-    EXPECT_EQ(g_pluginModRegHead, &mod_kes_lyrhost);
-    EXPECT_EQ(mod_kes_lyrhost_usrctx, nullptr);
-    EXPECT_EQ(mod_kes_lyrhost_usrctx_len, 0u);
-}
-
 TEST(Registration, LinksInFrontOfWhatIsThere) {
     TovModRegRecord other = {};
     TovModRegRecord *const before = std::exchange(g_pluginModRegHead, &other);
@@ -53,6 +29,11 @@ TEST(Registration, LinksInFrontOfWhatIsThere) {
     tov_modregfn_mod_kes_lyrhost();
     EXPECT_EQ(g_pluginModRegHead, &mod_kes_lyrhost);
     EXPECT_EQ(mod_kes_lyrhost.next, &other);
+    EXPECT_EQ(mod_plugin_register(), &mod_kes_lyrhost);
+    EXPECT_STREQ(mod_kes_lyrhost.name, "kes_lyrhost");
+    EXPECT_EQ(mod_kes_lyrhost.kind, 2u);
+    EXPECT_EQ(mod_kes_lyrhost.recordVersion, 720u);
+    EXPECT_TRUE(mod_kes_lyrhost_usrctx == nullptr && mod_kes_lyrhost_usrctx_len == 0);
     mod_kes_lyrhost.next = next;
     g_pluginModRegHead = before;
 }
