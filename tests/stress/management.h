@@ -65,9 +65,11 @@ class Management {
         Do(MUND_OP_CwpTunnel,
            Tunnel(LYR_KES_OPERATION_ADD, tunnel, table == Table::kIpv6, 5246, OwnerOf(tunnel)));
     }
-    // Has the audits that are queued carried out, also where a wake-up was lost.
+    // Has the audits that are queued carried out, also where a wake-up was lost. A thread that the
+    // engine has failed leaves a queue that may be full.
     void FinishAudits() {
-        Do(MUND_OP_Reconciliation, Record(LYR_KES_RECON_FINISH, 0xFFFF));
+        const LyrKesReconRecord wakeUp = Record(LYR_KES_RECON_FINISH, 0xFFFF);
+        faults_ ? Try(MUND_OP_Reconciliation, wakeUp) : Do(MUND_OP_Reconciliation, wakeUp);
         standin::WaitUntilCreatedThreadsIdle();
     }
     // Audits the instances up to `last`, and confirms nothing.
