@@ -108,35 +108,33 @@ TEST(Events, AreReadWithoutWaitingInAStrictEngine) {
 // A queue and an event are how two threads talk; nothing is lost or stranded between them.
 TEST(Events, WakeTheReaderForEverythingQueued) {
     constexpr uint32_t kMessages = 20000;
-    static TovPipeQue *queue = nullptr;
-    static std::atomic<uint32_t> taken{0};
-    taken = 0;
-    queue = TovCreatePipeQue("stream", 64);
-    ASSERT_NE(TovThreadCreate(
-                  "stream",
-                  [](void *) {
-                      TOV_ThreadInfoRegByName("thd/stream");
-                      for (uint32_t events = 0; taken < kMessages && TOV_EventRead(&events) == 0;) {
-                          for (void *message = nullptr; TovQueDeq(queue, &message) == 0;) {
-                              ++taken;
-                          }
-                      }
-                  },
-                  nullptr),
-              nullptr);
+    struct Stream {
+        TovPipeQue *queue = TovCreatePipeQue("stream", 64);
+        std::atomic<uint32_t> taken{0};
+    } stream;
+    const auto run = [](void *argument) {
+        auto *self = static_cast<Stream *>(argument);
+        TOV_ThreadInfoRegByName("thd/stream");
+        for (uint32_t events = 0; self->taken < kMessages && TOV_EventRead(&events) == 0;) {
+            for (void *message = nullptr; TovQueDeq(self->queue, &message) == 0;) {
+                ++self->taken;
+            }
+        }
+    };
+    ASSERT_NE(TovThreadCreate("stream", run, &stream), nullptr);
     TovThreadInfo *thread = nullptr;
     while ((thread = TOV_ThreadInfoGetByName("thd/stream")) == nullptr) {
         std::this_thread::yield();
     }
     for (uint32_t sent = 0; sent < kMessages;) {
-        if (TovQueEnq(queue, &sent) == 0) {
+        if (TovQueEnq(stream.queue, &sent) == 0) {
             ++sent;
             TOV_EventWrite(thread, 1);
         }
     }
     JoinCreatedThreads();
-    EXPECT_EQ(taken, kMessages);
-    TovQueDelete(queue);
+    EXPECT_EQ(stream.taken, kMessages);
+    TovQueDelete(stream.queue);
 }
 
 TEST(Sync, CountsAndLocksAcrossThreads) {

@@ -3,7 +3,6 @@
 
 #include <cstring>
 #include <functional>
-#include <map>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -112,36 +111,6 @@ bool Allocate() {
     return block != nullptr;
 }
 
-TovThreadInfo *OwnThread() {
-    TOV_ThreadInfoRegByName("thd/faults");
-    return TOV_ThreadInfoGetByName("thd/faults");
-}
-
-char scratch[8];
-
-// Operations whose failure no test of the module shows: each is done once, and says whether it
-// succeeded.
-const std::map<std::string_view, std::function<bool()>> kOperations = {
-    {"TOV_ChannelGetIdByName",
-     [] {
-         const uint32_t id = OpenChannel("chn/faults", 1);
-         const bool found = TOV_ChannelGetIdByName("chn/faults") == id;
-         CloseChannel(id);
-         return found;
-     }},
-    {"TOV_EventWrite", [] { return TOV_EventWrite(OwnThread(), 1) == 0; }},
-    {"TOV_ThreadInfoGetByName", [] { return OwnThread() != nullptr; }},
-    {"TovCapabilityQueryItem",
-     [] {
-         uint32_t value = 0;
-         SetCapability("WCWP_SPEC_SVC_NUM", 1);
-         const bool found = TovCapabilityQueryItem("WCWP_SPEC_SVC_NUM", &value, 4) == 0;
-         ClearCapabilities();
-         return found;
-     }},
-    {"strcat_s", [] { return strcpy_s(scratch, 8, "") == 0 && strcat_s(scratch, 8, "x") == 0; }},
-};
-
 class Faults : public testing::Test {
   protected:
     void TearDown() override {
@@ -150,18 +119,38 @@ class Faults : public testing::Test {
     }
 };
 
+// Operations whose failure no test of the module shows.
 TEST_F(Faults, OperationsFailWhenTold) {
-    for (const auto &[name, operation] : kOperations) {
-        SCOPED_TRACE(name);
-        // A thread of its own, so that registrations end with it.
-        std::thread([&name, &operation] {
+    const uint32_t channel = OpenChannel("chn/faults", 1);
+    SetCapability("WCWP_SPEC_SVC_NUM", 1);
+    TovThreadInfo *thread = nullptr;
+    uint32_t value = 0;
+    char text[8] = "";
+    const std::pair<std::string_view, std::function<bool()>> operations[] = {
+        {"TOV_ChannelGetIdByName", [&] { return TOV_ChannelGetIdByName("chn/faults") == channel; }},
+        {"TOV_ThreadInfoGetByName",
+         [&] { return TOV_ThreadInfoGetByName("thd/faults") == thread; }},
+        {"TOV_EventWrite", [&] { return TOV_EventWrite(thread, 1) == 0; }},
+        {"TovCapabilityQueryItem",
+         [&] { return TovCapabilityQueryItem("WCWP_SPEC_SVC_NUM", &value, 4) == 0; }},
+        {"strcat_s", [&] { return strcat_s(text, sizeof text, "") == 0; }},
+    };
+    // A thread of its own, so that its registration ends with it.
+    std::thread([&] {
+        TOV_ThreadInfoRegByName("thd/faults");
+        thread = TOV_ThreadInfoGetByName("thd/faults");
+        EXPECT_NE(thread, nullptr);
+        for (const auto &[name, operation] : operations) {
+            SCOPED_TRACE(name);
             EXPECT_TRUE(operation());
             FailCall(name);
             EXPECT_FALSE(operation());
             ClearFaults();
             EXPECT_TRUE(operation());
-        }).join();
-    }
+        }
+    }).join();
+    CloseChannel(channel);
+    ClearCapabilities();
 }
 
 TEST_F(Faults, StrikeTheCallsTheyWereSetFor) {
