@@ -415,6 +415,19 @@ TEST(Traffic, KindsAreAloneWhenAskedFor) {
     EXPECT_EQ(mix.Weight(Kind::kWlan), Mix::All().Weight(Kind::kWlan));
 }
 
+// 20 bytes behind the CAPWAP header.
+TEST(Traffic, ProbesNameTheirAccessPoint) {
+    TrafficOptions options = Everything();
+    options.mix = Mix::Parse("probe=1");
+    for (const Frame &frame : FramesOf(options)) {
+        const auto datagram = IpPayload(frame.bytes);
+        const bool up = Read16(datagram, 2) == capwap::kControlPort;
+        ASSERT_GE(datagram.size(), 16u + 32u);
+        EXPECT_EQ(Hex(datagram.subspan(16 + 20, 6)),
+                  Hex(std::span(frame.bytes).subspan(up ? 6 : 0, 6)));
+    }
+}
+
 // Fields of a frame as tshark has them, first occurrences only.
 using Witness = std::map<std::string, std::string>;
 
