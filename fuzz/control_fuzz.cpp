@@ -222,17 +222,23 @@ std::vector<fuzz::Bytes> BrokenRequests() {
 }  // namespace
 
 std::vector<fuzz::Bytes> fuzz::Seeds() {
+    std::vector<std::pair<uint16_t, size_t>> requests = {
+        {MUND_WIRE_STATE, 0},
+        {MUND_WIRE_OBJECT, sizeof(MundWireObjectReq)},
+        {MUND_WIRE_EXPLAIN, sizeof(MundWireExplainReq)},
+    };
+    for (uint16_t code = 0; code < MUND_OPERATION_COUNT; ++code) {
+        requests.emplace_back(code,
+                              code == MUND_OP_BatchReconciliation ? 8 : MundRequestSize(code));
+    }
+    requests.emplace_back(MUND_WIRE_FOLLOW, 0);
     std::vector<Bytes> inputs = BrokenRequests();
     Bytes all;
-    for (uint16_t code = 0; code < MUND_OPERATION_COUNT; ++code) {
-        const Bytes zeros(code == MUND_OP_BatchReconciliation ? 88 : MundRequestSize(code));
-        mund::AppendFrame(inputs.emplace_back(), code, zeros);
-        mund::AppendFrame(all, code, zeros);
+    for (const auto &[code, size] : requests) {
+        mund::AppendFrame(inputs.emplace_back(), code, Bytes(size));
+        mund::AppendFrame(inputs.back(), code, Bytes(size + 1));
+        mund::AppendFrame(all, code, Bytes(size));
     }
-    mund::AppendFrame(all, MUND_WIRE_STATE, {});
-    mund::AppendFrame(all, MUND_WIRE_OBJECT, Bytes(sizeof(MundWireObjectReq)));
-    mund::AppendFrame(all, MUND_WIRE_EXPLAIN, Bytes(sizeof(MundWireExplainReq)));
-    mund::AppendFrame(all, MUND_WIRE_FOLLOW, {});
     inputs.push_back(all);
     return inputs;
 }
