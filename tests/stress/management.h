@@ -66,8 +66,9 @@ class Management {
            Tunnel(LYR_KES_OPERATION_ADD, tunnel, table == Table::kIpv6, 5246, OwnerOf(tunnel)));
     }
     // Has the audits that are queued carried out, also where a wake-up was lost. A thread that the
-    // engine has failed leaves a queue that may be full.
+    // engine has failed leaves a queue that may be full, and so does one that is not done yet.
     void FinishAudits() {
+        standin::WaitUntilCreatedThreadsIdle();
         const LyrKesReconRecord wakeUp = Record(LYR_KES_RECON_FINISH, 0xFFFF);
         faults_ ? Try(MUND_OP_Reconciliation, wakeUp) : Do(MUND_OP_Reconciliation, wakeUp);
         standin::WaitUntilCreatedThreadsIdle();
