@@ -228,6 +228,24 @@ TEST_F(AuditConcurrency, ThousandsOfTablesMadeWithAManagerAtTheDoor) {
     alarm(0);
 }
 
+// The thread of a run that is over, or that failed to start, is not in the next one's way.
+TEST_F(AuditConcurrency, EveryStartAuditsHoweverSoonAfterTheLast) {
+    for (int round = 0; round < 100; ++round) {
+        standin::SetStrict(round % 2 == 0);
+        if (round % 3 == 0) {
+            standin::FailCall("HostHookRegister", 5);
+            ASSERT_EQ(LyrKes_Init(), 1u);
+            standin::ClearFaults();
+        }
+        ASSERT_EQ(LyrKes_Init(), 0u);
+        ASSERT_EQ(Change<Ipv4Tunnels>(kAdd, 1, 1), 0u);
+        Audit({Begin(1), Finish(1)});
+        ASSERT_TRUE(EntriesOf<Ipv4Tunnels>().empty()) << round;
+        Stop();
+    }
+    EXPECT_EQ(assertions_, 0u);
+}
+
 TEST_F(AuditConcurrency, AuditsChangesLookUpsReadsAndStopsAtOnce) {
     Caller call;
     KeptThere keptThere;
