@@ -101,7 +101,7 @@ run_fuzzer() {
 keep_corpus() {
     local fuzzer=$1 corpus=fuzz/corpus/$1 smallest
     smallest=$(mktemp -d)
-    "$build/bin/${fuzzer}_libfuzzer" -merge=1 -use_counters=0 -max_len=1024 "$smallest" \
+    "$build/bin/${fuzzer}_libfuzzer" -set_cover_merge=1 -use_counters=0 -max_len=1024 "$smallest" \
         "$corpus" "$build/corpus/$fuzzer" >"$build/$fuzzer-keep.log" 2>&1
     find "$corpus" -type f -regextype posix-extended -regex '.*/[0-9a-f]{40}' -delete
     mv "$smallest"/* "$corpus"
