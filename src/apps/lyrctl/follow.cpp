@@ -60,7 +60,7 @@ class Interrupts {
         sigaddset(&signals_, SIGTERM);
         sigaddset(&signals_, SIGHUP);
         sigaddset(&signals_, SIGQUIT);
-        sigprocmask(SIG_BLOCK, &signals_, &before_);
+        pthread_sigmask(SIG_BLOCK, &signals_, &before_);
         descriptor_ = signalfd(-1, &signals_, SFD_CLOEXEC);
     }
     ~Interrupts() {
@@ -71,7 +71,7 @@ class Interrupts {
             }
             close(descriptor_);
         }
-        sigprocmask(SIG_SETMASK, &before_, nullptr);
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
     }
     Interrupts(const Interrupts &) = delete;
     Interrupts &operator=(const Interrupts &) = delete;

@@ -235,9 +235,10 @@ std::string RenderMetrics(const ordered_json &reply) {
     std::string text;
     for (const ordered_json &family : reply["metrics"]) {
         const std::string name = family["name"];
-        text += (text.empty() ? "# HELP " : "\n# HELP ") + name + " " +
-                family["help"].get<std::string>() + "\n# TYPE " + name + " " +
-                family["type"].get<std::string>();
+        text += text.empty() ? "# HELP " : "\n# HELP ";
+        text.append(name).append(" ").append(family["help"].get<std::string>());
+        text.append("\n# TYPE ").append(name).append(" ");
+        text.append(family["type"].get<std::string>());
         for (const ordered_json &sample : family["samples"]) {
             text += "\n" + name + LabelText(sample["labels"]) + " " + sample["value"].dump();
         }
