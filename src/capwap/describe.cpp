@@ -179,7 +179,7 @@ std::string DescribeIpv4(Reader in) {
     uint32_t fragment = in.U16() & 0x3FFF;  // MF and the offset
     in.U8();
     uint32_t protocol = in.U8();
-    size_t header = 4 * (versionAndLength & 0x0F);
+    size_t header = size_t{4} * (versionAndLength & 0x0F);
     if (in.Failed() || versionAndLength >> 4 != 4 || header < 20 || total < header ||
         total > packet.size()) {
         return kDamaged;

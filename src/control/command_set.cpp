@@ -1,8 +1,6 @@
 #include "control/command_set.h"
 
 #include <algorithm>
-#include <iterator>
-#include <ranges>
 #include <utility>
 
 #include "control/input_error.h"
@@ -93,8 +91,10 @@ std::string CommandSet::Unknown(Words words) const {
     }
     const bool known = !choices.empty();
     if (!known) {
-        std::ranges::unique_copy(std::views::transform(commands_, FirstWord),
-                                 std::back_inserter(choices));
+        for (const CommandText *command : commands_) {
+            choices.push_back(FirstWord(command));
+        }
+        choices.erase(std::unique(choices.begin(), choices.end()), choices.end());
     }
     std::string text = known && words.size() == 1 ? "unfinished" : "unknown";
     text += " command '" + FirstWords(words, known ? 2 : 1) + "'; there are: ";
