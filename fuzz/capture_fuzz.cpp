@@ -8,7 +8,7 @@
 #include "capture/reader.h"
 #include "capture/writer.h"
 #include "capwap/describe.h"
-#include "seed_frames.h"
+#include "frame_seeds.h"
 
 namespace {
 

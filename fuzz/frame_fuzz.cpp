@@ -1,7 +1,7 @@
 // Frames as they come off the wire, before the readers of CAPWAP headers.
+#include "frame_seeds.h"
 #include "fuzz_target.h"
 #include "reader_checks.h"
-#include "seed_frames.h"
 #include "standin/mbuf_pool.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {

@@ -1,6 +1,6 @@
 #include "packet_claims.h"
 
-#include "seed_frames.h"
+#include "frame_seeds.h"
 
 namespace fuzz {
 

@@ -1,4 +1,4 @@
-#include "seed_frames.h"
+#include "frame_seeds.h"
 
 #include <map>
 #include <string>
