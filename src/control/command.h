@@ -39,6 +39,7 @@ std::vector<Command> ParseCommands(std::istream &text, const std::string &name);
 std::vector<Command> ParseFile(const std::string &path);
 
 // What came of a command.
+// NOLINTNEXTLINE(bugprone-exception-escape): moving JSON values throws nothing.
 struct Outcome {
     std::string text;  // the command's
     const CommandSpec *spec = nullptr;

@@ -171,10 +171,11 @@ std::string TextOf(const ordered_json &state, const char *name) {
 Lines Title(const Reading &reading, size_t width) {
     const std::string name = "lyrctl top", capture = TextOf(reading.state, "capture");
     const std::string moment = name + "  " + control::TimeText(std::time(nullptr));
-    const std::string file = capture.substr(capture.rfind('/') + 1);
-    for (const std::string &title : {moment + "  " + capture, moment + "  " + file, moment}) {
-        if (title.size() <= width) {
-            return {{title, Emphasis::kTitle}};
+    const std::string captures[] = {"  " + capture, "  " + capture.substr(capture.rfind('/') + 1),
+                                    ""};
+    for (const std::string &which : captures) {
+        if (moment.size() + which.size() <= width) {
+            return {{moment + which, Emphasis::kTitle}};
         }
     }
     return {{name, Emphasis::kTitle}};

@@ -82,7 +82,7 @@ std::optional<Bytes> ReadIpv4(Bytes packet, HostMbufMeta &meta) {
     if (packet.size() < kIpv4MinimumHeader || packet[0] >> 4 != 4) {
         return std::nullopt;
     }
-    const size_t headerLength = (packet[0] & 0x0Fu) * 4;
+    const size_t headerLength = size_t{packet[0] & 0x0Fu} * 4;
     const size_t totalLength = Read16(packet, 2);
     if (headerLength < kIpv4MinimumHeader || headerLength > packet.size() ||
         totalLength < headerLength) {

@@ -120,6 +120,7 @@ std::vector<MemoryOfPlace> ModuleMemoryByPlace(uint32_t moduleId) {
     }
     // A tag may go with the module once its blocks are freed.
     std::vector<MemoryOfPlace> places;
+    places.reserve(uses.size());
     for (const auto &[place, use] : uses) {
         places.push_back({place.first, place.second, use});
     }
@@ -131,6 +132,7 @@ std::vector<std::string> ModuleMemoryByTag(uint32_t moduleId) {
     std::ranges::sort(places, {},
                       [](const MemoryOfPlace &of) { return std::tie(of.tag, of.line); });
     std::vector<std::string> texts;
+    texts.reserve(places.size());
     for (const auto &[tag, line, use] : places) {
         texts.push_back(tag + ":" + std::to_string(line) + " " + std::to_string(use.blocks) + " " +
                         std::to_string(use.bytes));

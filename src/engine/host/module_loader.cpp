@@ -35,7 +35,7 @@ TovModRegRecord *RecordOf(void *library) {
 }
 
 std::string LoaderError() {
-    const char *error = dlerror();
+    const char *error = dlerror();  // NOLINT(concurrency-mt-unsafe): of each thread here
     return error == nullptr ? "unknown error" : error;
 }
 
@@ -148,7 +148,7 @@ std::vector<std::string> Module::Unload() {
     Stop();
     JoinCreatedThreads();
     record_->dtr();
-    const std::vector<std::string> left = LeftBehind();
+    std::vector<std::string> left = LeftBehind();
     const Holdings now = CurrentHoldings();
     const bool callable = now.hooks > holdingsBefore_.hooks || now.timers > holdingsBefore_.timers;
     CloseLibrary(!callable);

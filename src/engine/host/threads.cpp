@@ -117,7 +117,7 @@ void *TovThreadCreate(const char *name, TovThreadEntry entry, void *argument) {
         Created &thread = registry.created.emplace_back();
         thread.thread = std::thread(Run, &thread, entry, argument);
         // The system's own names have 15 characters.
-        pthread_setname_np(thread.thread.native_handle(), std::string(name, 0, 15).c_str());
+        pthread_setname_np(thread.thread.native_handle(), std::string(name).substr(0, 15).c_str());
         return &thread;
     } catch (const std::system_error &) {
         registry.created.pop_back();

@@ -59,7 +59,7 @@ bool AwaitFrame(int socket, std::chrono::milliseconds patience) {
 }
 
 bool SkipPayload(int socket, size_t length, Deadline deadline) {
-    std::array<uint8_t, 16 * 1024> bytes;
+    std::array<uint8_t, size_t{16} * 1024> bytes;
     while (length != 0) {
         const size_t size = std::min(length, bytes.size());
         if (!ReceiveAll(socket, std::span(bytes).first(size), deadline)) {

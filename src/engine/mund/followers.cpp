@@ -14,7 +14,7 @@ namespace mund {
 namespace {
 
 // What is taken at once; lines that were taken cannot be lost any more.
-constexpr size_t kTakeBytes = 16 * 1024;
+constexpr size_t kTakeBytes = size_t{16} * 1024;
 
 uint64_t Now() {
     const auto now = std::chrono::system_clock::now().time_since_epoch();

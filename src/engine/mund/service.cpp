@@ -187,7 +187,9 @@ std::optional<Request> Unmarshal(uint32_t operation, Bytes wire) {
     if (wire.size() != MundRequestSize(operation)) {
         return std::nullopt;
     }
-    return Request{Copy(wire), nullptr};
+    Request request;
+    request.asRead = Copy(wire);
+    return request;
 }
 
 MundStatus StoreReply(const void *message, void *reply, uint32_t replyCapacity,
