@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Prints how much of the code is tests, in percent of all source and test lines.
+# Prints how much of the code is tests, in percent of all lines of code.
 # Usage: scripts/test_share.sh [--check]   (--check: exit 1 above 33.3)
 #
 # Counted are the C and C++ files (.c .cpp .h) that git tracks, or would: tests are those in tests/
-# (the stress program among them) and fuzz/, sources those in src/; benchmarks, models, scripts and
+# (the stress program among them) and fuzz/, other code those in src/ and bench/; models, scripts and
 # documents are neither. A line counts unless it is blank or holds nothing but comment: a // line,
 # or a /* */ comment with nothing beside it. A comment behind code does not make the line another
 # one, and what stands in a string is code.
@@ -41,9 +41,10 @@ lines() {
 
 tests=$(lines 'tests/*.c' 'tests/*.cpp' 'tests/*.h' 'fuzz/*.c' 'fuzz/*.cpp' 'fuzz/*.h')
 sources=$(lines 'src/*.c' 'src/*.cpp' 'src/*.h')
-awk -v tests="$tests" -v sources="$sources" -v limit="$limit" -v check="${1:-}" 'BEGIN {
-    share = 100 * tests / (tests + sources)
-    printf "tests %d, sources %d: %.1f %% tests\n", tests, sources, share
+bench=$(lines 'bench/*.c' 'bench/*.cpp' 'bench/*.h')
+awk -v tests="$tests" -v sources="$sources" -v bench="$bench" -v limit="$limit" -v check="${1:-}" 'BEGIN {
+    share = 100 * tests / (tests + sources + bench)
+    printf "tests %d, sources %d, benchmarks %d: %.1f %% tests\n", tests, sources, bench, share
     if (check == "--check" && share > limit) {
         printf "test_share.sh: more than %s %%\n", limit > "/dev/stderr"
         exit 1
