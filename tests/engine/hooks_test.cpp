@@ -3,9 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstring>
+#include <iterator>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "gate.h"
 #include "standin/mbuf_pool.h"
@@ -146,6 +151,55 @@ TEST_F(Hooks, DecideAFramesFate) {
         calls.clear();
         EXPECT_EQ(RunTransmitPath(nullptr), fate);
         EXPECT_EQ(calls, answer == HOST_HOOK_CONTINUE ? "BA" : "B");
+    }
+    for (const auto &[point, hook] : hooks) {
+        HostHookUnregister(point, hook);
+    }
+}
+
+// Packets by number; each meets its end at the point that its number says.
+std::vector<std::pair<char, size_t>> passed;
+HostMbuf row[kMaxBurst + 3];
+
+template <char kPoint>
+uint64_t Stopping(HostMbuf *packet) {
+    const auto number = static_cast<size_t>(packet - row);
+    passed.emplace_back(kPoint, number);
+    if (kPoint == 'i' && number % 4 == 1) {
+        return HOST_HOOK_TAKEN;
+    }
+    return kPoint == 'o' && number % 4 == 2 ? HOST_HOOK_DISCARD : HOST_HOOK_CONTINUE;
+}
+
+TEST_F(Hooks, PassABurstStageByStage) {
+    const std::pair<uint32_t, HostHookFunc> hooks[] = {{HOST_HOOK_RX_IN, Stopping<'i'>},
+                                                       {HOST_HOOK_RX_OUT, Stopping<'o'>},
+                                                       {HOST_HOOK_HOST_RX, Stopping<'h'>}};
+    for (const auto &[point, hook] : hooks) {
+        ASSERT_EQ(HostHookRegister(point, 1, hook, "test"), 0u);
+    }
+    std::vector<HostMbuf *> packets;
+    std::ranges::transform(row, std::back_inserter(packets), [](HostMbuf &mbuf) { return &mbuf; });
+    std::vector<Fate> fates(packets.size());
+    passed.clear();
+    RunReceivePath(packets, fates);
+
+    constexpr Fate kFates[] = {Fate::kReturned, Fate::kTaken, Fate::kUndelivered, Fate::kReturned};
+    constexpr const char *kPoints[] = {"ioh", "i", "io", "ioh"};
+    std::vector<std::pair<char, size_t>> expected;
+    for (const auto &[first, end] :
+         {std::pair(size_t{0}, kMaxBurst), {kMaxBurst, packets.size()}}) {
+        for (const char point : {'i', 'o', 'h'}) {
+            for (size_t number = first; number < end; ++number) {
+                if (std::strchr(kPoints[number % 4], point) != nullptr) {
+                    expected.emplace_back(point, number);
+                }
+            }
+        }
+    }
+    EXPECT_EQ(passed, expected);
+    for (size_t number = 0; number < packets.size(); ++number) {
+        EXPECT_EQ(fates[number], kFates[number % 4]) << number;
     }
     for (const auto &[point, hook] : hooks) {
         HostHookUnregister(point, hook);

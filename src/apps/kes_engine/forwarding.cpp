@@ -1,9 +1,10 @@
 #include "forwarding.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 
 #include "standin/mbuf_pool.h"
-#include "standin/packet_path.h"
 
 namespace kes_engine {
 namespace {
@@ -37,6 +38,16 @@ uint64_t FlowHash(const HostMbuf *packet) {
         default:
             return HashOf(meta.srcMac) + HashOf(meta.dstMac);
     }
+}
+
+// How many of the first packets go the same way, at most a burst of them. Both directions of a
+// conversation stay in order.
+size_t BurstOf(std::span<HostMbuf *const> packets, bool transmitted) {
+    const auto most = packets.first(std::min(packets.size(), standin::kMaxBurst));
+    const auto other = std::ranges::find_if(most, [transmitted](const HostMbuf *packet) {
+        return standin::MetaOf(packet).transmitted != transmitted;
+    });
+    return static_cast<size_t>(other - most.begin());
 }
 
 }  // namespace
@@ -102,9 +113,7 @@ void ForwardingThread::Run() {
     entered_.count_down();
     std::vector<HostMbuf *> packets;
     while (TakeQueued(packets)) {
-        for (HostMbuf *packet : packets) {
-            Forward(packet);
-        }
+        Forward(packets);
         packets.clear();
     }
     path_.module.LeaveLcore();
@@ -122,9 +131,25 @@ bool ForwardingThread::TakeQueued(std::vector<HostMbuf *> &packets) {
     return busy_;
 }
 
-void ForwardingThread::Forward(HostMbuf *packet) {
-    const bool transmitted = standin::MetaOf(packet).transmitted;
-    switch (transmitted ? standin::RunTransmitPath(packet) : standin::RunReceivePath(packet)) {
+void ForwardingThread::Forward(std::span<HostMbuf *const> packets) {
+    std::array<standin::Fate, standin::kMaxBurst> fates;
+    while (!packets.empty()) {
+        const bool transmitted = standin::MetaOf(packets.front()).transmitted;
+        const auto burst = packets.first(BurstOf(packets, transmitted));
+        if (transmitted) {
+            standin::RunTransmitPath(burst, fates);
+        } else {
+            standin::RunReceivePath(burst, fates);
+        }
+        for (size_t i = 0; i < burst.size(); ++i) {
+            Complete(burst[i], fates[i], transmitted);
+        }
+        packets = packets.subspan(burst.size());
+    }
+}
+
+void ForwardingThread::Complete(HostMbuf *packet, standin::Fate fate, bool transmitted) {
+    switch (fate) {
         case standin::Fate::kTaken:
             ++fates_.taken;
             return;

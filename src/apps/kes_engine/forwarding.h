@@ -6,6 +6,7 @@
 #include <latch>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <thread>
 #include <vector>
 
@@ -13,6 +14,7 @@
 #include "packet_capture.h"
 #include "packet_class.h"
 #include "standin/module_loader.h"
+#include "standin/packet_path.h"
 
 namespace kes_engine {
 
@@ -63,7 +65,8 @@ class ForwardingThread {
   private:
     void Run();
     bool TakeQueued(std::vector<HostMbuf *> &packets);
-    void Forward(HostMbuf *packet);
+    void Forward(std::span<HostMbuf *const> packets);
+    void Complete(HostMbuf *packet, standin::Fate fate, bool transmitted);
 
     ForwardingPath &path_;
     std::vector<HostMbuf *> pending_;  // of the pushing thread

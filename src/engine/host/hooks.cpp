@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "standin/lasting.h"
-#include "standin/packet_path.h"
 #include "standin/runtime.h"
 
 namespace standin {
@@ -128,6 +127,32 @@ auto Find(HookList &hooks, HostHookFunc function) {
     return std::ranges::find(hooks, function, &Hook::function);
 }
 
+bool HasNoHooks(uint32_t point) {
+    return points.lists[point].load(std::memory_order_relaxed) == nullptr;
+}
+
+uint64_t Answer(const HookList &hooks, HostMbuf *packet) {
+    for (const Hook &hook : hooks) {
+        if (const uint64_t answer = hook.function(packet); answer != HOST_HOOK_CONTINUE) {
+            return answer;
+        }
+    }
+    return HOST_HOOK_CONTINUE;
+}
+
+// Those that an earlier stage has stopped stay out of this one.
+void RunStage(const HookList &hooks, std::span<HostMbuf *const> packets, std::span<Fate> fates) {
+    for (size_t i = 0; i < packets.size(); ++i) {
+        if (fates[i] != Fate::kReturned) {
+            continue;
+        }
+        const uint64_t answer = Answer(hooks, packets[i]);
+        if (answer != HOST_HOOK_CONTINUE) {
+            fates[i] = answer == HOST_HOOK_TAKEN ? Fate::kTaken : Fate::kUndelivered;
+        }
+    }
+}
+
 void *ObjectOf(const void *address) {
     Dl_info info{};
     return dladdr(address, &info) != 0 ? info.dli_fbase : nullptr;
@@ -136,24 +161,26 @@ void *ObjectOf(const void *address) {
 }  // namespace
 
 uint64_t RunHooks(uint32_t point, HostMbuf *packet) {
-    if (point >= HOST_HOOK_POINTS) {
-        return HOST_HOOK_CONTINUE;
-    }
-    const std::atomic<const HookList *> &list = points.lists[point];
-    if (list.load(std::memory_order_relaxed) == nullptr) {
+    if (point >= HOST_HOOK_POINTS || HasNoHooks(point)) {
         return HOST_HOOK_CONTINUE;
     }
     const Inside inside;
-    const HookList *hooks = list.load();
-    if (hooks == nullptr) {
-        return HOST_HOOK_CONTINUE;
+    const HookList *hooks = points.lists[point].load();
+    return hooks == nullptr ? HOST_HOOK_CONTINUE : Answer(*hooks, packet);
+}
+
+void RunPoints(std::span<const uint32_t> path, std::span<HostMbuf *const> packets,
+               std::span<Fate> fates) {
+    std::ranges::fill(fates, Fate::kReturned);
+    if (std::ranges::all_of(path, HasNoHooks)) {
+        return;
     }
-    for (const Hook &hook : *hooks) {
-        if (const uint64_t answer = hook.function(packet); answer != HOST_HOOK_CONTINUE) {
-            return answer;
+    const Inside inside;
+    for (const uint32_t point : path) {
+        if (const HookList *hooks = points.lists[point].load()) {
+            RunStage(*hooks, packets, fates);
         }
     }
-    return HOST_HOOK_CONTINUE;
 }
 
 size_t HookCount() {

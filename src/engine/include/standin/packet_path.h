@@ -1,6 +1,9 @@
 // The packet's way through the engine.
 #pragma once
 
+#include <cstddef>
+#include <span>
+
 #include "kes/hook.h"
 
 #pragma GCC visibility push(default)
@@ -16,10 +19,17 @@ enum class Fate {
 // the last answer. Callable from any thread.
 uint64_t RunHooks(uint32_t point, HostMbuf *packet);
 
-// A received frame's way: receive in, receive out, host path.
+// The packets that pass the points of a path together. A longer row passes as several bursts.
+constexpr size_t kMaxBurst = 32;
+
+// A received frame's way: receive in, receive out, host path. A burst passes stage by stage: all
+// packets the first point, then those that no hook has stopped the next one. Answers the fate of
+// each packet, of which there are as many; a packet that is taken is not looked at again.
+void RunReceivePath(std::span<HostMbuf *const> packets, std::span<Fate> fates);
 Fate RunReceivePath(HostMbuf *packet);
 
-// A transmitted frame's way: transmit in, transmit out.
+// A transmitted frame's way, likewise: transmit in, transmit out.
+void RunTransmitPath(std::span<HostMbuf *const> packets, std::span<Fate> fates);
 Fate RunTransmitPath(HostMbuf *packet);
 
 // The reader that a module gave to HostAcGetWlanIdRegFunc, or null.
