@@ -1,48 +1,14 @@
-// How every figure is measured: bursts of items, of which only the work itself is timed.
+// Bursts timed for the benchmark library.
 #pragma once
 
 #include <benchmark/benchmark.h>
 
-#include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <cstddef>
-#include <cstdint>
 #include <numeric>
-#include <thread>
 #include <vector>
 
+#include "burst_timing.h"
+
 namespace bench {
-
-// Items of a burst: enough that reading the clock costs a fraction of a nanosecond an item, few
-// enough that the packets are still in the second-level cache when the work meets them, as they are
-// when an engine has just parsed them.
-constexpr size_t kBurst = 256;
-
-// Where the threads of a benchmark wait for each other, so that their bursts run at one time.
-class MeetingPoint {
-  public:
-    void Meet(int threads) {
-        const uint32_t round = round_.load(std::memory_order_acquire);
-        if (arrived_.fetch_add(1, std::memory_order_acq_rel) + 1 == threads) {
-            arrived_.store(0, std::memory_order_relaxed);
-            round_.store(round + 1, std::memory_order_release);
-            return;
-        }
-        // Whoever is awaited may be waiting for this processor.
-        for (int spins = 1; round_.load(std::memory_order_acquire) == round; ++spins) {
-            if (spins % 10000 == 0) {
-                std::this_thread::yield();
-            }
-        }
-    }
-
-  private:
-    alignas(64) std::atomic<uint32_t> round_{0};
-    std::atomic<int> arrived_{0};
-};
-
-inline MeetingPoint meetingPoint;
 
 // Runs prepare(), work() and finish() for each burst and times work(). Reports nanoseconds that an
 // item costs the thread that handles it, as the mean of all bursts ("ns/packet") and in the median
@@ -50,30 +16,22 @@ inline MeetingPoint meetingPoint;
 // threads together.
 template <class Prepare, class Work, class Finish>
 void MeasureBursts(benchmark::State &state, Prepare prepare, Work work, Finish finish) {
-    using Clock = std::chrono::steady_clock;
     using benchmark::Counter;
 
     std::vector<double> seconds;
     seconds.reserve(state.max_iterations);
     for (auto _ : state) {
         prepare();
-        meetingPoint.Meet(state.threads());
-        const auto start = Clock::now();
-        work();
-        const std::chrono::duration<double> elapsed = Clock::now() - start;
-        meetingPoint.Meet(state.threads());
+        seconds.push_back(TimeWork(state.threads(), work));
         finish();
-        state.SetIterationTime(elapsed.count());
-        seconds.push_back(elapsed.count());
+        state.SetIterationTime(seconds.back());
     }
-    constexpr double kNanosecondsPerItem = 1e9 / kBurst;
-    const auto bursts = static_cast<double>(seconds.size());
-    const double mean = std::accumulate(seconds.begin(), seconds.end(), 0.0) / bursts;
-    const auto middle = seconds.begin() + static_cast<ptrdiff_t>(seconds.size() / 2);
-    std::nth_element(seconds.begin(), middle, seconds.end());
+    const double mean =
+        std::accumulate(seconds.begin(), seconds.end(), 0.0) / static_cast<double>(seconds.size());
     state.SetItemsProcessed(static_cast<int64_t>(seconds.size() * kBurst));
-    state.counters["ns/packet"] = Counter(mean * kNanosecondsPerItem, Counter::kAvgThreads);
-    state.counters["typical_ns"] = Counter(*middle * kNanosecondsPerItem, Counter::kAvgThreads);
+    state.counters["ns/packet"] = Counter(NanosecondsPerItem(mean), Counter::kAvgThreads);
+    state.counters["typical_ns"] =
+        Counter(NanosecondsPerItem(Median(seconds)), Counter::kAvgThreads);
 }
 
 // What all benchmarks have in common: one thread and two, timed as above.

@@ -1,6 +1,7 @@
 // A benchmark that does not do what it says ends the program: its figures would mean nothing.
 #pragma once
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -10,7 +11,7 @@ namespace bench {
 [[noreturn, gnu::format(printf, 1, 2)]] inline void Fail(const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    std::fputs("lyr_bench: ", stderr);
+    std::fprintf(stderr, "%s: ", program_invocation_short_name);
     std::vfprintf(stderr, format, arguments);
     std::fputc('\n', stderr);
     std::_Exit(EXIT_FAILURE);

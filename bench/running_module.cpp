@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "bursts.h"
+#include "burst_timing.h"
 #include "channel/service_channel.h"
 #include "dfx/message_type_stat.h"
 #include "dfx/ping_stat.h"

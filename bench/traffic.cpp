@@ -216,6 +216,7 @@ Bursts::Bursts(const Frames &frames, uint32_t thread, uint32_t owner, uint32_t o
 }
 
 void Bursts::Receive() {
+    first_ = next_;
     for (HostMbuf *&packet : packets_) {
         packet = PoolOf(thread_).Receive(frames_[order_[next_]], {});
         next_ = (next_ + 1) % order_.size();

@@ -8,7 +8,7 @@
 #include <span>
 #include <vector>
 
-#include "bursts.h"
+#include "burst_timing.h"
 #include "capwap/packet_builder.h"
 #include "kes/mbuf.h"
 #include "lb/dist_table.h"
@@ -83,11 +83,16 @@ class Bursts {
     std::span<HostMbuf *const> Packets() const {
         return packets_;
     }
+    // The flow of a packet of the burst.
+    uint32_t FlowOf(size_t packet) const {
+        return order_[(first_ + packet) % order_.size()];
+    }
 
   private:
     const Frames &frames_;
     const uint32_t thread_;
     std::vector<uint32_t> order_;
+    size_t first_ = 0;  // of the burst, in the order
     size_t next_ = 0;
     std::array<HostMbuf *, kBurst> packets_{};
 };

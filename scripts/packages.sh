@@ -2,6 +2,7 @@
 
 build_packages=(g++ cmake ninja-build pkg-config libpcap-dev libcli11-dev nlohmann-json3-dev)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils tshark iproute2)
+bench_packages=(libbenchmark-dev libdpdk-dev tcpdump)
 lint_packages=(clang-format clang-tidy)
 fuzz_packages=(clang llvm)
 model_packages=(spin gcc libc6-dev)
