@@ -1,6 +1,8 @@
 #include "module/lifecycle.h"
 
+#include <chrono>
 #include <cstring>
+#include <future>
 
 #include "channel/service_channel.h"
 #include "channel/station_service.h"
@@ -245,6 +247,25 @@ TEST_F(Start, EveryFailingStepSaysWhy) {
 }
 
 // --- stop ---
+
+// What an operation uses is there until it has ended, though the engine does not wait for it.
+TEST_F(Start, StopWaitsForOperationsThatRun) {
+    ASSERT_EQ(LyrKes_Init(), 0u);
+    std::future<uint32_t> stop;
+    Texts lines;
+    standin::SetLineSink([&](LineKind, std::string_view line) {
+        lines.emplace_back(line);
+        if (!stop.valid()) {
+            stop = std::async(std::launch::async, LyrKes_Exit);
+            EXPECT_EQ(stop.wait_for(std::chrono::milliseconds(200)), std::future_status::timeout);
+        }
+    });
+    EXPECT_EQ(Call(MUND_OP_WapiTunnel, LyrKesWapiTunnelReq{0, 3}), 0u);
+    EXPECT_EQ(stop.get(), 0u);
+    EXPECT_THAT(lines, ElementsAre("get channel id by channel name chn/kes2lyrwapi0 failed.",
+                                   "get channel id by channel name chn/kes2lyrwapi1 failed.",
+                                   "get channel id by channel name chn/kes2lyrwapi2 failed."));
+}
 
 TEST_F(Start, StopReleasesWhatItCannotUnregister) {
     ASSERT_EQ(LyrKes_Init(), 0u);

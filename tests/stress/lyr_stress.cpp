@@ -23,6 +23,7 @@ struct Options {
     uint32_t threads = 4;
     uint32_t seconds = 0;
     uint32_t patience = 60;
+    bool exitAtWork = false;
 };
 
 // A call of the engine that a start may be made to fail at.
@@ -60,7 +61,7 @@ class Run {
                  .leave = [this] { module_.Get().LeaveLcore(); },
                  .perform = [this](Random &random, Doing &doing) { Act(random, doing); }}),
           watchdog_(std::chrono::seconds(options.patience), [this] { return Describe(); }) {
-        standin::SetTimersManual(true);
+        standin::SetTimersManual(!options.exitAtWork);
         standin::SetLineSink([this](standin::LineKind kind, std::string_view line) {
             if (kind == standin::LineKind::kAssertion && !faults_) {
                 Fail("a broken invariant: %s", std::string(line).c_str());
@@ -82,6 +83,9 @@ class Run {
         while (done < options_.cycles && (options_.seconds == 0 || steady_clock::now() < end)) {
             Cycle(options_.firstCycle + done++);
         }
+        if (options_.exitAtWork) {
+            ExitAtWork();
+        }
         At("the end");
         Unload();
         Print(done, std::chrono::duration<double>(steady_clock::now() - begin).count());
@@ -92,6 +96,22 @@ class Run {
     }
 
   private:
+    // Ends the process in the middle of everything: nothing of the module may be destroyed under
+    // its own threads and ours, and nothing is waited for.
+    [[noreturn]] void ExitAtWork() {
+        if (!module_.Get().Loaded()) {
+            Load();
+        }
+        ExpectFaults(false);
+        At("a start before the exit");
+        Require(module_.Start(), "a start succeeds");
+        crew_.Work();
+        crew_.Allow(UINT32_MAX);
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        At("the exit");
+        std::exit(0);
+    }
+
     // What the workers draw from.
     void Act(Random &random, Doing &doing) {
         const uint32_t drawn = random.Below(16);
@@ -110,7 +130,7 @@ class Run {
         } else if (drawn == 14) {
             doing = "a channel";
             traffic_.Drain(random.Below(kPlaces));
-        } else {
+        } else if (!options_.exitAtWork) {
             doing = "the timers";
             standin::AdvanceTimers(1000);
         }
@@ -129,6 +149,7 @@ class Run {
         if (!random.OneIn(4)) {
             crew_.Work();
         }
+        standin::SetStrict(random.OneIn(2));
         const bool mayFail = random.OneIn(3);
         if (Start(random, mayFail)) {
             Burst(random, 300);
@@ -171,6 +192,9 @@ class Run {
         standin::ClearFaults();
         ++starts_;
         if (started) {
+            if (!mayFail) {
+                management_.Register(kUnaudited);
+            }
             return true;
         }
         ++failedStarts_;
@@ -222,19 +246,26 @@ class Run {
         Require(management_.CountTunnels(false, 5246) == entries.ipv4WithPort &&
                     management_.CountTunnels(true, 5246) == entries.ipv6WithPort,
                 "the tables are counted right");
+        At("what is not audited");
+        management_.DeclareController();
+        ExpectArrivals(kUnaudited);
         At("an audit that removes everything");
         swept_ += entries.all;
         management_.RemoveEverything(module_.LastInstance());
         Require(module_.ExpectSoundTables(5246).all == 0, "audits are carried out");
         At("a packet of each table");
-        management_.DeclareController();
         management_.ResetPacketCounters();
-        for (const Table table : {Table::kIpv4, Table::kIpv6, Table::kSession}) {
-            management_.Register(table, 1);
-            Require(traffic_.Arrives(table, 1, OwnerOf(1)), "a registered tunnel's packet arrives");
-        }
+        management_.Register(1);
+        ExpectArrivals(1);
         management_.ExpectPacketCounters({2, 1, 0});
         ++looks_;
+    }
+
+    void ExpectArrivals(uint32_t tunnel) {
+        for (const Table table : {Table::kIpv4, Table::kIpv6, Table::kSession}) {
+            Require(traffic_.Arrives(table, tunnel, OwnerOf(tunnel)),
+                    "a registered tunnel's packet arrives");
+        }
     }
 
     void ExpectFaults(bool expected) {
@@ -306,7 +337,8 @@ class Run {
         if (const std::string kind = traffic_.NeverArrived(); !kind.empty()) {
             Fail("never arrived: %s", kind.c_str());
         }
-        Require(failedStarts_ > 0 && looks_ > 0 && swept_ > 0 && lines_ > 0 && loads_ > 1,
+        Require(failedStarts_ > 0 && looks_ > 0 && swept_ > 0 && lines_ > 0 && loads_ > 1 &&
+                    management_.RecordsRead() > 0,
                 "the run has met everything");
     }
 
@@ -341,6 +373,7 @@ int main(int argc, char **argv) {
     app.add_option("--patience", options.patience, "Seconds after which a cycle counts as hanging")
         ->check(CLI::Range(1, 3600))
         ->capture_default_str();
+    app.add_flag("--exit-at-work", options.exitAtWork, "Exits while the threads are at work");
     CLI11_PARSE(app, argc, argv);
     stress::Run(options).Execute();
     return 0;

@@ -2,6 +2,7 @@
 // not.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstring>
@@ -31,6 +32,9 @@ class Management {
     // Sends the records of an audit, or one record.
     void Audit(Random &random) {
         const uint32_t nodeId = SomeInstance(random);
+        if (nodeId == OwnerOf(kUnaudited)) {
+            return;
+        }
         if (random.OneIn(4)) {
             return Try(MUND_OP_Reconciliation, Record(random.Below(5), nodeId));
         }
@@ -49,8 +53,8 @@ class Management {
         faults_ = expected;
     }
 
-    // The others run while the module is started and nobody else is at work; operations have to
-    // succeed.
+    // The others run while the module is started, most of them while nobody else is at work;
+    // operations have to succeed.
 
     void DeclareController() {
         LyrKesCwpSrcReconReq sources = {};
@@ -58,12 +62,13 @@ class Management {
         sources.entries[1] = {kAnyInterface, ControllerAddress(true), 0};
         Do(MUND_OP_CwpSrcReconciliation, sources);
     }
-    void Register(Table table, uint32_t tunnel) {
-        if (table == Table::kSession) {
-            return Do(MUND_OP_KaTunnel, Session(LYR_KES_OPERATION_ADD, tunnel, OwnerOf(tunnel)));
+    // In each of the tables.
+    void Register(uint32_t tunnel) {
+        const uint32_t owner = OwnerOf(tunnel);
+        for (const bool ipv6 : {false, true}) {
+            Do(MUND_OP_CwpTunnel, Tunnel(LYR_KES_OPERATION_ADD, tunnel, ipv6, 5246, owner));
         }
-        Do(MUND_OP_CwpTunnel,
-           Tunnel(LYR_KES_OPERATION_ADD, tunnel, table == Table::kIpv6, 5246, OwnerOf(tunnel)));
+        Do(MUND_OP_KaTunnel, Session(LYR_KES_OPERATION_ADD, tunnel, owner));
     }
     // Has the audits that are queued carried out, also where a wake-up was lost. A thread that the
     // engine has failed leaves a queue that may be full, and so does one that is not done yet.
@@ -113,6 +118,9 @@ class Management {
     }
     uint64_t Served(uint32_t operation) const {
         return served_[operation];
+    }
+    uint64_t RecordsRead() const {
+        return recordsRead_;
     }
 
   private:
@@ -258,7 +266,7 @@ class Management {
             case 3:
                 return Try(MUND_OP_LoadBalanceDfx, LyrKesLbDfxReq{what, bucket, 5246, mode, {}});
             case 4:
-                return Try(MUND_OP_VerifyRcdGet, LyrKesVerifyRcdGetReq{{}, mode});
+                return ReadVerifyRecords(mode);
             case 5:
                 return Try(MUND_OP_VerifyRcdReset, Nothing{});
             default:
@@ -267,6 +275,42 @@ class Management {
         }
     }
 
+    // What audits have removed: all of it tunnels that there have been, and nothing behind them.
+    void ReadVerifyRecords(uint8_t listIndex) {
+        LyrKesVerifyRcdGetRsp reply = {};
+        const LyrKesVerifyRcdGetReq request = {{}, listIndex};
+        if (Call(MUND_OP_VerifyRcdGet, &request, sizeof(request), &reply) != 0) {
+            return;
+        }
+        Require(reply.msgLen == sizeof(reply) || faults_, "verify records are told whole");
+        Require(reply.rcdNum <= (listIndex == 0 ? LYR_KES_VERIFY_RCD_NUM : 0),
+                "there are at most 100 verify records, all of one list");
+        constexpr LyrKesVerifyRcd kUnused = {};
+        for (uint32_t i = 0; i < LYR_KES_VERIFY_RCD_NUM; ++i) {
+            const LyrKesVerifyRcd &record = reply.records[i];
+            Require(i < reply.rcdNum
+                        ? record.excptType == 1 && record.time != 0 && WasATunnel(record.tunnel)
+                        : std::memcmp(&record, &kUnused, sizeof(kUnused)) == 0,
+                    "a verify record is of a tunnel that there was");
+        }
+        recordsRead_ += reply.rcdNum;
+    }
+    static bool WasATunnel(const LyrKesVerifyTunnel &tunnel) {
+        const bool ipv6 = tunnel.ipVer != 0;
+        const uint32_t host = ipv6 ? tunnel.srcIpv6[7] : tunnel.srcIpv4 & 0xFFFF;
+        const LyrKesCwpTunnelReq request = tunnel.srcPort == 65535
+                                               ? DefaultTunnel(0, ipv6)
+                                               : Tunnel(0, host, ipv6, tunnel.srcPort, 0);
+        const LyrKesRpcIpAddr &src = request.srcAddr, &dst = request.dstAddr;
+        const bool sameAddresses =
+            ipv6 ? std::ranges::equal(tunnel.srcIpv6, src.ipv6Addr) &&
+                       std::ranges::equal(tunnel.dstIpv6, dst.ipv6Addr)
+                 : tunnel.srcIpv4 == src.ipv4Addr && tunnel.dstIpv4 == dst.ipv4Addr;
+        return sameAddresses && tunnel.dstPort == request.dstPort &&
+               (tunnel.srcPort == 65535 || (host <= kUnaudited && tunnel.dstPort / 2 == 5246 / 2));
+    }
+
+    std::atomic<uint64_t> recordsRead_{0};
     std::atomic<bool> faults_{false};
     std::array<std::atomic<uint64_t>, MUND_OPERATION_COUNT> served_{};
 };

@@ -26,9 +26,11 @@ constexpr uint32_t kPlaces = kCapwapInstances + kStationInstances;
 constexpr uint32_t kDefaultInstance = 3;
 // Tunnels and sessions: those below kFixed have one owner for good, the others move.
 constexpr uint32_t kTunnels = 16, kFixed = 8;
+// One more, of an instance that is not audited: once registered, it stays.
+constexpr uint32_t kUnaudited = kTunnels;
 
 constexpr uint32_t OwnerOf(uint32_t tunnel) {
-    return tunnel % kCapwapInstances;
+    return tunnel == kUnaudited ? 2 : tunnel % kCapwapInstances;
 }
 inline LyrKesRpcIpAddr ControllerAddress(bool ipv6) {
     return {ipv6, 0x0A000001, {0x2001, 0xDB8, 0, 0, 0, 0, 0, 1}};
@@ -47,7 +49,7 @@ enum class Table { kIpv4, kIpv6, kSession };
 class Traffic {
   public:
     Traffic() {
-        for (uint32_t tunnel = 0; tunnel < kTunnels; ++tunnel) {
+        for (uint32_t tunnel = 0; tunnel <= kUnaudited; ++tunnel) {
             AddTunnel(tunnel);
         }
         AddOthers();
@@ -196,7 +198,8 @@ class Traffic {
 
     // The first three are those of Table.
     void AddTunnel(uint32_t tunnel) {
-        const uint32_t owner = tunnel < kFixed ? 1u << OwnerOf(tunnel) : kCapwapPlaces;
+        const uint32_t owner =
+            tunnel < kFixed || tunnel == kUnaudited ? 1u << OwnerOf(tunnel) : kCapwapPlaces;
         const uint32_t ownerOrDefault = owner | 1u << kDefaultInstance;
         const std::string suffix = " of tunnel " + std::to_string(tunnel);
         const capwap::Bytes echo = capwap::ControlMessage(13, 1, {});
