@@ -76,63 +76,22 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
 namespace {
 
-fuzz::Bytes CaptureOf(const std::vector<fuzz::Bytes> &frames, capture::Times times) {
+fuzz::Bytes CaptureOf(const fuzz::Bytes &frame) {
     const File file;
-    capture::Writer writer(file.Path(), times);
-    int64_t timeNs = 1'735'689'600'123'456'789;
-    for (const fuzz::Bytes &frame : frames) {
-        writer.Write({.bytes = frame,
-                      .timeNs = timeNs++,
-                      .wireLength = static_cast<uint32_t>(frame.size())});
-    }
+    capture::Writer writer(file.Path(), capture::Times::kNanoseconds);
+    writer.Write({.bytes = frame,
+                  .timeNs = 1'735'689'600'123'456'789,
+                  .wireLength = static_cast<uint32_t>(frame.size())});
     writer.Close();
     return file.Content();
-}
-
-void AppendBlock(fuzz::Bytes &capture, uint32_t type, const fuzz::Bytes &body) {
-    const auto length = static_cast<uint32_t>(12 + body.size());
-    fuzz::Append(capture, type);
-    fuzz::Append(capture, length);
-    capture.insert(capture.end(), body.begin(), body.end());
-    fuzz::Append(capture, length);
-}
-
-// The same frame as the other format keeps it: a section, an interface, a packet with its time and
-// one without.
-fuzz::Bytes BlockCaptureOf(fuzz::Bytes frame) {
-    const auto length = static_cast<uint32_t>(frame.size());
-    frame.resize((frame.size() + 3) / 4 * 4);
-    fuzz::Bytes section, interface, enhanced, simple;
-    fuzz::Append(section, uint32_t{0x1A2B3C4D});
-    fuzz::Append(section, uint32_t{1});
-    fuzz::Append(section, UINT64_MAX);
-    fuzz::Append(interface, uint32_t{1});
-    fuzz::Append(interface, uint32_t{65535});
-    // Nanoseconds, and no more options.
-    interface.insert(interface.end(), {9, 0, 1, 0, 9, 0, 0, 0, 0, 0, 0, 0});
-    for (const uint32_t word : {0u, 0x00055E00u, 1u, length, length}) {
-        fuzz::Append(enhanced, word);
-    }
-    fuzz::Append(simple, length);
-    for (fuzz::Bytes *body : {&enhanced, &simple}) {
-        body->insert(body->end(), frame.begin(), frame.end());
-    }
-    fuzz::Bytes capture;
-    AppendBlock(capture, 0x0A0D0D0A, section);
-    AppendBlock(capture, 1, interface);
-    AppendBlock(capture, 6, enhanced);
-    AppendBlock(capture, 3, simple);
-    return capture;
 }
 
 }  // namespace
 
 std::vector<fuzz::Bytes> fuzz::Seeds() {
-    std::vector<Bytes> inputs = {CaptureOf({}, capture::Times::kMicroseconds)};
+    std::vector<Bytes> inputs;
     for (const Bytes &frame : SeedFrames()) {
-        inputs.push_back(CaptureOf({frame}, capture::Times::kNanoseconds));
-        inputs.push_back(BlockCaptureOf(frame));
+        inputs.push_back(CaptureOf(frame));
     }
-    inputs.push_back(CaptureOf({{}, Bytes(14), Bytes(60)}, capture::Times::kMicroseconds));
     return inputs;
 }

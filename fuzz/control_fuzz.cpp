@@ -182,63 +182,6 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     return 0;
 }
 
-namespace {
-
-// Requests with something wrong, each before one that is answered while the connection goes on.
-std::vector<fuzz::Bytes> BrokenRequests() {
-    constexpr uint16_t kVersion = MUND_WIRE_VERSION, kTunnel = MUND_OP_CwpTunnel;
-    constexpr MundWireHeader kBroken[] = {
-        {2, kTunnel, 64, 0, 0},
-        {0x100, kTunnel, 64, 0, 0},
-        {kVersion, kTunnel, MUND_WIRE_MAX_PAYLOAD + 1, 0, 0},
-        {kVersion, kTunnel, UINT32_MAX, 0, 0},
-        {kVersion, kTunnel, 64, 1, 0},
-        {kVersion, MUND_WIRE_FOLLOW, 0, 0, 1},
-        {kVersion, MUND_OPERATION_COUNT, 100, 0, 0},
-        {kVersion, 0x1FF, 60000, 0, 0},
-        {kVersion, kTunnel, 63, 0, 0},
-        {kVersion, kTunnel, 65, 0, 0},
-        {kVersion, kTunnel, 0, 0, 0},
-        {kVersion, MUND_OP_BatchReconciliation, 7, 0, 0},
-        {kVersion, MUND_OP_BatchReconciliation, 8, 0, 0},
-        {kVersion, MUND_WIRE_STATE, 1, 0, 0},
-        {kVersion, MUND_WIRE_OBJECT, sizeof(MundWireObjectReq) - 1, 0, 0},
-        {kVersion, MUND_WIRE_FOLLOW, 1, 0, 0},
-        {kVersion, MUND_WIRE_EXPLAIN, sizeof(MundWireExplainReq) - 1, 0, 0},
-    };
-    std::vector<fuzz::Bytes> inputs;
-    for (const MundWireHeader &header : kBroken) {
-        fuzz::Bytes &input = inputs.emplace_back();
-        fuzz::Append(input, header);
-        input.resize(input.size() + std::min(header.length, 60000u));
-        if (input.size() > sizeof header + 3) {
-            input[sizeof header + 3] = 0x10;  // as many records as have 0 bytes in 32 bits
-        }
-        mund::AppendFrame(input, MUND_WIRE_STATE, {});
-    }
-    return inputs;
-}
-
-}  // namespace
-
 std::vector<fuzz::Bytes> fuzz::Seeds() {
-    std::vector<std::pair<uint16_t, size_t>> requests = {
-        {MUND_WIRE_STATE, 0},
-        {MUND_WIRE_OBJECT, sizeof(MundWireObjectReq)},
-        {MUND_WIRE_EXPLAIN, sizeof(MundWireExplainReq)},
-    };
-    for (uint16_t code = 0; code < MUND_OPERATION_COUNT; ++code) {
-        requests.emplace_back(code,
-                              code == MUND_OP_BatchReconciliation ? 8 : MundRequestSize(code));
-    }
-    requests.emplace_back(MUND_WIRE_FOLLOW, 0);
-    std::vector<Bytes> inputs = BrokenRequests();
-    Bytes all;
-    for (const auto &[code, size] : requests) {
-        mund::AppendFrame(inputs.emplace_back(), code, Bytes(size));
-        mund::AppendFrame(inputs.back(), code, Bytes(size + 1));
-        mund::AppendFrame(all, code, Bytes(size));
-    }
-    inputs.push_back(all);
-    return inputs;
+    return {};  // the corpus has them
 }

@@ -213,20 +213,5 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 }
 
 std::vector<fuzz::Bytes> fuzz::Seeds() {
-    std::vector<Bytes> inputs;
-    for (const uint8_t ipv6 : Bytes{0, 1}) {
-        for (const uint8_t count : Bytes{0, 1, 2, 3, 4, 5, 6, 7, 248}) {
-            Bytes &input = inputs.emplace_back();
-            Append(input, Question{ipv6, 0, 1});
-            Append(input, Fill{count, 0, 1, 0x20});
-            Append(input, Fill{3, 100, 1, 0x21});
-        }
-    }
-    // Buckets that fill pages of their own. Once: it takes as long as all the others.
-    Bytes &full = inputs.emplace_back();
-    Append(full, Question{0, 0, 0});
-    for (const uint8_t first : Bytes{0, 1, 2, 3}) {
-        Append(full, Fill{255, first, 7, 0x20});
-    }
-    return inputs;
+    return {};  // the corpus has them
 }

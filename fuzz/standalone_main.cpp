@@ -268,6 +268,10 @@ void Run() {
 
     std::vector<Bytes> seeds = builtIn;
     seeds.insert(seeds.end(), corpus.begin(), corpus.end());
+    if (seeds.empty() && (options.runs != 0 || options.seconds != 0)) {
+        std::cerr << "nothing to mutate: --corpus names a directory of inputs\n";
+        std::exit(2);
+    }
     const std::clock_t begin = std::clock();
     const uint64_t mutations = RunMutations(seeds);
     const double seconds = static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;

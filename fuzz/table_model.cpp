@@ -107,28 +107,6 @@ bool TableModel::Entry::HasPort(uint16_t port) const {
                                      : KeyHasPort<LyrKesDistIpv6Key>(key, port);
 }
 
-uint32_t TableModel::Entry::Bucket() const {
-    return key.table == Table::kIpv4
-               ? LyrKes_DistIpv4_GetHashIndex(key.bytes, sizeof(LyrKesDistIpv4Key))
-               : LyrKes_DistIpv6_GetHashIndex(key.bytes, sizeof(LyrKesDistIpv6Key));
-}
-
-LyrKesLbDfxEntry TableModel::Entry::Listed(uint32_t ipVer) const {
-    LyrKesLbDfxEntry listed = {};
-    const LyrKesVerifyTunnel tunnel = Removed();
-    listed.ipVer = ipVer;
-    listed.srcIp = tunnel.srcIpv4;
-    listed.dstIp = tunnel.dstIpv4;
-    std::ranges::copy(tunnel.srcIpv6, listed.srcIpv6);
-    std::ranges::copy(tunnel.dstIpv6, listed.dstIpv6);
-    listed.srcPort = tunnel.srcPort;
-    listed.dstPort = tunnel.dstPort;
-    listed.vpnId = key.table == Table::kIpv4 ? Restore<LyrKesDistIpv4Key>(key).vpnId
-                                             : Restore<LyrKesDistIpv6Key>(key).vpnId;
-    listed.nodeId = nodeId;
-    return listed;
-}
-
 LyrKesVerifyTunnel TableModel::Entry::Removed() const {
     LyrKesVerifyTunnel tunnel = {};
     if (key.table == Table::kIpv4) {

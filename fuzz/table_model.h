@@ -28,11 +28,7 @@ class TableModel {
         uint32_t mark;  // confirmations
 
         bool HasPort(uint16_t port) const;
-        // The table's own bucket for it.
-        uint32_t Bucket() const;
-        // As a listing shows it.
-        LyrKesLbDfxEntry Listed(uint32_t ipVer) const;
-        // As the verify records do.
+        // As the verify records show it.
         LyrKesVerifyTunnel Removed() const;
         void DeleteFromModule() const;
     };
