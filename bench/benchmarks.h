@@ -6,5 +6,6 @@ namespace bench {
 void RegisterHookBenchmarks();
 void RegisterLookupBenchmarks();
 void RegisterStepBenchmarks();
+void RegisterWriterBenchmarks();
 
 }  // namespace bench

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "burst_timing.h"
+#include "own_processor.h"
 
 namespace bench {
 
@@ -18,6 +19,7 @@ template <class Prepare, class Work, class Finish>
 void MeasureBursts(benchmark::State &state, Prepare prepare, Work work, Finish finish) {
     using benchmark::Counter;
 
+    const OwnProcessor bound(static_cast<size_t>(state.thread_index()));
     std::vector<double> seconds;
     seconds.reserve(state.max_iterations);
     for (auto _ : state) {

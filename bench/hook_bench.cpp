@@ -1,5 +1,9 @@
-// What the packet hook costs, by what arrives; and what of that is the engine's hand-off.
+// What the packet hook and the receive path cost, by what arrives; and what of that is the engine's
+// hand-off.
 #include <algorithm>
+#include <array>
+#include <functional>
+#include <span>
 #include <string>
 
 #include "benchmarks.h"
@@ -12,6 +16,7 @@
 #include "packet/packet_entry.h"
 #include "running_module.h"
 #include "standin/channels.h"
+#include "standin/packet_path.h"
 #include "traffic.h"
 
 namespace bench {
@@ -95,7 +100,30 @@ void TakeBack(const HookCase &hookCase, uint32_t thread) {
     }
 }
 
-void RunHook(benchmark::State &state, HostHookFunc hook, const HookCase &hookCase) {
+// How a burst passes the module; answers how many of its packets met another fate than `fate`.
+using Pass = std::function<size_t(std::span<HostMbuf *const> packets, uint64_t fate)>;
+
+// One packet after the other.
+Pass PassEach(HostHookFunc hook) {
+    return [hook](std::span<HostMbuf *const> packets, uint64_t fate) {
+        size_t others = 0;
+        for (HostMbuf *packet : packets) {
+            others += hook(packet) != fate;
+        }
+        return others;
+    };
+}
+
+// As the engine has them pass: stage by stage, a few at a time.
+size_t PassEngine(std::span<HostMbuf *const> packets, uint64_t fate) {
+    std::array<standin::Fate, kBurst> fates;
+    standin::RunReceivePath(packets, fates);
+    const auto expected =
+        fate == HOST_HOOK_TAKEN ? standin::Fate::kTaken : standin::Fate::kReturned;
+    return kBurst - static_cast<size_t>(std::ranges::count(fates, expected));
+}
+
+void RunHook(benchmark::State &state, const Pass &pass, const HookCase &hookCase) {
     const auto thread = static_cast<uint32_t>(state.thread_index());
     const auto threads = static_cast<uint32_t>(state.threads());
     const auto tunnels = static_cast<uint32_t>(state.range(0));
@@ -107,12 +135,7 @@ void RunHook(benchmark::State &state, HostHookFunc hook, const HookCase &hookCas
     Bursts bursts(Frames::Of(hookCase.traffic, flows), thread, thread, threads);
     size_t others = 0;
     MeasureBursts(
-        state, [&] { bursts.Receive(); },
-        [&] {
-            for (HostMbuf *packet : bursts.Packets()) {
-                others += hook(packet) != hookCase.fate;
-            }
-        },
+        state, [&] { bursts.Receive(); }, [&] { others += pass(bursts.Packets(), hookCase.fate); },
         [&] {
             if (others != 0) {
                 Fail("hook/%s: %zu packets met another fate", hookCase.name, others);
@@ -170,15 +193,21 @@ void RunHandOff(benchmark::State &state, HandOff handOff) {
 void RegisterHookBenchmarks() {
     for (const HookCase &hookCase : kHookCases) {
         const std::string name = hookCase.name;
-        auto *hook = benchmark::RegisterBenchmark(("hook/" + name).c_str(), RunHook, LyrKes_PktProc,
-                                                  hookCase)
+        auto *hook = benchmark::RegisterBenchmark(("hook/" + name).c_str(), RunHook,
+                                                  PassEach(LyrKes_PktProc), hookCase)
                          ->ArgNames({"tunnels", "diagnostics"})
                          ->Args({kTunnels, 0})
                          ->Apply(OneAndTwoThreads);
         if (LooksUp(hookCase)) {
             hook->Args({kFewTunnels, 0})->Args({kFewTunnels, 1});
+            benchmark::RegisterBenchmark(("path/" + name).c_str(), RunHook, PassEngine, hookCase)
+                ->ArgNames({"tunnels", "diagnostics"})
+                ->Args({kTunnels, 0})
+                ->Args({kFewTunnels, 0})
+                ->Apply(OneAndTwoThreads);
         }
-        benchmark::RegisterBenchmark(("receive/" + name).c_str(), RunHook, ReceivePath, hookCase)
+        benchmark::RegisterBenchmark(("receive/" + name).c_str(), RunHook, PassEach(ReceivePath),
+                                     hookCase)
             ->ArgNames({"tunnels", "diagnostics"})
             ->Args({kFewTunnels, 0})
             ->Args({kFewTunnels, 1})
@@ -186,7 +215,7 @@ void RegisterHookBenchmarks() {
     }
     for (const HookCase &hookCase : kTransmitCases) {
         benchmark::RegisterBenchmark((std::string("transmit/") + hookCase.name).c_str(), RunHook,
-                                     TransmitPath, hookCase)
+                                     PassEach(TransmitPath), hookCase)
             ->ArgNames({"tunnels", "diagnostics"})
             ->Args({kFewTunnels, 0})
             ->Args({kFewTunnels, 1})

@@ -12,6 +12,7 @@ int main(int argc, char **argv) {
     bench::RegisterHookBenchmarks();
     bench::RegisterLookupBenchmarks();
     bench::RegisterStepBenchmarks();
+    bench::RegisterWriterBenchmarks();
     benchmark::RunSpecifiedBenchmarks();
     bench::StopModule();
     benchmark::Shutdown();

@@ -1,7 +1,4 @@
 // The module's lookups against DPDK's hash table on the same packets, in turns.
-#include <pthread.h>
-#include <sched.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
@@ -18,6 +15,7 @@
 
 #include "burst_timing.h"
 #include "contenders.h"
+#include "own_processor.h"
 #include "running_module.h"
 
 namespace bench {
@@ -40,26 +38,6 @@ struct Entrant {
     int threads;
     std::vector<double> costs;
 };
-
-// The processors that this program may use. Each thread of a turn is bound to one of its own.
-std::vector<size_t> Processors() {
-    cpu_set_t set;
-    pthread_getaffinity_np(pthread_self(), sizeof(set), &set);
-    std::vector<size_t> processors;
-    for (size_t i = 0; i < CPU_SETSIZE; ++i) {
-        if (CPU_ISSET(i, &set)) {
-            processors.push_back(i);
-        }
-    }
-    return processors;
-}
-
-void BindTo(size_t processor) {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(processor, &set);
-    pthread_setaffinity_np(pthread_self(), sizeof(set), &set);
-}
 
 // One contender's turn: bursts after bursts on each thread. Those that go once round all flows are
 // not counted: they bring the contender's table back to where turns of its own leave it.
@@ -85,8 +63,7 @@ class Turn {
     using Clock = std::chrono::steady_clock;
 
     double RunThread(size_t thread) {
-        static const std::vector<size_t> processors = Processors();
-        BindTo(processors[thread]);
+        const OwnProcessor bound(thread);
         Bursts bursts(Frames::Of(contender_.traffic, contest_.Entries()),
                       static_cast<uint32_t>(thread));
         std::array<uint32_t, kBurst> hashes{};
@@ -277,8 +254,9 @@ void AddOptions(CLI::App &app, Options &options) {
 
 void RunContests(const Options &options) {
     const DpdkEnvironment environment(kEnvironmentMegabytes);
-    std::printf("Peers: %s. Build: %s. %u rounds of %g s.\n\n", DpdkEnvironment::Version().c_str(),
-                LYR_BENCH_BUILD, options.rounds, options.seconds);
+    std::printf("Peers: %s. Build: %s. Rounds: %u, a turn of %g s.\n\n",
+                DpdkEnvironment::Version().c_str(), LYR_BENCH_BUILD, options.rounds,
+                options.seconds);
     for (const uint32_t entries : options.entries) {
         const Contest contest(entries, options.burst);
         const std::vector<Entrant> entrants = RunRounds(contest, options);

@@ -1,51 +1,25 @@
 #include "peer_tables.h"
 
-#include <pthread.h>
 #include <rte_eal.h>
 #include <rte_errno.h>
 #include <rte_memory.h>
 #include <rte_version.h>
-#include <sched.h>
 
 #include <vector>
 
 #include "failure.h"
+#include "own_processor.h"
 
 namespace bench {
-namespace {
-
-class KeepAffinity {
-  public:
-    KeepAffinity() {
-        pthread_getaffinity_np(pthread_self(), sizeof(processors_), &processors_);
-    }
-    ~KeepAffinity() {
-        pthread_setaffinity_np(pthread_self(), sizeof(processors_), &processors_);
-    }
-    KeepAffinity(const KeepAffinity &) = delete;
-    KeepAffinity &operator=(const KeepAffinity &) = delete;
-
-    int First() const {
-        int processor = 0;
-        while (!CPU_ISSET(processor, &processors_)) {
-            ++processor;
-        }
-        return processor;
-    }
-
-  private:
-    cpu_set_t processors_;
-};
-
-}  // namespace
 
 DpdkEnvironment::DpdkEnvironment(uint32_t megabytes) {
-    const KeepAffinity affinity;
+    // The environment binds this thread to its first processor.
+    const OwnProcessor bound(0);
     std::vector<std::string> texts = {program_invocation_short_name, "--no-huge", "--no-pci",
                                       "--no-shconf", "--no-telemetry", "--log-level=warning", "-m",
                                       std::to_string(megabytes),
                                       // No worker threads: one processor, whatever its number.
-                                      "--lcores", "0@" + std::to_string(affinity.First())};
+                                      "--lcores", "0@" + std::to_string(Processors()[0])};
     std::vector<char *> arguments;
     for (std::string &text : texts) {
         arguments.push_back(text.data());

@@ -13,6 +13,7 @@
 #include "lb/tunnel_registration.h"
 #include "module/lifecycle.h"
 #include "module/registration.h"
+#include "own_processor.h"
 #include "verify/recon_sweep.h"
 
 namespace {
@@ -115,10 +116,14 @@ double WatchReads(uint32_t &locker, std::atomic<bool> &watching, const std::atom
 template <class Table, class Watch>
 double SweepWatched(uint32_t removePercent, Watch watch) {
     Prepare<Table>(removePercent);
+    const bench::OwnProcessor bound(0);
     std::atomic<bool> watching = false;
     std::atomic<bool> done = false;
     double seen = 0;
-    std::thread watcher([&] { seen = watch(Table::kLocker, watching, done); });
+    std::thread watcher([&] {
+        const bench::OwnProcessor other(1);
+        seen = watch(Table::kLocker, watching, done);
+    });
     while (!watching) {
     }
     Table::kSweep(kNode);
