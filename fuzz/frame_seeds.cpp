@@ -5,8 +5,6 @@
 
 #include "capture/reader.h"
 #include "capwap/describe.h"
-#include "capwap/message_type.h"
-#include "capwap/packet_builder.h"
 #include "capwap_gen/traffic.h"
 
 namespace fuzz {
@@ -65,14 +63,6 @@ std::vector<Bytes> SeedFrames() {
     AddGeneratedFrames(frames);
     AddSession(frames);
     return frames;
-}
-
-std::vector<Bytes> SeedsBehind(const Bytes &head) {
-    std::vector<Bytes> inputs = SeedFrames();
-    for (Bytes &input : inputs) {
-        input.insert(input.begin(), head.begin(), head.end());
-    }
-    return inputs;
 }
 
 }  // namespace fuzz

@@ -1,271 +1,258 @@
-// Frames before the four statistics hooks, while they watch a peer and trace probes.
+// Frames before the packet hook and the four statistics hooks of a started module with sources,
+// tunnels, sessions and stations, which watches a peer and traces probes.
 #include <algorithm>
-#include <cstring>
-#include <span>
-#include <string_view>
+#include <string>
 
+#include "capwap/packet_builder.h"
+#include "channel/service_channel.h"
 #include "dfx/debug_trace.h"
+#include "dfx/packet_counters.h"
 #include "dfx/ping_stat.h"
 #include "dfx/probe_trace.h"
-#include "dfx/vendor_message.h"
+#include "kes/channel.h"
 #include "kes/hook.h"
-#include "packet/capwap_header.h"
+#include "lb/tunnel_registration.h"
+#include "packet/cwp_source.h"
 #include "packet_claims.h"
+#include "standin/channels.h"
 #include "standin/packet_path.h"
+#include "standin/runtime.h"
 #include "started_module.h"
 
 namespace {
 
 using fuzz::Require;
 
-constexpr uint32_t kPoints[] = {HOST_HOOK_TX_IN, HOST_HOOK_TX_OUT, HOST_HOOK_RX_IN,
-                                HOST_HOOK_RX_OUT};
-
 // The front of an input; claims follow where it says so, and then the frame.
 struct Circumstances {
-    uint8_t hookKind;  // low two bits
+    uint8_t point;  // of kPoints
     uint8_t flags;
-    uint16_t causeId;
+    uint16_t cause;
 };
 
+constexpr uint32_t kPoints[] = {HOST_HOOK_TX_IN, HOST_HOOK_TX_OUT, HOST_HOOK_RX_IN,
+                                HOST_HOOK_RX_OUT, HOST_HOOK_HOST_RX};
+
 enum Flags : uint8_t {
-    // Whom the module watches: the packet's peer, or
-    kNobody = 1,
-    kAnother = 2,
-    kOtherVersion = 3,
-    kNeedTrace = 1 << 2,
+    kWatched = 1 << 0,  // the packet's peer
+    kOtherVrf = 1 << 1,
+    kMarked = 1 << 2,
     kClaims = 1 << 3,
     kShortSegment = 1 << 4,
-    kLines = 7 << 5,  // all of them, for lines cost more than all else
+    kTraced = 1 << 5,
+    kTracesEchoes = 1 << 6,  // and nothing else
+    kNoRoom = 1 << 7,        // in the channels
 };
-constexpr uint8_t kWatched = 3;
 
 standin::MbufPool pool(1);
 
-struct End {
-    uint32_t ipv4;
-    uint32_t ipv6[4];
-};
-
-// Where the packet's peer is.
-End PeerOf(const standin::HostMbufMeta &meta, uint32_t hookKind) {
-    const bool transmit = hookKind == KES_HOOK_TXIN || hookKind == KES_HOOK_TXOUT;
-    End end = {transmit ? meta.dstIp : meta.srcIp, {}};
-    std::ranges::copy(transmit ? meta.dstIp6 : meta.srcIp6, end.ipv6);
-    return end;
-}
-
-// Has the module watch the peer. False when it watches another, or nobody.
-bool Watch(const standin::HostMbufMeta &meta, const Circumstances &in) {
-    const End end = PeerOf(meta, in.hookKind & 3u);
-    uint16_t groups[8];
-    for (size_t i = 0; i < 8; ++i) {
-        groups[i] = static_cast<uint16_t>(end.ipv6[i / 2] >> (i % 2 == 0 ? 16 : 0));
-    }
-    const bool hasIpv6 = std::ranges::any_of(groups, [](uint16_t group) { return group != 0; });
-    bool ipv4 = meta.protoType != HOST_PROTO_IPV6;
-    switch (in.flags & kWatched) {
-        case kNobody:
-            LyrKes_UpdateCwpPingConfig(true, 0, groups);
-            return false;
-        case kAnother:
-            ++groups[7];
-            LyrKes_UpdateCwpPingConfig(ipv4, end.ipv4 + 1, groups);
-            return false;
-        case kOtherVersion:
-            ipv4 = !ipv4;
-            break;
-        default:
-            break;
-    }
-    LyrKes_UpdateCwpPingConfig(ipv4, end.ipv4, groups);
-    return ipv4 ? end.ipv4 != 0 : hasIpv6;
-}
-
-// What a hook has to do with a packet.
-struct Expected {
-    bool counted = false;
-    bool fragment = false;
-    uint32_t bytes = 0;
-    bool recorded = false;
-    bool marked = false;  // for the trace
-};
-
-// A probe message as the transmit path needs it.
-bool CarriesPeerMac(const uint8_t *header, uint32_t length, uint32_t present, uint32_t type) {
-    return header != nullptr && present >= length + 8 + 24 && lyr::IsProbe(type);
-}
-
-Expected Expect(HostMbuf *packet, const Circumstances &in, bool watched) {
-    const standin::HostMbufMeta &meta = standin::MetaOf(packet);
-    const uint32_t kind = in.hookKind & 3u;
-    const bool receive = kind == KES_HOOK_RXIN || kind == KES_HOOK_RXOUT;
-    const bool isIp = meta.protoType == HOST_PROTO_IPV4 || meta.protoType == HOST_PROTO_IPV6;
-    if (receive && (meta.causeId == 1769 || meta.causeId == 1770)) {
-        return {.recorded = isIp, .marked = meta.needTrace != 0};
-    }
-    Expected expected = {.marked = meta.needTrace != 0};
-    const uint8_t *header = nullptr;
-    uint16_t payload = 0, present = 0;
-    if ((receive && !watched) || !isIp || meta.ipProtocol != 17 ||
-        (meta.srcPort != 5246 && meta.dstPort != 5246) || LyrKes_CheckIfFirstIpFrag(packet) == 0 ||
-        LyrKes_GetCapwapHeader(packet, &header, &payload, &present) != 0 || present < 4) {
-        return expected;
-    }
-    const uint32_t length = (header[1] >> 1) & 0x7Cu;
-    if (present < length + 4) {
-        return expected;
-    }
-    const uint32_t type = static_cast<uint32_t>(header[length]) << 24 |
-                          static_cast<uint32_t>(header[length + 1]) << 16 |
-                          static_cast<uint32_t>(header[length + 2]) << 8 | header[length + 3];
-    if (watched && lyr::IsPing(type)) {
-        if (payload - length < 36) {
-            return expected;
-        }
-        expected.counted = true;
-        expected.fragment = header[3] >> 7 != 0;
-        expected.bytes = payload - length - 36;
-    }
-    if (lyr::IsProbe(type) || expected.marked) {
-        expected.recorded = kind != KES_HOOK_TXIN || CarriesPeerMac(header, length, present, type);
-        expected.marked = true;
-    }
-    return expected;
-}
-
-void CheckCounters(const Expected &expected, uint32_t hookKind) {
-    for (uint32_t kind = 0; kind < KES_HOOK_NUM; ++kind) {
-        const LyrKesCwpPingCounter &counter = g_LyrHostCwpPingStat.counters[kind];
-        const bool here =
-            expected.counted &&
-            (kind == hookKind || (hookKind == KES_HOOK_RXOUT && kind == KES_HOOK_RXIN));
-        Require(counter.pktCnt == (here ? 1 : 0) &&
-                    counter.fragCnt == (here && expected.fragment ? 1 : 0) &&
-                    counter.byteCnt == (here ? expected.bytes : 0),
-                "the peer's pings count, and nothing else");
-    }
-}
-
-// What the service tells of the counters is their low halves.
-void CheckToldCounters() {
-    LyrKesCwpPingStatRsp told = {};
-    LyrKes_CwpPingGetStat(&told);
-    for (uint32_t kind = 0; kind < KES_HOOK_NUM; ++kind) {
-        const LyrKesCwpPingCounter &counter = g_LyrHostCwpPingStat.counters[kind];
-        Require(told.counts[kind].pktCnt == counter.pktCnt &&
-                    told.counts[kind].fragCnt == counter.fragCnt &&
-                    told.counts[kind].byteCnt == counter.byteCnt,
-                "the service tells the counters");
-    }
-}
-
-// What the service tells of the newest record.
-void CheckToldRecord(const CwpTraceRcd &record, uint32_t position) {
-    static LyrKesCwpTraceRecordRsp page;
-    const LyrKesCwpTraceRecordReq request = {position, LYR_KES_PROBE_GET};
-    Require(LyrKes_CwpTraceGet(&request, &page) == LYR_KES_PROBE_LAST && page.entryNum == 1,
-            "the newest record is the last");
-    const LyrKesCwpTraceEntry &told = page.entries[0];
-    const auto peer = std::span(told.peerAddr.ipv6Addr);
-    bool same = told.peerAddr.ipVer == (record.peer.ipVer == 4 ? 0 : 1) &&
-                (record.peer.ipVer != 4 || told.peerAddr.ipv4Addr == record.peer.ip[0]);
-    for (size_t i = 0; record.peer.ipVer != 4 && i < peer.size(); ++i) {
-        same &= peer[i] == (record.peer.ip[i / 2] >> (i % 2 == 0 ? 16 : 0) & 0xFFFF);
-    }
-    Require(same && told.hookKind == record.hookKind && std::ranges::equal(told.mac, record.mac) &&
-                std::string_view(told.name) == record.name && told.seconds == record.seconds,
-            "the service tells a record");
-}
-
-// The ring since an earlier look.
-class Ring {
+// Instances 1 and 2 serve tunnels and sessions, instance 3 stations; 4 has no channel.
+class Instances {
   public:
-    void CheckAppended(bool appended, uint32_t hookKind, const End &peer, bool ipv6) const {
-        const LyrKesCwpTrace &now = g_LyrHostCwpTrace;
-        const uint32_t more = appended ? 1 : 0;
-        Require(now.tail == (tail_ + more) % LYR_CWP_TRACE_NUM, "a sighting moves the tail");
-        Require(now.count == std::min(count_ + more, LYR_CWP_TRACE_NUM), "sightings are counted");
-        Require(now.head == (now.tail - now.count) % LYR_CWP_TRACE_NUM,
-                "the head is the oldest record");
-        if (!appended) {
-            return;
+    Instances() {
+        channels_ = {module_.OpenInstance(1, LYR_PKT_TYPE_CAPWAP),
+                     module_.OpenInstance(2, LYR_PKT_TYPE_CAPWAP),
+                     module_.OpenInstance(3, LYR_PKT_TYPE_WAPI)};
+        const uint16_t groups[8] = {0x2001, 0xDB8, 0, 0, 0, 0, 0, 1};
+        LyrKes_AddCwpSrc(true, CWP_SRC_ANY_IF, capwap::Ipv4("10.0.0.1"), groups, 0);
+        LyrKes_AddCwpSrc(false, CWP_SRC_ADDRESS, 0, groups, 0);
+        AddTunnels();
+        const LyrKesDistKaKey session = {{0x11, 0x22, 0x33, 0x44}};
+        LyrKes_DistAddKaTunnel(2, &session);
+        LyrKes_DistAddWapiTunnel(3, 1);
+    }
+    // The instance whose channel the packet is in, 0 for none.
+    size_t Find(const HostMbuf *packet) const {
+        size_t owner = 0;
+        for (size_t i = 0; i < channels_.size(); ++i) {
+            if (const HostMbuf *received = standin::ReceiveFromChannel(channels_[i])) {
+                Require(received == packet && owner == 0, "an instance gets what was sent to it");
+                owner = i + 1;
+            }
         }
-        const CwpTraceRcd &record = now.records[tail_];
-        Require(record.hookKind == hookKind && record.peer.ipVer == (ipv6 ? 6 : 4) &&
-                    (ipv6 ? std::ranges::equal(record.peer.ip, peer.ipv6)
-                          : record.peer.ip[0] == peer.ipv4),
-                "a record names point and peer");
-        CheckToldRecord(record, now.count - 1);
+        return owner;
     }
 
   private:
-    uint32_t tail_ = g_LyrHostCwpTrace.tail;
-    uint32_t count_ = g_LyrHostCwpTrace.count;
+    static void AddTunnels() {
+        for (const uint16_t dstPort : {capwap::kControlPort, capwap::kDataPort}) {
+            const LyrKesDistIpv4Key ipv4 = {.srcIp = capwap::Ipv4("10.0.10.1"),
+                                            .dstIp = capwap::Ipv4("10.0.0.1"),
+                                            .srcPort = 40000,
+                                            .dstPort = dstPort,
+                                            .vpnId = 0};
+            LyrKes_DistAddIPv4Tunnel(1, &ipv4);
+            const LyrKesDistIpv6Key ipv6 = {.srcIpv6 = {0x20010DB8, 0, 0, 0xA0001},
+                                            .dstIpv6 = {0x20010DB8, 0, 0, 1},
+                                            .srcPort = 40000,
+                                            .dstPort = dstPort,
+                                            .vpnId = 0};
+            LyrKes_DistAddIPv6Tunnel(dstPort == capwap::kControlPort ? 2 : 4, &ipv6);
+        }
+    }
+
+    fuzz::StartedModule module_;
+    std::vector<uint32_t> channels_;
 };
 
-HostMbuf *Receive(fuzz::Reader &input, const Circumstances &in) {
-    const bool claimed = (in.flags & kClaims) != 0;
+// Only these reach an instance, and never for the causes that the module leaves alone.
+bool IsForInstances(const standin::HostMbufMeta &meta) {
+    const auto isPort = [](uint16_t port) { return port == 5246 || port == 5247; };
+    return meta.causeAction != 8 && meta.causeAction != 57 &&
+           (meta.etherType == 0x88B4 ||
+            (meta.ipProtocol == 17 && (isPort(meta.srcPort) || isPort(meta.dstPort))));
+}
+
+HostMbuf *Receive(fuzz::Reader &input, const Circumstances &in, uint8_t flags) {
+    const bool claimed = (flags & kClaims) != 0;
     const auto claims = claimed ? input.Take<fuzz::PacketClaims>() : fuzz::PacketClaims{};
-    HostMbuf *packet = pool.Receive(input.Rest(), {});
+    HostMbuf *packet = pool.Receive(input.Rest(), {.vrf = (flags & kOtherVrf) != 0 ? 1u : 0u,
+                                                   .diagnose = (flags & kMarked) != 0});
     if (packet == nullptr) {
         return nullptr;
     }
     if (claimed) {
         Claim(claims, packet);
     }
-    if ((in.flags & kShortSegment) != 0) {
+    if ((flags & kShortSegment) != 0) {
         packet->dataLen = static_cast<uint16_t>(packet->dataLen / 2);
     }
     standin::HostMbufMeta &meta = standin::MetaOf(packet);
-    meta.causeId = in.causeId;
-    meta.needTrace = (in.flags & kNeedTrace) != 0 ? 1 : 0;
+    constexpr uint16_t kCauseActions[] = {0, 8, 57, 58};
+    meta.causeAction = kCauseActions[in.cause & 3];
+    meta.causeId = in.cause;
     return packet;
 }
 
-void SetLines(const Circumstances &in) {
+void SetTrace(uint8_t flags) {
     LyrKesDebugTraceReq request = {};
     request.debugLevel = 3;
-    if ((in.flags & kLines) == kLines) {
-        LyrKes_DebugTraceConfigUpdate(&request);
-    } else if (g_lyrKesDebugTrace.enable != 0) {
-        LyrKes_DebugTraceConfigClear();
+    request.capwapMsgType = (flags & kTracesEchoes) != 0 ? 13 : 0;
+    LyrKes_DebugTraceConfigUpdate(&request);
+}
+
+// --- the packet hook ---
+
+// What became of a packet.
+struct Outcome {
+    uint64_t fate;
+    size_t owner;
+    bool operator==(const Outcome &) const = default;
+};
+
+Outcome Enter(const Instances &instances, HostMbuf *packet) {
+    const bool forInstances = IsForInstances(standin::MetaOf(packet));
+    Outcome outcome;
+    outcome.fate = standin::RunHooks(HOST_HOOK_HOST_RX, packet);
+    outcome.owner = instances.Find(packet);
+    Require(outcome.fate == HOST_HOOK_CONTINUE || outcome.fate == HOST_HOOK_TAKEN ||
+                outcome.fate == HOST_HOOK_DISCARD,
+            "the hook answers one of its fates");
+    Require((outcome.fate == HOST_HOOK_TAKEN) == (outcome.owner != 0),
+            "an instance has what was taken");
+    Require(outcome.fate == HOST_HOOK_CONTINUE || forInstances, "other packets are not taken");
+    for (const LyrKesPktStat &row : g_cwpPktStats) {
+        Require(row.rxCnt == row.sendOkCnt + row.sendFailCnt + row.procFailCnt,
+                "what came was sent or failed");
+    }
+    return outcome;
+}
+
+// --- the statistics hooks ---
+
+// Has the module watch the peer, or nobody.
+void Watch(const standin::HostMbufMeta &meta, const Circumstances &in) {
+    const bool transmit = in.point == KES_HOOK_TXIN || in.point == KES_HOOK_TXOUT;
+    const bool watched = (in.flags & kWatched) != 0;
+    uint16_t groups[8] = {};
+    for (size_t i = 0; watched && i < 8; ++i) {
+        const uint32_t word = (transmit ? meta.dstIp6 : meta.srcIp6)[i / 2];
+        groups[i] = static_cast<uint16_t>(word >> (i % 2 == 0 ? 16 : 0));
+    }
+    const uint32_t ipv4 = transmit ? meta.dstIp : meta.srcIp;
+    LyrKes_UpdateCwpPingConfig(meta.protoType != HOST_PROTO_IPV6, watched ? ipv4 : 0, groups);
+}
+
+void CheckCounters(uint32_t hookKind, bool counted) {
+    for (uint32_t kind = 0; kind < KES_HOOK_NUM; ++kind) {
+        const LyrKesCwpPingCounter &counter = g_LyrHostCwpPingStat.counters[kind];
+        const bool here =
+            counted && (kind == hookKind || (hookKind == KES_HOOK_RXOUT && kind == KES_HOOK_RXIN));
+        Require(counter.pktCnt == (here ? 1 : 0) && counter.fragCnt <= counter.pktCnt &&
+                    (here || counter.byteCnt == 0),
+                "the marked ping counts at its point, and nothing else");
     }
 }
 
-void RunHook(HostMbuf *packet, const Circumstances &in, fuzz::ByteSpan frame) {
-    const uint32_t kind = in.hookKind & 3u;
+// The ring of sightings moved on by one at most.
+void CheckRing(uint32_t tailBefore, uint32_t countBefore, uint32_t hookKind, bool traced) {
+    const LyrKesCwpTrace &ring = g_LyrHostCwpTrace;
+    const uint32_t more = ring.tail != tailBefore ? 1 : 0;
+    Require(ring.tail == (tailBefore + more) % LYR_CWP_TRACE_NUM &&
+                ring.count == std::min(countBefore + more, LYR_CWP_TRACE_NUM) &&
+                ring.head == (ring.tail - ring.count) % LYR_CWP_TRACE_NUM,
+            "the ring has the last sightings");
+    Require(more == 0 || traced, "only what is traced is recorded");
+    Require(more == 0 || ring.records[tailBefore].hookKind == hookKind, "a record names its point");
+}
+
+void Pass(HostMbuf *packet, const Circumstances &in) {
     standin::HostMbufMeta before = standin::MetaOf(packet);
-    const bool watched = Watch(before, in);
-    const Expected expected = Expect(packet, in, watched);
-    const Ring ring;
-    Require(standin::RunHooks(kPoints[kind], packet) == HOST_HOOK_CONTINUE,
-            "the hooks take no packet");
+    before.needTrace = standin::MetaOf(packet).needTrace = (in.flags & kMarked) != 0 ? 1 : 0;
+    Watch(before, in);
+    const uint32_t tail = g_LyrHostCwpTrace.tail, count = g_LyrHostCwpTrace.count;
+    Require(standin::RunHooks(kPoints[in.point], packet) == HOST_HOOK_CONTINUE,
+            "the statistics hooks take no packet");
     const standin::HostMbufMeta &after = standin::MetaOf(packet);
-    Require(after.needStat == (expected.counted ? 1 : 0), "what counts is marked");
-    Require(after.needTrace == (expected.marked ? 1 : 0), "what is traced is marked");
+    Require(after.needStat == 0 || (in.flags & kWatched) != 0, "only pings of the peer count");
+    CheckCounters(in.point, after.needStat != 0);
+    const bool recognised = before.causeId == 1769 || before.causeId == 1770;
+    CheckRing(tail, count, in.point, after.needTrace != 0 || recognised);
     before.needStat = after.needStat;
     before.needTrace = after.needTrace;
-    Require(std::memcmp(&before, &after, sizeof before) == 0, "nothing else is changed");
-    Require(std::ranges::equal(standin::FrameAsReceived(packet), frame), "no frame is changed");
-    CheckCounters(expected, kind);
-    if (expected.counted) {
-        CheckToldCounters();
+    Require(std::memcmp(&before, &after, sizeof before) == 0, "nothing but marks is changed");
+}
+
+// Runs the packet once; what became of it at the packet hook.
+Outcome Run(fuzz::Reader input, const Circumstances &in, uint8_t flags) {
+    static const Instances instances;
+    Outcome outcome = {};
+    HostMbuf *packet = Receive(input, in, flags);
+    if (packet == nullptr) {
+        return outcome;
     }
-    ring.CheckAppended(expected.recorded, kind, PeerOf(before, kind),
-                       before.protoType == HOST_PROTO_IPV6);
+    if (kPoints[in.point] == HOST_HOOK_HOST_RX) {
+        outcome = Enter(instances, packet);
+    } else {
+        Pass(packet, in);
+    }
+    Require(std::ranges::equal(standin::FrameAsReceived(packet), input.Rest()),
+            "no frame is changed");
+    standin::MbufPool::Release(packet);
+    return outcome;
 }
 
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    static const fuzz::StartedModule module;
     fuzz::Reader input(data, size);
-    const auto in = input.Take<Circumstances>();
-    if (HostMbuf *packet = Receive(input, in)) {
-        SetLines(in);
-        RunHook(packet, in, input.Rest());
-        standin::MbufPool::Release(packet);
+    auto in = input.Take<Circumstances>();
+    in.point = static_cast<uint8_t>(in.point % std::size(kPoints));
+    const Outcome quiet = Run(input, in, in.flags & ~kMarked);
+    if ((in.flags & kTraced) != 0) {
+        SetTrace(in.flags);
+    }
+    if ((in.flags & (kTraced | kMarked)) != 0) {
+        Require(Run(input, in, in.flags) == quiet, "mark and trace change no fate");
+    }
+    LyrKes_DebugTraceConfigClear();
+    if ((in.flags & kNoRoom) != 0) {
+        standin::FailCall("TOV_ChannelDcSend");
+        const Outcome outcome = Run(input, in, in.flags);
+        standin::ClearFaults();
+        const bool wasTaken = quiet.fate == HOST_HOOK_TAKEN;
+        Require(outcome.owner == 0 && outcome.fate == (wasTaken ? HOST_HOOK_DISCARD : quiet.fate),
+                "what would be taken is undelivered without room");
     }
     return 0;
 }
@@ -273,9 +260,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 std::vector<fuzz::Bytes> fuzz::Seeds() {
     std::vector<Bytes> inputs;
     for (const Bytes &claimed : SeedsWithClaims()) {
-        for (uint8_t kind = 0; kind < KES_HOOK_NUM; ++kind) {
-            const uint8_t flags = inputs.size() % 5 == 0 ? kClaims | kNeedTrace : kClaims;
-            Append(inputs.emplace_back(), Circumstances{kind, flags, 0});
+        for (uint8_t point = 0; point < uint8_t{std::size(kPoints)}; ++point) {
+            const uint8_t flags = inputs.size() % 16 == 0 ? kWatched | kClaims | kMarked | kTraced
+                                                          : kWatched | kClaims | kNoRoom;
+            Append(inputs.emplace_back(), Circumstances{point, flags, 0});
             inputs.back().insert(inputs.back().end(), claimed.begin(), claimed.end());
         }
     }
