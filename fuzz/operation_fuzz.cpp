@@ -268,7 +268,6 @@ void Program::CheckChange(uint32_t operation, const fuzz::ModelKey &key, uint32_
 void Program::CheckQuery(const LyrKesLbDfxReq &request, const Reply &reply) const {
     const auto page = reply.As<LyrKesLbDfxRsp>();
     if (request.msgType == LYR_KES_LB_LIST) {
-        // query_fuzz knows what it lists.
         Require(reply.result == 0 && page.entryNum == 0, "a listing succeeds");
     } else if (request.msgType == LYR_KES_LB_COUNT) {
         const auto table = request.ipVer == 0 ? fuzz::Table::kIpv4 : fuzz::Table::kIpv6;

@@ -55,6 +55,55 @@ class TableQuery : public HostTest {
 using Tables = testing::Types<Ipv4Tunnels, Ipv6Tunnels>;
 TYPED_TEST_SUITE(TableQuery, Tables, TableNames);
 
+// The tunnel numbered `n`, as a listing shows it.
+template <class Table>
+LyrKesLbDfxEntry Listed(uint32_t n) {
+    const LyrKesCwpTunnelReq request = Table::Request(kAdd, n, 3);
+    LyrKesLbDfxEntry listed = {};
+    listed.ipVer = kIpVer<Table>;
+    listed.srcIp = request.srcAddr.ipv4Addr;
+    listed.dstIp = request.dstAddr.ipv4Addr;
+    std::ranges::copy(request.srcAddr.ipv6Addr, listed.srcIpv6);
+    std::ranges::copy(request.dstAddr.ipv6Addr, listed.dstIpv6);
+    listed.srcPort = request.srcPort;
+    listed.dstPort = request.dstPort;
+    listed.nodeId = 3;
+    return listed;
+}
+
+TYPED_TEST(TableQuery, PagesHaveWholeBucketsInTheirOrder) {
+    this->Fill(60, 1500);
+    std::vector<Texts> buckets(TypeParam::kCap);
+    for (const auto *entry : EntriesOf<TypeParam>()) {
+        const auto listed = Listed<TypeParam>(TypeParam::NumberOf(entry->key));
+        const auto *bytes = reinterpret_cast<const char *>(&listed);
+        buckets[TypeParam::kIndexOf(&entry->key, sizeof(entry->key))].emplace_back(bytes,
+                                                                                   sizeof(listed));
+    }
+    const bool ipv6 = kIpVer<TypeParam> != 0;
+    ASSERT_EQ(Call(MUND_OP_CwpTunnel, TunnelRequest(kAdd, ipv6 ? "::1" : "1.1.1.1", 1,
+                                                    ipv6 ? "::2" : "2.2.2.2", 2, 3)),
+              0u);
+    EXPECT_EQ(Count<TypeParam>(), 1500u) << "one has another port";
+    for (uint32_t next = 1; next != LYR_KES_LB_END;) {
+        const auto page = Query<TypeParam>(static_cast<uint16_t>(next - 1), LYR_KES_LB_LIST);
+        std::string expected;
+        size_t bucket = next - 1, used = 0;
+        for (; bucket < buckets.size() && used + buckets[bucket].size() <= 256; ++bucket) {
+            used += buckets[bucket].size();
+            for (const std::string &entry : buckets[bucket]) {
+                expected += entry;
+            }
+        }
+        expected.resize(sizeof(page.entries));
+        EXPECT_EQ(std::memcmp(page.entries, expected.data(), expected.size()), 0) << next;
+        EXPECT_EQ(page.nextIndex, bucket < buckets.size() ? bucket + 1 : LYR_KES_LB_END);
+        EXPECT_EQ(page.entryNum, 0u);
+        ASSERT_GT(page.nextIndex, next) << "the listing moves on";
+        next = page.nextIndex;
+    }
+}
+
 TYPED_TEST(TableQuery, BucketThatFitsIntoNoPageFillsItAndIsLogged) {
     const std::string tooMany =
         Line<TypeParam>("LbEntryInfo", "bucket 0 has more than 256 entries with port 5246.");
