@@ -21,7 +21,7 @@ void MeasureBursts(benchmark::State &state, Prepare prepare, Work work, Finish f
 
     const OwnProcessor bound(static_cast<size_t>(state.thread_index()));
     std::vector<double> seconds;
-    seconds.reserve(state.max_iterations);
+    seconds.reserve(static_cast<size_t>(state.max_iterations));
     for (auto _ : state) {
         prepare();
         seconds.push_back(TimeWork(state.threads(), work));

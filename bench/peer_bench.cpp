@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <exception>
 #include <functional>
 #include <iterator>
 #include <numeric>
@@ -15,6 +16,7 @@
 
 #include "burst_timing.h"
 #include "contenders.h"
+#include "failure.h"
 #include "own_processor.h"
 #include "running_module.h"
 
@@ -279,9 +281,11 @@ int main(int argc, char **argv) {
     bench::AddOptions(app, options);
     try {
         app.parse(argc, argv);
+        bench::RunContests(options);
+        return 0;
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? 0 : 2;
+    } catch (const std::exception &error) {
+        bench::Fail("%s", error.what());
     }
-    bench::RunContests(options);
-    return 0;
 }

@@ -5,6 +5,7 @@
 #include <rte_memory.h>
 #include <rte_version.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "failure.h"
@@ -20,10 +21,8 @@ DpdkEnvironment::DpdkEnvironment(uint32_t megabytes) {
                                       std::to_string(megabytes),
                                       // No worker threads: one processor, whatever its number.
                                       "--lcores", "0@" + std::to_string(Processors()[0])};
-    std::vector<char *> arguments;
-    for (std::string &text : texts) {
-        arguments.push_back(text.data());
-    }
+    std::vector<char *> arguments(texts.size());
+    std::ranges::transform(texts, arguments.begin(), [](std::string &text) { return text.data(); });
     if (rte_eal_init(static_cast<int>(arguments.size()), arguments.data()) < 0) {
         Fail("DPDK's environment does not start: %s", rte_strerror(rte_errno));
     }
