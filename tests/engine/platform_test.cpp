@@ -1,8 +1,12 @@
 // What surrounds a module: memory, output, and faults on demand.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
+#include <fstream>
 #include <functional>
+#include <random>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -49,10 +53,71 @@ TEST(Memory, IsAccountedByModuleAndPlace) {
     EXPECT_TRUE(ModuleMemoryByTag(kModule).empty());
 }
 
+// Bytes of memory that the process occupies.
+size_t ResidentBytes() {
+    size_t pages = 0;
+    size_t resident = 0;
+    std::ifstream("/proc/self/statm") >> pages >> resident;
+    return resident * 4096;
+}
+
+// Blocks of all sizes come and go on several threads: none reaches into another or into a cache
+// line that it need not.
+TEST(Memory, BlocksKeepToThemselves) {
+    constexpr uint32_t kModule = 4713;
+    const auto work = [](uint32_t seed) {
+        std::mt19937 random(seed);
+        std::vector<std::span<uint8_t>> blocks;
+        for (int step = 0; step < 6000; ++step) {
+            const uint32_t longest = 16u << random() % 12 << (random() % 500 == 0 ? 7 : 0);
+            const uint32_t size = static_cast<uint32_t>(random()) % longest + 1;
+            auto *block = static_cast<uint8_t *>(TovMemAllocInner(kModule, 0, size, 0, "x", 1));
+            const uintptr_t start = reinterpret_cast<uintptr_t>(block) % 64;
+            EXPECT_TRUE(start == 0 || start + size <= 64) << size << " bytes at " << start;
+            std::ranges::fill_n(block, size, static_cast<uint8_t>(seed + size));
+            blocks.emplace_back(block, size);
+            while (blocks.size() > (step < 3000 ? 1000 : 300) ||
+                   (step == 5999 && !blocks.empty())) {
+                std::swap(blocks[random() % blocks.size()], blocks.back());
+                for (const uint8_t byte : blocks.back()) {
+                    ASSERT_EQ(byte, static_cast<uint8_t>(seed + blocks.back().size()));
+                }
+                TovMemFreeInner(blocks.back().data());
+                blocks.pop_back();
+            }
+        }
+    };
+    std::thread other(work, 1);
+    work(2);
+    other.join();
+    EXPECT_EQ(ModuleMemory(kModule).blocks, 0u);
+}
+
+TEST(Memory, IsGivenBack) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "checkers keep what is freed";
+#endif
+    constexpr size_t kTotal = 64 << 20;
+    const size_t before = ResidentBytes();
+    for (const uint32_t size : {1000u, 100000u, uint32_t{kTotal}}) {
+        std::vector<void *> blocks(kTotal / size);
+        std::ranges::generate(blocks, [&] { return TovMemAllocInner(1, 0, size, 0, "test", 1); });
+        EXPECT_GT(ResidentBytes(), before + kTotal / 2) << "they are filled";
+        std::ranges::for_each(blocks, TovMemFreeInner);
+        EXPECT_LT(ResidentBytes(), before + kTotal / 8) << size;
+    }
+}
+
 TEST(PlatformDeathTest, WhatNoEngineHasToBear) {
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     alignas(16) static char foreign[256];
     EXPECT_DEATH(TovMemFreeInner(foreign + 128), "is no block of the allocator");
+    const auto freeTwice = [] {
+        void *block = TovMemAllocInner(1, 0, 100, 0, "test", 1);
+        TovMemFreeInner(block);
+        TovMemFreeInner(block);
+    };
+    EXPECT_DEATH(freeTwice(), "is no block of the allocator");
     const auto strictly = [](auto call) {
         SetStrict(true);
         call();

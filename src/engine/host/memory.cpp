@@ -1,6 +1,7 @@
 #include "kes/memory.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,7 +12,9 @@
 #include <unordered_map>
 #include <utility>
 
+#include "host/blocks.h"
 #include "host/live_bytes.h"
+#include "host/memory.h"
 #include "host/strict.h"
 #include "standin/lasting.h"
 #include "standin/runtime.h"
@@ -19,57 +22,24 @@
 namespace standin {
 namespace {
 
-constexpr uint64_t kLive = 0x6B65736D656D2121;
-constexpr uint64_t kFreed = 0x6B65736D656D2D2D;
 // What uninitialised memory reads as, so that depending on it shows.
 constexpr int kUndefined = 0xA5;
 
-// Stands before every block, and links the blocks of a module.
-struct alignas(16) Block {
-    Block *next;
-    Block *previous;
-    uint32_t size;
-    bool forRequest;
-    const char *tag;
-    uint32_t moduleId;
-    uint32_t line;
-    uint64_t guard;
-};
-
-struct Account {
-    MemoryUse use;
-    Block *blocks = nullptr;
-};
-
 std::mutex mutex;
-auto &accounts = Lasting<std::unordered_map<uint32_t, Account>>();
+auto &accounts = Lasting<std::unordered_map<uint32_t, MemoryUse>>();
 
 size_t heldForRequests = 0;
 thread_local bool inRequest = false;
 
-void Enter(Block *block) {
-    const std::lock_guard lock(mutex);
-    Account &account = accounts[block->moduleId];
-    block->next = account.blocks;
-    if (block->next != nullptr) {
-        block->next->previous = block;
+// The record of a block that must be there.
+const BlockRecord &RecordOf(const void *block, const char *operation) {
+    const BlockRecord *record = FindBlock(block);
+    if (record == nullptr) {
+        std::fprintf(stderr, "%s: %p is no block of the allocator, or freed before\n", operation,
+                     block);
+        std::abort();
     }
-    account.blocks = block;
-    ++account.use.blocks;
-    account.use.bytes += block->size;
-    heldForRequests += block->forRequest ? block->size : 0;
-}
-
-void Remove(Block *block) {
-    const std::lock_guard lock(mutex);
-    Account &account = accounts[block->moduleId];
-    (block->previous != nullptr ? block->previous->next : account.blocks) = block->next;
-    if (block->next != nullptr) {
-        block->next->previous = block->previous;
-    }
-    --account.use.blocks;
-    account.use.bytes -= block->size;
-    heldForRequests -= block->forRequest ? block->size : 0;
+    return *record;
 }
 
 }  // namespace
@@ -88,36 +58,47 @@ size_t HeldForRequests() {
 }
 
 void *AllocateBlock(uint32_t moduleId, uint32_t size, const char *tag, uint32_t line) {
-    void *memory = std::malloc(sizeof(Block) + size);
-    if (memory == nullptr) {
-        return nullptr;
+    void *block;
+    {
+        const std::lock_guard lock(mutex);
+        block = TakeBlock({tag, moduleId, line, size, inRequest});
+        if (block == nullptr) {
+            return nullptr;
+        }
+        MemoryUse &use = accounts[moduleId];
+        ++use.blocks;
+        use.bytes += size;
+        heldForRequests += inRequest ? size : 0;
     }
-    auto *block = new (memory) Block{nullptr, nullptr, size, inRequest, tag, moduleId, line, kLive};
-    std::memset(block + 1, kUndefined, size);
-    Enter(block);
-    return block + 1;
+    return std::memset(block, kUndefined, size);
 }
 
 size_t BlockSize(const void *block) {
-    return (static_cast<const Block *>(block) - 1)->size;
+    const std::lock_guard lock(mutex);
+    return RecordOf(block, "BlockSize").size;
+}
+
+void ReturnUnusedMemory() {
+    const std::lock_guard lock(mutex);
+    ReturnSpareMemory();
 }
 
 MemoryUse ModuleMemory(uint32_t moduleId) {
     const std::lock_guard lock(mutex);
     const auto found = accounts.find(moduleId);
-    return found == accounts.end() ? MemoryUse{} : found->second.use;
+    return found == accounts.end() ? MemoryUse{} : found->second;
 }
 
 std::vector<MemoryOfPlace> ModuleMemoryByPlace(uint32_t moduleId) {
     std::map<std::pair<const char *, uint32_t>, MemoryUse> uses;
     const std::lock_guard lock(mutex);
-    const auto found = accounts.find(moduleId);
-    const Block *block = found == accounts.end() ? nullptr : found->second.blocks;
-    for (; block != nullptr; block = block->next) {
-        MemoryUse &use = uses[{block->tag, block->line}];
-        ++use.blocks;
-        use.bytes += block->size;
-    }
+    ForEachBlock([&](const BlockRecord &record) {
+        if (record.moduleId == moduleId) {
+            MemoryUse &use = uses[{record.tag, record.line}];
+            ++use.blocks;
+            use.bytes += record.size;
+        }
+    });
     // A tag may go with the module once its blocks are freed.
     std::vector<MemoryOfPlace> places;
     places.reserve(uses.size());
@@ -145,15 +126,12 @@ bool CopyBlockAt(uint32_t moduleId, const uint64_t *word, std::vector<uint8_t> &
     const std::lock_guard lock(mutex);
     // A module that clears its pointer before it frees the block has not freed what stands here.
     value = __atomic_load_n(word, __ATOMIC_ACQUIRE);
-    const auto found = accounts.find(moduleId);
-    const Block *block = found == accounts.end() ? nullptr : found->second.blocks;
-    while (block != nullptr && reinterpret_cast<uintptr_t>(block + 1) != value) {
-        block = block->next;
-    }
-    if (block == nullptr) {
+    const auto *block = std::bit_cast<const void *>(value);
+    const BlockRecord *record = FindBlock(block);
+    if (record == nullptr || record->moduleId != moduleId) {
         return false;
     }
-    bytes = CopyLive(block + 1, block->size);
+    bytes = CopyLive(block, record->size);
     return true;
 }
 
@@ -174,13 +152,11 @@ void TovMemFreeInner(void *block) {
         RefuseIfStrict("TovMemFreeInner(null)");
         return;
     }
-    Block *header = static_cast<Block *>(block) - 1;
-    if (header->guard != kLive) {
-        std::fprintf(stderr, "TovMemFreeInner: %p is no block of the allocator, or freed before\n",
-                     block);
-        std::abort();
-    }
-    Remove(header);
-    header->guard = kFreed;
-    std::free(header);
+    const std::lock_guard lock(mutex);
+    const BlockRecord &record = RecordOf(block, "TovMemFreeInner");
+    MemoryUse &use = accounts[record.moduleId];
+    --use.blocks;
+    use.bytes -= record.size;
+    heldForRequests -= record.forRequest ? record.size : 0;
+    GiveBackBlock(block);
 }

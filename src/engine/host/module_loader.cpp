@@ -7,6 +7,7 @@
 
 #include "host/hooks.h"
 #include "host/im_agent.h"
+#include "host/memory.h"
 #include "host/queues.h"
 #include "host/timers.h"
 
@@ -152,6 +153,7 @@ std::vector<std::string> Module::Unload() {
     const Holdings now = CurrentHoldings();
     const bool callable = now.hooks > holdingsBefore_.hooks || now.timers > holdingsBefore_.timers;
     CloseLibrary(!callable);
+    ReturnUnusedMemory();
     return left;
 }
 
