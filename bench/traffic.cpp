@@ -13,6 +13,7 @@
 #include "capwap/wire.h"
 #include "failure.h"
 #include "lb/dist_hash.h"
+#include "module/registration.h"
 #include "running_module.h"
 #include "standin/mbuf_pool.h"
 
@@ -213,6 +214,11 @@ Bursts::Bursts(const Frames &frames, uint32_t thread, uint32_t owner, uint32_t o
         }
     }
     std::shuffle(order_.begin(), order_.end(), std::mt19937(thread + 1));
+    tov_mod_localctr_mod_kes_lyrhost();
+}
+
+Bursts::~Bursts() {
+    tov_mod_localdtr_mod_kes_lyrhost();
 }
 
 void Bursts::Receive() {

@@ -72,9 +72,13 @@ class Frames {
 
 // The packets of one benchmark thread, a burst at a time. Bursts go round the flows of one owner in
 // a pseudo-random order, so that in time every one of them is met, and none sooner than the others.
+// The thread is one of the engine's lcores as long as it has them.
 class Bursts {
   public:
     Bursts(const Frames &frames, uint32_t thread, uint32_t owner = 0, uint32_t owners = 1);
+    ~Bursts();
+    Bursts(const Bursts &) = delete;
+    Bursts &operator=(const Bursts &) = delete;
 
     // Receives the next burst's frames, as an engine would: fresh buffers, parsed.
     void Receive();

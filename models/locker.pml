@@ -1,7 +1,7 @@
 /*
  * The read-write locker of a table, step by step: one word, readers counted in its low half,
  * holders of and bidders for write access in its high half. The halves have four bits here, more
- * than there are processes.
+ * than there are processes. In front of it the packets' read side: a mark for each packet thread.
  *
  * Adding to the word and subtracting from it, with the result, is one step; so is reading it. A
  * loop that only reads the word until it has some value is one step that waits for the value. What
@@ -34,7 +34,7 @@ inline subtract(amount) {
     assert(word == owed)
 }
 
-/* How a reader goes in and out stands in these two alone. */
+/* A reader's way in and out through the word. */
 inline readLock() {
     do
     :: atomic {
@@ -62,6 +62,80 @@ inline readUnlock() {
     subtract(READER)
 }
 
+/*
+ * The marks, as memory has them, and how many of its thread's stores memory has not: they wait in
+ * the thread's store buffer and come to memory one after the other, each at any time. A thread sets
+ * and clears in turn, so the number says which stores they are. It counts by its own mark, which it
+ * need not read.
+ */
+#define STORES 2
+bool mark[NUM_MARKED];
+byte waiting[NUM_MARKED];
+
+/* Within a step of the caller's that has looked for room. */
+#define storeMark() waiting[_pid] = waiting[_pid] + 1
+#define roomForStore (waiting[_pid] < STORES)
+
+inline arrive(thread) {
+    atomic {
+        waiting[thread] > 0;
+        mark[thread] = !mark[thread];
+        waiting[thread] = waiting[thread] - 1
+    }
+}
+
+/* A packet's way in and out; `marked` remembers which way it came. */
+inline packetLock() {
+    atomic { roomForStore; storeMark() }
+    if
+    :: atomic {
+           word < WRITER;
+           marked = true;
+           readersInside++;
+           assert(writersInside == 0)
+       }
+    :: atomic { word >= WRITER && roomForStore; storeMark() }
+       readLock()
+    fi
+}
+
+/* Within a step of the caller's, as readUnlock is. */
+inline packetUnlock() {
+    if
+    :: marked && roomForStore ->
+       marked = false;
+       readersInside--;
+       storeMark()
+    :: !marked -> readUnlock()
+    fi
+}
+
+/* All threads' stores are in memory when this is over. */
+inline barrier() {
+    atomic {
+        thread = 0;
+        do
+        :: thread < NUM_MARKED ->
+           if
+           :: waiting[thread] % 2 == 1 -> mark[thread] = !mark[thread]
+           :: else
+           fi;
+           waiting[thread] = 0;
+           thread++
+        :: else -> break
+        od;
+        thread = 0
+    }
+}
+
+/* The writer looks at one mark after the other. */
+inline waitForMarks() {
+    do
+    :: atomic { thread < NUM_MARKED && !mark[thread]; thread++ }
+    :: atomic { thread == NUM_MARKED; thread = 0; break }
+    od
+}
+
 inline writeLock() {
     do
     :: atomic {
@@ -76,8 +150,14 @@ inline writeLock() {
        (word < WRITER)
 #endif
     od;
+    (word & READERS) == 0;
+#ifndef WRONG_NO_BARRIER
+    barrier();
+#endif
+#ifndef WRONG_MARKS_NOT_AWAITED
+    waitForMarks();
+#endif
     atomic {
-        (word & READERS) == 0;
         writersInside++;
         assert(writersInside == 1 && readersInside == 0)
     }

@@ -7,14 +7,17 @@
  * Every process goes round for ever, so what holds here holds for any number of visits. Progress
  * is someone inside.
  */
-#include "locker.pml"
-
+#ifndef NUM_MARKED
+#define NUM_MARKED 2
+#endif
 #ifndef NUM_READERS
-#define NUM_READERS 3
+#define NUM_READERS 1
 #endif
 #ifndef NUM_WRITERS
-#define NUM_WRITERS 2
+#define NUM_WRITERS 1
 #endif
+#include "locker.pml"
+
 #define NO_TABLE 0
 
 /* The pointer: none, or one of two places that a table may be at. */
@@ -25,7 +28,44 @@ inline use(place) {
     assert(allocated[place])
 }
 
-/* A packet's lookup: it has computed its bucket when it looks the first time. */
+/* Under the lock: the table that the reader has computed its bucket in, if it is still there. */
+inline lookAgain() {
+#ifdef LOCK_BEFORE_LOOK
+    seen = table;
+#endif
+    if
+#ifdef WRONG_NO_SECOND_LOOK
+    :: true -> use(seen)
+#else
+    :: seen != NO_TABLE && table == seen -> use(seen)
+#endif
+    :: else
+    fi
+}
+
+/* A packet's lookup on a thread that has a mark. Declared first: its number is its mark's. */
+active [NUM_MARKED] proctype Packet() {
+    byte seen = NO_TABLE;
+    bool marked = false;
+    do
+    ::
+#ifndef LOCK_BEFORE_LOOK
+       atomic {
+           table != NO_TABLE;
+           seen = table
+       }
+#endif
+       packetLock();
+progress:
+       lookAgain();
+       atomic {
+           packetUnlock();
+           seen = NO_TABLE
+       }
+    od
+}
+
+/* A query, or a packet on a thread that has none. */
 active [NUM_READERS] proctype Reader() {
     byte seen = NO_TABLE;
     do
@@ -38,17 +78,7 @@ active [NUM_READERS] proctype Reader() {
 #endif
        readLock();
 progress:
-#ifdef LOCK_BEFORE_LOOK
-       seen = table;
-#endif
-       if
-#ifdef WRONG_NO_SECOND_LOOK
-       :: true -> use(seen)
-#else
-       :: seen != NO_TABLE && table == seen -> use(seen)
-#endif
-       :: else
-       fi;
+       lookAgain();
        atomic {
            readUnlock();
            seen = NO_TABLE
@@ -56,9 +86,17 @@ progress:
     od
 }
 
+/* The marks' stores on their way to memory. */
+active [NUM_MARKED] proctype StoreBuffer() {
+    do
+    :: arrive(_pid - NUM_MARKED - NUM_READERS)
+    od
+}
+
 /* An operation or a sweep: it takes the table that there is when it has the lock. */
 active [NUM_WRITERS] proctype Writer() {
     byte seen = NO_TABLE;
+    byte thread = 0;
     do
     ::
 #ifndef LOCK_BEFORE_LOOK
@@ -81,6 +119,7 @@ progress:
 /* Starts and stops. */
 active proctype Lifecycle() {
     byte place = 1;
+    byte thread = 0;
     do
     ::
 #ifdef WRONG_CREATION_WRITES_WORD

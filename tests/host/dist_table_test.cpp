@@ -1,5 +1,9 @@
 #include "lb/dist_table.h"
 
+#include <linux/membarrier.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <functional>
@@ -9,6 +13,7 @@
 #include "lb/dist_hash.h"
 #include "lb/dist_lifecycle.h"
 #include "lb/dist_locker.h"
+#include "module/registration.h"
 
 namespace {
 
@@ -211,13 +216,18 @@ TEST_F(DistTables, Creation) {
 class Holder {
   public:
     Holder(uint32_t &word, bool writes)
-        : thread_([this, &word, writes] {
-              (writes ? LyrKes_DistWriteLock : LyrKes_DistReadLock)(&word);
+        : Holder([&word, writes] { (writes ? LyrKes_DistWriteLock : LyrKes_DistReadLock)(&word); },
+                 [&word, writes] {
+                     (writes ? LyrKes_DistWriteUnlock : LyrKes_DistReadUnlock)(&word);
+                 }) {}
+    Holder(std::function<void()> enter, std::function<void()> leave)
+        : thread_([this, enter, leave] {
+              enter();
               inside_ = true;
               while (!leaving_) {
                   std::this_thread::sleep_for(100us);
               }
-              (writes ? LyrKes_DistWriteUnlock : LyrKes_DistReadUnlock)(&word);
+              leave();
           }) {}
 
     ~Holder() {
@@ -295,6 +305,80 @@ TEST(DistLocker, WritersExcludeEachOther) {
     EXPECT_EQ(word, 0u);
     LyrKes_DistWriteUnlock(&word);
     EXPECT_EQ(word, 0u) << "an unlock of a free locker does not wrap it";
+}
+
+// --- packets and the locker ---
+
+// The one tunnel of a table of one bucket, whose chain can be made to keep a lookup inside.
+class PacketReadSide : public HostTest {
+  protected:
+    void SetUp() override {
+        HostTest::SetUp();
+        RestartWithOneBucket();
+        DeclareController();
+        ASSERT_EQ(Call(MUND_OP_CwpTunnel, Ipv4Tunnels::Request(kAdd, 1, 3)), 0u);
+    }
+
+    void LeadChainTo(LyrKesDistBucket *link) {
+        std::atomic_ref(Bucket().next->next).store(link);
+    }
+    static LyrKesDistBucket &Bucket() {
+        return g_LyrKes_DistIpv4Tbl[0];
+    }
+
+    // Looks an unknown tunnel up, as the engine's own thread or another.
+    static Holder LookUp(bool lcore) {
+        return {[lcore] {
+                    if (lcore) {
+                        tov_mod_localctr_mod_kes_lyrhost();
+                    }
+                    const Packet packet = MakePacket(Ipv4Tunnels::Frame(2));
+                    EXPECT_EQ(LyrKes_DistCwp_PktProc(packet.get()), LYR_DIST_OK);
+                    tov_mod_localdtr_mod_kes_lyrhost();
+                },
+                [] {}};
+    }
+
+    uint32_t &word_ = g_LyrKes_DistIpv4RwLocker;
+};
+
+TEST_F(PacketReadSide, PacketInsideKeepsWritersWaiting) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "a chain that changes under its reader is a race";
+#endif
+    const bool barrier = syscall(SYS_membarrier, MEMBARRIER_CMD_QUERY, 0, 0) > 0;
+    for (const bool lcore : {true, false}) {
+        SCOPED_TRACE(lcore ? "with a mark" : "through the word");
+        LeadChainTo(Bucket().next);
+        Holder packet = LookUp(lcore);
+        EXPECT_TRUE(packet.Waits());
+        EXPECT_TRUE(Becomes(word_, lcore && barrier ? 0 : 1));
+        Holder writer(word_, kWrites);
+        EXPECT_TRUE(writer.Waits());
+        LeadChainTo(&Bucket());
+        EXPECT_TRUE(writer.Enters());
+        EXPECT_TRUE(packet.Waits()) << "before it looks for the default";
+        writer.Leave();
+        EXPECT_TRUE(packet.Enters());
+    }
+}
+
+TEST_F(PacketReadSide, HolderOfTheWriteSideKeepsPacketsOut) {
+    for (const bool lcore : {true, false}) {
+        SCOPED_TRACE(lcore ? "with a mark" : "through the word");
+        Holder writer(word_, kWrites);
+        ASSERT_TRUE(writer.Enters());
+        Holder packet = LookUp(lcore);
+        EXPECT_TRUE(packet.Waits());
+        writer.Leave();
+        EXPECT_TRUE(packet.Enters());
+
+        std::atomic_ref(word_) += 0x10000;
+        Holder next = LookUp(lcore);
+        EXPECT_TRUE(next.Waits()) << "the word alone says that there is a writer";
+        std::atomic_ref(word_) -= 0x10000;
+        EXPECT_TRUE(next.Enters());
+    }
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "lb/dist_hash.h"
 #include "lb/dist_locker.h"
 #include "lb/dist_table.h"
+#include "lb/reader_mark.h"
 #include "module/shared_word.h"
 
 namespace lyr {
@@ -80,6 +81,8 @@ class Held {
 
 template <class Table>
 using HeldForReading = Held<Table, ReadGuard>;
+template <class Table>
+using HeldForPacket = Held<Table, PacketReadGuard>;
 template <class Table>
 using HeldForWriting = Held<Table, WriteGuard>;
 

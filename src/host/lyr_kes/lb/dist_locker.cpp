@@ -1,13 +1,14 @@
 #include "lb/dist_locker.h"
 
 #include "kes/sync.h"
+#include "lb/reader_mark.h"
 #include "module/shared_word.h"
 
 namespace {
 
 constexpr uint32_t kReader = 1;
 constexpr uint32_t kReaders = 0x0000FFFF;
-constexpr uint32_t kWriter = 0x00010000;
+constexpr uint32_t kWriter = lyr::kLockerWriter;
 constexpr uint32_t kWriters = 0xFFFF0000;
 
 void FullBarrier() {
@@ -40,6 +41,7 @@ void LyrKes_DistWriteLock(uint32_t *locker) {
     }
     while ((lyr::LoadAcquire(*locker) & kReaders) != 0) {
     }
+    lyr::WaitForMarkedReaders(locker);
     FullBarrier();
 }
 

@@ -13,6 +13,9 @@ LYR_API void LyrKes_DistWriteUnlock(uint32_t *locker);
 
 namespace lyr {
 
+// What a holder of the write side, and each bidder for it, adds to the word.
+constexpr uint32_t kLockerWriter = 0x00010000;
+
 // Holds a locker for a scope.
 template <void (*kLock)(uint32_t *), void (*kUnlock)(uint32_t *)>
 class LockerGuard {

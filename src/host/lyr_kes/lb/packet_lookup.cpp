@@ -13,20 +13,14 @@ namespace {
 
 enum class Lookup { kFound, kUnknown, kImpossible };
 
-// Gives the packet the key of the entry's owner. The bucket's cache line travels while the lock is
-// taken.
+// Gives the packet the key of the entry's owner.
 template <class Table>
 Lookup StampOwner(HostMbuf *packet, const typename Table::Key &key) {
     const uint32_t hash = lyr::HashOf(key);
-    LyrKesDistBucket *buckets = lyr::Buckets<Table>();
-    if (buckets == nullptr) {
-        return Lookup::kImpossible;
-    }
-    LyrKesDistBucket *bucket = &buckets[lyr::IndexOf<Table>(hash)];
-    __builtin_prefetch(bucket);
     {
-        const lyr::ReadGuard guard(Table::kLocker);
-        if (lyr::Buckets<Table>() != buckets) {
+        const lyr::HeldForPacket<Table> table;
+        LyrKesDistBucket *bucket = table.BucketOf(hash);
+        if (bucket == nullptr) {
             return Lookup::kImpossible;
         }
         const lyr::Found<Table> found = lyr::Find<Table>(bucket, key);

@@ -1,5 +1,6 @@
 #include "module/registration.h"
 
+#include "lb/reader_mark.h"
 #include "module/lifecycle.h"
 #include "verify/verify_records.h"
 
@@ -44,6 +45,7 @@ void tov_mod_ctr_mod_kes_lyrhost() {
 
 void tov_mod_localctr_mod_kes_lyrhost() {
     per_lcore_mod_kes_lyrhost_usrid = mod_kes_lyrhost.moduleId;
+    lyr::ClaimReaderMark();
 }
 
 void tov_mod_dtr_mod_kes_lyrhost() {
@@ -52,5 +54,6 @@ void tov_mod_dtr_mod_kes_lyrhost() {
 }
 
 void tov_mod_localdtr_mod_kes_lyrhost() {
+    lyr::GiveBackReaderMark();
     per_lcore_mod_kes_lyrhost_usrid = 0;
 }
