@@ -6,7 +6,6 @@
 
 #include "gate.h"
 #include "kes/queue.h"
-#include "kes/sync.h"
 #include "kes/thread.h"
 #include "standin/channels.h"
 #include "standin/runtime.h"
@@ -135,31 +134,6 @@ TEST(Events, WakeTheReaderForEverythingQueued) {
     JoinCreatedThreads();
     EXPECT_EQ(stream.taken, kMessages);
     TovQueDelete(stream.queue);
-}
-
-TEST(Sync, CountsAndLocksAcrossThreads) {
-    constexpr uint32_t kRounds = 20000;
-    uint32_t word = 10;
-    EXPECT_EQ(TovAtomicAddReturn(5, &word), 15u);
-    EXPECT_EQ(TovAtomicSubReturn(16, &word), UINT32_MAX);
-    word = 0;
-    TovSpinlock lock{77};
-    ASSERT_EQ(TovSpinlockInit(&lock), 0u);
-    uint32_t guarded = 0;
-    const auto work = [&] {
-        for (uint32_t i = 0; i < kRounds; ++i) {
-            TovAtomicAddReturn(3, &word);
-            TovSpinlockLock(&lock);
-            ++guarded;
-            TovSpinlockUnlock(&lock);
-            TovAtomicSubReturn(2, &word);
-        }
-    };
-    std::thread other(work);
-    work();
-    other.join();
-    EXPECT_EQ(word, 2 * kRounds);
-    EXPECT_EQ(guarded, 2 * kRounds);
 }
 
 }  // namespace
