@@ -3,15 +3,14 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <map>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
 #include <thread>
 
+#include "apps/program.h"
 #include "mund/call.h"
 #include "mund/messages.h"
 #include "mund/reconciliation_messages.h"
@@ -32,99 +31,26 @@ constexpr bool kSanitized = true;
 constexpr bool kSanitized = false;
 #endif
 
-// What a command prints, or nothing if there is no such command.
-std::string Output(const std::string &command) {
-    const std::unique_ptr<FILE, int (*)(FILE *)> pipe(
-        popen((command + " 2>/dev/null").c_str(), "r"), pclose);
-    std::string output;
-    char buffer[4096];
-    for (size_t got; (got = fread(buffer, 1, sizeof(buffer), pipe.get())) > 0;) {
-        output.append(buffer, got);
-    }
-    return output;
-}
-
 std::set<std::string> Names(const std::string &text) {
     std::istringstream words(text);
     return {std::istream_iterator<std::string>(words), {}};
 }
 
-// Everything that the module shows: its operations with their twins, other names, and names that
-// begin with LyrKes_.
-#define OPERATION_NAMES(name, requestSize, replySize) \
-    "LyrHost_Kes_" #name " LyrHost_Kes_" #name "_free "
-constexpr const char *kNames = MUND_OPERATIONS(OPERATION_NAMES)
-    "LYR_KES_DiagLog LYR_KES_DiagPrintf LYR_KES_GetDiagLogSwitch LYR_KES_GetDiagTypeStr "
-    "LYR_KES_SendDebugOutput LYR_KES_SendDiagLog LYR_KES_SetDiagMainBoardIp "
-    "LyrHost_GetMundModuleId LyrHost_IsDstIpMatchCwpSrcRecord LyrHost_IsPktMatchCwpSrc "
-    "LyrHost_IsRecvIfMatchCwpSrcRecord LyrHost_Kes_BatchReconciliationProc "
-    "LyrHost_Kes_CwpSrcInfoGet LyrHost_Kes_GetIpv4LbEntryInfo LyrHost_Kes_GetIpv4LbEntryNum "
-    "LyrHost_Kes_GetIpv6LbEntryInfo LyrHost_Kes_GetIpv6LbEntryNum LyrHost_Kes_LbEntryInfo "
-    "LyrHost_Kes_LbEntryNum LyrHost_Kes_MsgQueueReconciliationProc LyrHost_Kes_ReconciliationProc "
-    "LyrKesDebugTrace LyrKesNeedDebugging TOV_CHN_KES2LYR TOV_THD_KES2LYR g_LyrHostCwpPingStat "
-    "g_LyrHostCwpSrcRcd g_LyrHostCwpTrace g_LyrHostPktMsgTypeStat g_LyrKes_DistIpv4Cap "
-    "g_LyrKes_DistIpv4RwLocker g_LyrKes_DistIpv4Tbl g_LyrKes_DistIpv6Cap "
-    "g_LyrKes_DistIpv6RwLocker g_LyrKes_DistIpv6Tbl g_LyrKes_DistKaCap g_LyrKes_DistKaRwLocker "
-    "g_LyrKes_DistKaTbl g_cwpPktStats g_kes2lyrHostChnMap g_lyrHostThreadInfoId g_lyrHostsvcNum "
-    "g_lyrKesChnSendFailPktCnt g_lyrKesChnSendSucceedPktCnt g_lyrKesDebugTrace "
-    "g_lyrKesMsgDropStat g_lyrKesMsgDropStatTimer g_lyrKesReconMsgQueue "
-    "g_lyrKesReconThreadRunning g_lyrKesStaSvcInfo g_lyrKesVerifyRcd g_lyrKesVerifyRcdLock "
-    "g_lyrKesWapiPacket2Fail g_lyrKesWapiPacket2Svc liblyr_host_PAT_C2HSyncHookFunc "
-    "mod_kes_lyrhost mod_kes_lyrhost_id mod_kes_lyrhost_usrctx mod_kes_lyrhost_usrctx_len "
-    "mod_plugin_register per_lcore_mod_kes_lyrhost_usrid reconBeginFlag "
-    "tov_mod_ctr_mod_kes_lyrhost tov_mod_dtr_mod_kes_lyrhost tov_mod_localctr_mod_kes_lyrhost "
-    "tov_mod_localdtr_mod_kes_lyrhost tov_modregfn_mod_kes_lyrhost ";
-constexpr const char *kLyrKesNames =
-    "AddCwpSrc AddGlbCwpTraceRecord CalCwpPingStatByType CapwapPktProc CheckCwpPingStatConfig "
-    "CheckIfFirstIpFrag CheckIsDtlsHandShakePkt CheckIsKaPkt ChnSendPktToLyr ClearCtrlPktStatic "
-    "ClearMsgDropStat ConstructName CreateReconMsgQueue CreateReconTask CwpCtrlPktStatic "
-    "CwpPingGetStat CwpPingStatProc CwpProbeTraceProc CwpStatRxInProc CwpStatRxOutProc "
-    "CwpStatTxInProc CwpStatTxOutProc CwpTraceGet CwpTraceReset DebugOutPutPkt "
-    "DebugTraceConfigClear DebugTraceConfigUpdate DeinitChannelInfo DeinitChannelInfoByPktType "
-    "DeinitCwpSrcInfo DeinitCwpStatDfx DeinitPktMsgTypeStat DeinitReconInfo DeinitStaInfo "
-    "DelCwpSrc DistAddChannel DistAddIPv4Tunnel DistAddIPv6Tunnel DistAddKaTunnel "
-    "DistAddWapiTunnel DistCwp_PktProc DistDelIPv4Tunnel DistDelIPv6Tunnel DistDelKaTunnel "
-    "DistIPv4SetKey DistIPv6SetKey DistIpv4_GetHashIndex DistIpv4_KeyCmp DistIpv4_PktProc "
-    "DistIpv4_UseDefaultLbTable DistIpv6_GetHashIndex DistIpv6_KeyCmp DistIpv6_PktProc "
-    "DistIpv6_UseDefaultLbTable DistKa_GetHashIndex DistKa_KeyCmp DistKa_PktProc DistReadLock "
-    "DistReadUnlock DistWriteLock DistWriteUnlock Dist_CreateHashTable Dist_Deinit "
-    "Dist_HashTblDeinit Dist_HashTblInit Dist_Init DjbHashCal Exit FillInCwpProbeInfo "
-    "FillInCwpSrcInfo FillInHostIpAddr FindCwpSrc GetCapsetSpec GetCapwapHdr GetCapwapHeader "
-    "GetCapwapMsgType GetCapwapMsgTypeFromCapwapHdr GetCapwapMsgTypeFromCapwapHeader "
-    "GetCapwapPktMsgType GetChnMapByPktType GetCtrlPktStatic GetCurTime GetCwpMsgTypeStat "
-    "GetCwpPingStatByType GetCwpPingStatConfig GetDebugTraceInfo GetGlbCwpTrace GetKaSessionid "
-    "GetPeerMacFromCapwapProbeMsg GetPidByMac GetPktMsgTypeStat GetStaSvcInfo GetThdInfoByPktType "
-    "GetVadoAcTunnelWlanId GetWlanIdFromCapwapHeader Hash IMAgentSetAlarmAttr IMSysTime "
-    "IPv4HToStr IPv6HToStr IfPktMsgNeedStat IncrPktMsgTypeStatDropCnt IncrPktMsgTypeStatRecvCnt "
-    "IncreaseMsgDropStat IncreaseMsgTotalStat IncreasePktType Init InitChannelInfo "
-    "InitChannelInfoByPktType InitCwpPingStat InitCwpProbe InitCwpSrcInfo InitCwpStatDfx "
-    "InitHashSize InitPktMsgTypeStat InitReconInfo InitStaSvcInfo InitSvcNum IsDebugTraceEnable "
-    "IsLocalPkt IsPktMsgTypeStatEnabled LbIpv4VerifyExcptionRcdAdd LbIpv6VerifyExcptionRcdAdd "
-    "MsgDropStatContinuousDropProc MsgDropStatContinuousNoDropProc MsgDropStatTimerProc "
-    "NotifyVelCapwapTaskContinuousMessageDropTrap "
-    "NotifyVelCapwapTaskContinuousMessageDropTrapRestore ParseCheckCwpType PatchC2hActivefunc "
-    "PatchC2hDeactivefunc PktProc QueryCwpSrc RavelRpcServerCreate RavelRpcServerDestroy "
-    "ReFillMbufPara ReadReconMsgQueue ReconTaskEntry Recon_BeginProc Recon_FinishProc "
-    "Recon_FinishProcLoopIpv4Tbl Recon_FinishProcLoopIpv6Tbl Recon_FinishProcLoopKaTbl "
-    "Recon_IPv4CwpProc Recon_IPv4SetKey Recon_IPv6CwpProc Recon_IPv6SetKey Recon_KaProc "
-    "RegCwpStatTrace ResetCwpPingStat ResetPktMsgTypeStatCnt "
-    "SendCapwapTaskContinuousMessageDropTrap SendPktToLyrStaByChannel SendPktToLyrSvcByChannel "
-    "SetCwpMsgTypeStat SetCwpSrcInfo SetStaSvcInfo StartMsgDropStatTimer StopMsgDropStatTimer "
-    "UnRegCwpStatTrace UpdateCwpPingConfig VerifyRcdAdd VerifyRcdClearAll VerifyRcdClearAllTable "
-    "VerifyRcdGet VerifyRcdGetCnt VerifyRcdListGet VerifyRcdListInit VerifyRcdListLock "
-    "VerifyRcdNodeAdd WapiPktProc WriteReconMsgQueue ";
+// Everything that the module is to show.
+std::set<std::string> ExpectedNames() {
+    return Names(programs::ReadText(TEST_DATA "/exported_names"));
+}
 
 TEST(ModuleLibrary, ShowsItsInterfaceAndNothingElse) {
     const std::string output =
-        Output(std::string("nm -D --defined-only --format=just-symbols ") + kLibrary);
+        programs::Directory()
+            .Shell("nm -D --defined-only --format=just-symbols " LYR_HOST_LIBRARY)
+            .out;
     if (output.empty()) {
         GTEST_SKIP() << "nm is not there";
     }
     const std::set<std::string> shown = Names(output);
-    std::set<std::string> expected = Names(kNames);
-    for (const std::string &name : Names(kLyrKesNames)) {
-        expected.insert("LyrKes_" + name);
-    }
+    const std::set<std::string> expected = ExpectedNames();
     std::vector<std::string> missing, unexpected;
     std::ranges::set_difference(expected, shown, std::back_inserter(missing));
     std::ranges::set_difference(shown, expected, std::back_inserter(unexpected));
@@ -133,7 +59,7 @@ TEST(ModuleLibrary, ShowsItsInterfaceAndNothingElse) {
 }
 
 TEST(ModuleLibrary, NeedsTheEngineAndTheLanguageOnly) {
-    const std::string output = Output(std::string("readelf -d ") + kLibrary);
+    const std::string output = programs::Directory().Shell("readelf -d " LYR_HOST_LIBRARY).out;
     if (output.empty()) {
         GTEST_SKIP() << "readelf is not there";
     }
@@ -205,7 +131,7 @@ TEST(ModuleLibrary, ValuesBeforeTheFirstStart) {
         {"mod_kes_lyrhost_id", {module.Id()}},
     };
     size_t objects = 0;
-    for (const std::string &name : Names(kNames)) {
+    for (const std::string &name : ExpectedNames()) {
         const standin::ObjectBytes object = standin::ReadObject(module, name);
         if (!object.error.empty() || name == "mod_kes_lyrhost") {
             continue;  // a function; the record
