@@ -111,6 +111,9 @@ HostMbuf *Receive(fuzz::Reader &input, const Circumstances &in, uint8_t flags) {
     if (packet == nullptr) {
         return nullptr;
     }
+    Require(HostMbufGetL2HeadLength(packet) + HostMbufGetIphdrHeadlen(packet) <= packet->pktLen &&
+                packet->pktLen <= input.Rest().size(),
+            "a packet and its headers are within the frame");
     if (claimed) {
         Claim(claims, packet);
     }
@@ -222,6 +225,8 @@ Outcome Run(fuzz::Reader input, const Circumstances &in, uint8_t flags) {
         return outcome;
     }
     if (kPoints[in.point] == HOST_HOOK_HOST_RX) {
+        uint16_t wlanId = 0;
+        standin::WlanIdReader()(packet, &wlanId);
         outcome = Enter(instances, packet);
     } else {
         Pass(packet, in);
