@@ -10,6 +10,7 @@
 #include "dfx/debug_trace.h"
 #include "dfx/ping_stat.h"
 #include "fuzz_target.h"
+#include "lb/dist_lifecycle.h"
 #include "module/capability.h"
 #include "mund/call.h"
 #include "packet/cwp_source.h"
@@ -84,10 +85,8 @@ class Program {
     void PatchDraft(fuzz::Reader &input, uint8_t control);
     fuzz::ByteSpan Message(uint32_t operation, fuzz::Reader &input, uint8_t control);
     void Check(uint32_t operation, fuzz::ByteSpan message, const Reply &reply);
-    void CheckTunnel(const LyrKesCwpTunnelReq &request, uint32_t result);
-    void CheckSession(const LyrKesKaTunnelReq &request, uint32_t result);
-    void CheckChange(uint32_t operation, const fuzz::ModelKey &key, uint32_t nodeId,
-                     uint32_t result);
+    template <class Request>
+    void CheckChange(const Request &request, uint32_t result);
     void CheckQuery(const LyrKesLbDfxReq &request, const Reply &reply) const;
     void CheckVerifyRecords(uint8_t listIndex, const LyrKesVerifyRcdGetRsp &reply) const;
     void Audit(fuzz::ByteSpan records);
@@ -168,10 +167,10 @@ void Program::Step(fuzz::Reader &input) {
 void Program::Check(uint32_t operation, fuzz::ByteSpan message, const Reply &reply) {
     switch (operation) {
         case MUND_OP_CwpTunnel:
-            CheckTunnel(As<LyrKesCwpTunnelReq>(message), reply.result);
+            CheckChange(As<LyrKesCwpTunnelReq>(message), reply.result);
             return;
         case MUND_OP_KaTunnel:
-            CheckSession(As<LyrKesKaTunnelReq>(message), reply.result);
+            CheckChange(As<LyrKesKaTunnelReq>(message), reply.result);
             return;
         case MUND_OP_LoadBalanceDfx:
             CheckQuery(As<LyrKesLbDfxReq>(message), reply);
@@ -197,26 +196,18 @@ void Program::Check(uint32_t operation, fuzz::ByteSpan message, const Reply &rep
     }
 }
 
-void Program::CheckTunnel(const LyrKesCwpTunnelReq &request, uint32_t result) {
-    CheckChange(request.operation, fuzz::KeyOf(request), request.nodeId, result);
-}
-
-void Program::CheckSession(const LyrKesKaTunnelReq &request, uint32_t result) {
-    CheckChange(request.operation, fuzz::KeyOf(request), request.nodeId, result);
-}
-
-void Program::CheckChange(uint32_t operation, const fuzz::ModelKey &key, uint32_t nodeId,
-                          uint32_t result) {
-    if (operation > LYR_KES_OPERATION_DELETE) {
+template <class Request>
+void Program::CheckChange(const Request &request, uint32_t result) {
+    if (request.operation > LYR_KES_OPERATION_DELETE) {
         Require(result == MUND_RESULT_REFUSED, "there are two changes");
-    } else if (operation == LYR_KES_OPERATION_DELETE) {
+    } else if (request.operation == LYR_KES_OPERATION_DELETE) {
         Require(result == MUND_RESULT_OK, "a delete succeeds, whether the key is there or not");
-        tables_.Delete(key);
-    } else if (nodeId > g_lyrHostsvcNum) {
+        tables_.Delete(request);
+    } else if (request.nodeId > g_lyrHostsvcNum) {
         Require(result == MUND_RESULT_FAILED, "a node beyond the instances is refused");
     } else {
         Require(result == MUND_RESULT_OK, "an add succeeds");
-        tables_.Add(key, nodeId);
+        tables_.Add(request);
     }
 }
 
@@ -269,9 +260,8 @@ void Program::CheckMemory() const {
 
 // Leaves the module as the next program is to find it.
 void Program::Clear() {
-    for (const fuzz::TableModel::Entry &entry : tables_.Entries()) {
-        entry.DeleteFromModule();
-    }
+    LyrKes_Dist_Deinit();
+    Require(LyrKes_Dist_Init() == 0, "tables can be made");
     for (const uint32_t nodeId : tables_.OpenAudits()) {
         LyrKesReconRecord finish = {};
         finish.reconType = LYR_KES_RECON_FINISH;

@@ -3,7 +3,6 @@
 #include <utility>
 
 #include "lb/dist_table.h"
-#include "lb/tunnel_registration.h"
 #include "module/capability.h"
 
 namespace fuzz {
@@ -18,22 +17,9 @@ ModelKey Keep(Table table, const Key &key) {
     return kept;
 }
 
-template <class Key>
-Key Restore(const ModelKey &kept) {
-    Key key;
-    std::memcpy(&key, kept.bytes, sizeof key);
-    return key;
-}
-
 void GroupsToWords(const uint16_t (&groups)[8], uint32_t (&words)[4]) {
     for (size_t i = 0; i < 4; ++i) {
         words[i] = static_cast<uint32_t>(groups[2 * i]) << 16 | groups[2 * i + 1];
-    }
-}
-
-void WordsToGroups(const uint32_t (&words)[4], uint16_t (&groups)[8]) {
-    for (size_t i = 0; i < 8; ++i) {
-        groups[i] = static_cast<uint16_t>(words[i / 2] >> (i % 2 == 0 ? 16 : 0));
     }
 }
 
@@ -54,10 +40,19 @@ ModelKey KeyOfTunnel(const Message &message) {
     return Keep(Table::kIpv6, key);
 }
 
-template <class Key>
-bool KeyHasPort(const ModelKey &kept, uint16_t port) {
-    const Key key = Restore<Key>(kept);
-    return key.srcPort == port || key.dstPort == port;
+LyrKesVerifyTunnel Shown(const LyrKesCwpTunnelReq &request) {
+    LyrKesVerifyTunnel tunnel = {};
+    tunnel.ipVer = request.srcAddr.ipVer != 0 ? 1 : 0;
+    if (tunnel.ipVer == 0) {
+        tunnel.srcIpv4 = request.srcAddr.ipv4Addr;
+        tunnel.dstIpv4 = request.dstAddr.ipv4Addr;
+    } else {
+        std::ranges::copy(request.srcAddr.ipv6Addr, tunnel.srcIpv6);
+        std::ranges::copy(request.dstAddr.ipv6Addr, tunnel.dstIpv6);
+    }
+    tunnel.srcPort = request.srcPort;
+    tunnel.dstPort = request.dstPort;
+    return tunnel;
 }
 
 // How many entries a table of the module has, each of which must be in the model.
@@ -86,84 +81,37 @@ size_t CountTable(Table table, const LyrKesDistBucket *buckets, uint32_t cap, In
 
 }  // namespace
 
-ModelKey KeyOf(const LyrKesCwpTunnelReq &request) {
-    return KeyOfTunnel(request);
-}
-
-ModelKey KeyOf(const LyrKesKaTunnelReq &request) {
-    return Keep(Table::kSessions, request.sessionId);
-}
-
-ModelKey TunnelKeyOf(const LyrKesReconRecord &record) {
-    return KeyOfTunnel(record);
-}
-
-ModelKey SessionKeyOf(const LyrKesReconRecord &record) {
-    return Keep(Table::kSessions, record.sessionId);
-}
-
-bool TableModel::Entry::HasPort(uint16_t port) const {
-    return key.table == Table::kIpv4 ? KeyHasPort<LyrKesDistIpv4Key>(key, port)
-                                     : KeyHasPort<LyrKesDistIpv6Key>(key, port);
-}
-
-LyrKesVerifyTunnel TableModel::Entry::Removed() const {
-    LyrKesVerifyTunnel tunnel = {};
-    if (key.table == Table::kIpv4) {
-        const auto ipv4 = Restore<LyrKesDistIpv4Key>(key);
-        tunnel.srcIpv4 = ipv4.srcIp;
-        tunnel.dstIpv4 = ipv4.dstIp;
-        tunnel.srcPort = ipv4.srcPort;
-        tunnel.dstPort = ipv4.dstPort;
-    } else {
-        const auto ipv6 = Restore<LyrKesDistIpv6Key>(key);
-        tunnel.ipVer = 1;
-        WordsToGroups(ipv6.srcIpv6, tunnel.srcIpv6);
-        WordsToGroups(ipv6.dstIpv6, tunnel.dstIpv6);
-        tunnel.srcPort = ipv6.srcPort;
-        tunnel.dstPort = ipv6.dstPort;
-    }
-    return tunnel;
-}
-
-void TableModel::Entry::DeleteFromModule() const {
-    switch (key.table) {
-        case Table::kIpv4: {
-            const auto ipv4 = Restore<LyrKesDistIpv4Key>(key);
-            LyrKes_DistDelIPv4Tunnel(nodeId, &ipv4);
-            return;
-        }
-        case Table::kIpv6: {
-            const auto ipv6 = Restore<LyrKesDistIpv6Key>(key);
-            LyrKes_DistDelIPv6Tunnel(nodeId, &ipv6);
-            return;
-        }
-        case Table::kSessions: {
-            const auto session = Restore<LyrKesDistKaKey>(key);
-            LyrKes_DistDelKaTunnel(nodeId, &session);
-            return;
-        }
-    }
-}
-
 TableModel::Entry *TableModel::Find(const ModelKey &key) {
     const auto found = std::ranges::find(entries_, key, &Entry::key);
     return found != entries_.end() ? &*found : nullptr;
 }
 
-void TableModel::Add(const ModelKey &key, uint32_t nodeId) {
-    if (Entry *entry = Find(key)) {
-        entry->nodeId = nodeId;
+void TableModel::Put(const Entry &added) {
+    if (Entry *entry = Find(added.key)) {
+        entry->nodeId = added.nodeId;
     } else {
-        entries_.push_back({key, nodeId, 0});
+        entries_.push_back(added);
     }
 }
 
-void TableModel::Delete(const ModelKey &key) {
-    if (Entry *entry = Find(key)) {
-        *entry = entries_.back();
-        entries_.pop_back();
-    }
+void TableModel::Remove(const ModelKey &key) {
+    std::erase_if(entries_, [&key](const Entry &entry) { return entry.key == key; });
+}
+
+void TableModel::Add(const LyrKesCwpTunnelReq &request) {
+    Put({KeyOfTunnel(request), request.nodeId, 0, Shown(request)});
+}
+
+void TableModel::Add(const LyrKesKaTunnelReq &request) {
+    Put({Keep(Table::kSessions, request.sessionId), request.nodeId, 0, {}});
+}
+
+void TableModel::Delete(const LyrKesCwpTunnelReq &request) {
+    Remove(KeyOfTunnel(request));
+}
+
+void TableModel::Delete(const LyrKesKaTunnelReq &request) {
+    Remove(Keep(Table::kSessions, request.sessionId));
 }
 
 bool TableModel::IsOpen(uint32_t nodeId) const {
@@ -182,9 +130,9 @@ void TableModel::Audit(const LyrKesReconRecord &record) {
     } else if (!IsOpen(nodeId)) {
         return;
     } else if (record.reconType == LYR_KES_RECON_TUNNEL) {
-        Confirm(TunnelKeyOf(record), nodeId);
+        Confirm(KeyOfTunnel(record), nodeId);
     } else if (record.reconType == LYR_KES_RECON_SESSION) {
-        Confirm(SessionKeyOf(record), nodeId);
+        Confirm(Keep(Table::kSessions, record.sessionId), nodeId);
     } else if (record.reconType == LYR_KES_RECON_FINISH) {
         Sweep(nodeId);
         std::erase(openAudits_, nodeId);
@@ -205,7 +153,7 @@ void TableModel::Sweep(uint32_t nodeId) {
         }
         const bool confirmed = std::exchange(entry.mark, 0) != 0;
         if (!confirmed && entry.key.table != Table::kSessions) {
-            removed_.push_back(entry.Removed());
+            removed_.push_back(entry.shown);
         }
         return !confirmed;
     });

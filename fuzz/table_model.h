@@ -15,11 +15,6 @@ struct ModelKey {
     bool operator==(const ModelKey &) const = default;
 };
 
-ModelKey KeyOf(const LyrKesCwpTunnelReq &request);
-ModelKey KeyOf(const LyrKesKaTunnelReq &request);
-ModelKey TunnelKeyOf(const LyrKesReconRecord &record);
-ModelKey SessionKeyOf(const LyrKesReconRecord &record);
-
 class TableModel {
   public:
     struct Entry {
@@ -27,14 +22,17 @@ class TableModel {
         uint32_t nodeId;
         uint32_t mark;  // confirmations
 
-        bool HasPort(uint16_t port) const;
-        // As the verify records show it.
-        LyrKesVerifyTunnel Removed() const;
-        void DeleteFromModule() const;
+        LyrKesVerifyTunnel shown;  // as the verify records show it; of a session nothing
+
+        bool HasPort(uint16_t port) const {
+            return shown.srcPort == port || shown.dstPort == port;
+        }
     };
 
-    void Add(const ModelKey &key, uint32_t nodeId);
-    void Delete(const ModelKey &key);
+    void Add(const LyrKesCwpTunnelReq &request);
+    void Add(const LyrKesKaTunnelReq &request);
+    void Delete(const LyrKesCwpTunnelReq &request);
+    void Delete(const LyrKesKaTunnelReq &request);
     // A record that the service has taken.
     void Audit(const LyrKesReconRecord &record);
 
@@ -58,6 +56,8 @@ class TableModel {
 
   private:
     Entry *Find(const ModelKey &key);
+    void Put(const Entry &added);
+    void Remove(const ModelKey &key);
     void Confirm(const ModelKey &key, uint32_t nodeId);
     void Sweep(uint32_t nodeId);
     bool IsOpen(uint32_t nodeId) const;
