@@ -6,9 +6,8 @@
 #include <string>
 
 #include "capture/reader.h"
-#include "capture/writer.h"
 #include "capwap/describe.h"
-#include "frame_seeds.h"
+#include "fuzz_target.h"
 
 namespace {
 
@@ -33,13 +32,6 @@ class File {
         Require(ftruncate(descriptor_, 0) == 0 && pwrite(descriptor_, bytes.data(), bytes.size(),
                                                          0) == static_cast<ssize_t>(bytes.size()),
                 "the file is filled");
-    }
-    fuzz::Bytes Content() const {
-        fuzz::Bytes bytes(static_cast<size_t>(lseek(descriptor_, 0, SEEK_END)));
-        Require(
-            pread(descriptor_, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()),
-            "the file is read");
-        return bytes;
     }
 
   private:
@@ -72,26 +64,4 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                 "an error names the file");
     }
     return 0;
-}
-
-namespace {
-
-fuzz::Bytes CaptureOf(const fuzz::Bytes &frame) {
-    const File file;
-    capture::Writer writer(file.Path(), capture::Times::kNanoseconds);
-    writer.Write({.bytes = frame,
-                  .timeNs = 1'735'689'600'123'456'789,
-                  .wireLength = static_cast<uint32_t>(frame.size())});
-    writer.Close();
-    return file.Content();
-}
-
-}  // namespace
-
-std::vector<fuzz::Bytes> fuzz::Seeds() {
-    std::vector<Bytes> inputs;
-    for (const Bytes &frame : SeedFrames()) {
-        inputs.push_back(CaptureOf(frame));
-    }
-    return inputs;
 }

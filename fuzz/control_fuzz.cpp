@@ -181,7 +181,3 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     CheckConversation({bytes.data(), bytes.size()}, {answers.data(), answers.size()});
     return 0;
 }
-
-std::vector<fuzz::Bytes> fuzz::Seeds() {
-    return {};  // the corpus has them
-}

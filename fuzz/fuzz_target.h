@@ -19,9 +19,6 @@ namespace fuzz {
 using Bytes = std::vector<uint8_t>;
 using ByteSpan = std::span<const uint8_t>;
 
-// The fuzzer's inputs that make sense; mutations begin with them.
-std::vector<Bytes> Seeds();
-
 inline void Require(bool holds, const char *what) {
     if (!holds) [[unlikely]] {
         std::fprintf(stderr, "does not hold: %s\n", what);
@@ -60,13 +57,5 @@ class Reader {
   private:
     ByteSpan rest_;
 };
-
-// Puts an input together.
-template <class Value>
-void Append(Bytes &input, const Value &value) {
-    static_assert(std::has_unique_object_representations_v<Value>);
-    const auto *bytes = reinterpret_cast<const uint8_t *>(&value);
-    input.insert(input.end(), bytes, bytes + sizeof value);
-}
 
 }  // namespace fuzz

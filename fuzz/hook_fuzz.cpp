@@ -13,8 +13,8 @@
 #include "kes/hook.h"
 #include "lb/tunnel_registration.h"
 #include "packet/cwp_source.h"
-#include "packet_claims.h"
 #include "standin/channels.h"
+#include "standin/mbuf_pool.h"
 #include "standin/packet_path.h"
 #include "standin/runtime.h"
 #include "started_module.h"
@@ -103,9 +103,36 @@ bool IsForInstances(const standin::HostMbufMeta &meta) {
             (meta.ipProtocol == 17 && (isPort(meta.srcPort) || isPort(meta.dstPort))));
 }
 
+// What the engine claims of a packet.
+struct PacketClaims {
+    uint8_t protoType;
+    uint8_t ipProtocol;
+    uint16_t l2Length;
+    uint16_t ipHeaderLength;
+    uint16_t srcPort;
+    uint16_t dstPort;
+    uint8_t hasMacs;
+    uint8_t diagSwitch;
+};
+static_assert(sizeof(PacketClaims) == 12, "no padding");
+
+// Has the engine claim that, and gives the packet its whole frame.
+void Claim(const PacketClaims &claims, HostMbuf *packet) {
+    standin::HostMbufMeta &meta = standin::MetaOf(packet);
+    packet->dataLen = static_cast<uint16_t>(meta.frameLength);
+    meta.protoType = claims.protoType;
+    meta.ipProtocol = claims.ipProtocol;
+    meta.l2Length = claims.l2Length;
+    meta.ipHeaderLength = claims.ipHeaderLength;
+    meta.srcPort = claims.srcPort;
+    meta.dstPort = claims.dstPort;
+    meta.hasMacs = claims.hasMacs != 0;
+    meta.diagSwitch = claims.diagSwitch;
+}
+
 HostMbuf *Receive(fuzz::Reader &input, const Circumstances &in, uint8_t flags) {
     const bool claimed = (flags & kClaims) != 0;
-    const auto claims = claimed ? input.Take<fuzz::PacketClaims>() : fuzz::PacketClaims{};
+    const auto claims = claimed ? input.Take<PacketClaims>() : PacketClaims{};
     HostMbuf *packet = pool.Receive(input.Rest(), {.vrf = (flags & kOtherVrf) != 0 ? 1u : 0u,
                                                    .diagnose = (flags & kMarked) != 0});
     if (packet == nullptr) {
@@ -260,17 +287,4 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                 "what would be taken is undelivered without room");
     }
     return 0;
-}
-
-std::vector<fuzz::Bytes> fuzz::Seeds() {
-    std::vector<Bytes> inputs;
-    for (const Bytes &claimed : SeedsWithClaims()) {
-        for (uint8_t point = 0; point < uint8_t{std::size(kPoints)}; ++point) {
-            const uint8_t flags = inputs.size() % 16 == 0 ? kWatched | kClaims | kMarked | kTraced
-                                                          : kWatched | kClaims | kNoRoom;
-            Append(inputs.emplace_back(), Circumstances{point, flags, 0});
-            inputs.back().insert(inputs.back().end(), claimed.begin(), claimed.end());
-        }
-    }
-    return inputs;
 }

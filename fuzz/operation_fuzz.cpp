@@ -294,7 +294,3 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     Program().Run({data, size});
     return 0;
 }
-
-std::vector<fuzz::Bytes> fuzz::Seeds() {
-    return {};  // the corpus has them
-}

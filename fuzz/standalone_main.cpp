@@ -1,4 +1,4 @@
-// Runs a fuzzer without libFuzzer: seeds, mutations of them, and files. A run depends on the seed,
+// Runs a fuzzer without libFuzzer: a corpus, mutations of it, and files. A run depends on the seed,
 // its number and the corpus only.
 #include <unistd.h>
 
@@ -39,7 +39,6 @@ struct Options {
     uint64_t runs = 0;
     uint64_t seconds = 0;
     uint64_t seed = 1;
-    std::string seedDirectory = {};
     std::string corpus = {};
     std::string failing = {};
     std::vector<std::string> files = {};
@@ -218,19 +217,6 @@ std::vector<Bytes> ReadDirectory(const std::string &directory) {
     return inputs;
 }
 
-void WriteSeeds(const std::vector<Bytes> &seeds, const std::string &directory) {
-    for (size_t i = 0; i < seeds.size(); ++i) {
-        const std::string name = directory + "/seed-" + std::to_string(i);
-        std::ofstream file(name, std::ios::binary);
-        file.write(reinterpret_cast<const char *>(seeds[i].data()),
-                   static_cast<std::streamsize>(seeds[i].size()));
-        if (!file.flush()) {
-            std::cerr << "cannot write " << name << '\n';
-            std::exit(2);
-        }
-    }
-}
-
 // Runs mutations until there were enough, or the time is over; how many there were.
 uint64_t RunMutations(const std::vector<Bytes> &seeds) {
     constexpr uint64_t kRunsBetweenLooks = 256;
@@ -252,10 +238,6 @@ uint64_t RunMutations(const std::vector<Bytes> &seeds) {
 }
 
 void Run() {
-    const std::vector<Bytes> builtIn = fuzz::Seeds();
-    if (!options.seedDirectory.empty()) {
-        WriteSeeds(builtIn, options.seedDirectory);
-    }
     std::vector<Bytes> corpus;
     if (!options.corpus.empty()) {
         corpus = ReadDirectory(options.corpus);
@@ -264,19 +246,14 @@ void Run() {
     std::ranges::transform(options.files, files.begin(), ReadFile);
     RunAll("file", files);
     RunAll("corpus file", corpus);
-    RunAll("seed", builtIn);
-
-    std::vector<Bytes> seeds = builtIn;
-    seeds.insert(seeds.end(), corpus.begin(), corpus.end());
-    if (seeds.empty() && (options.runs != 0 || options.seconds != 0)) {
+    if (corpus.empty() && (options.runs != 0 || options.seconds != 0)) {
         std::cerr << "nothing to mutate: --corpus names a directory of inputs\n";
         std::exit(2);
     }
     const std::clock_t begin = std::clock();
-    const uint64_t mutations = RunMutations(seeds);
+    const uint64_t mutations = RunMutations(corpus);
     const double seconds = static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
-    std::cout << files.size() + corpus.size() << " files, " << builtIn.size() << " seeds and "
-              << mutations << " mutations ran, "
+    std::cout << files.size() + corpus.size() << " files and " << mutations << " mutations ran, "
               << static_cast<uint64_t>(static_cast<double>(mutations) / std::max(seconds, 1e-6))
               << " mutations in a second of processor time\n";
 }
@@ -291,14 +268,12 @@ int main(int argc, char **argv) {
     } else {
         std::signal(SIGSEGV, SayWhichDies);
     }
-    CLI::App app{"Runs the fuzzer's seeds, mutations of them, and files."};
+    CLI::App app{"Runs a corpus, mutations of it, and files."};
     app.add_option("--runs", options.runs, "Mutations to run");
     app.add_option("--seconds", options.seconds, "Run mutations for this time instead");
     app.add_option("--first", options.first, "Number of the first one");
     app.add_option("--seed", options.seed, "What the mutations depend on");
-    app.add_option("--corpus", options.corpus, "Directory of more inputs to run and mutate")
-        ->check(CLI::ExistingDirectory);
-    app.add_option("--write-seeds", options.seedDirectory, "Directory to write the seeds to")
+    app.add_option("--corpus", options.corpus, "Directory of inputs to run and mutate")
         ->check(CLI::ExistingDirectory);
     app.add_option("--failing", options.failing, "File to write an input that fails to");
     app.add_option("files", options.files, "Inputs to run")->check(CLI::ExistingFile);

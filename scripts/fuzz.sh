@@ -75,7 +75,6 @@ run_fuzzer() {
     local fuzzer=$1 number findings=0 pids=() logs=()
     if [ "$mode" = guided ]; then
         mkdir -p "$build/corpus/$fuzzer"
-        "$build/bin/$fuzzer" --write-seeds "$build/corpus/$fuzzer" >/dev/null
     fi
     local begin=$SECONDS
     for ((number = 0; number < jobs; number++)); do
