@@ -158,47 +158,5 @@ TEST(Pace, AReplayThatStalledCatchesUpWithoutARush) {
     EXPECT_EQ(now - start, 399 * milliseconds(10));
 }
 
-// --- audits ---
-
-TEST_F(KesEngineReplay, AnAuditTakesAwayWhatIsNotConfirmedAndNothingElse) {
-    const struct {
-        std::string node;
-        std::string lost;  // the command that the audit does not confirm; empty: none
-        std::string shown = "";
-    } cases[] = {
-        {"3", "tunnel add 10.0.0.1 12380 10.0.0.254 5246 --node 3\n",
-         "not confirmed +10.0.0.1 +12380 +10.0.0.254 +5246\n"},
-        {"4", "tunnel add 2001:db8::1 12380 2001:db8::fe 5246 --node 4\n",
-         "not confirmed +2001:db8::1 +12380 +2001:db8::fe +5246\n"},
-        // Which also has a tunnel.
-        {"6", "session add 00112233445566778899aabbccddeeff --node 6\n"},
-        {"0", ""},
-    };
-    WriteCapture(Path("in"), TrafficFrames(20));
-    const std::string replay = "--replay in --rx-port 7 --workers 2 --out out --exec ";
-    Replay(replay + "commands");
-    const FramesByFile before = ReadOut();
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.node);
-        std::string known = kCommands;
-        known.erase(known.find(c.lost), c.lost.size());
-        Write("known", known);
-        Write("audit", "trace set --level 3\nrecon run " + c.node +
-                           " known --empty\nverify show\nverify clear\nverify show\n");
-        Replay(replay + "known");
-        const FramesByFile after = ReadOut();
-        EXPECT_EQ(before == after, c.lost.empty());
-        fs::remove(Path("log"));
-        const Outcome outcome = Run(replay + "commands --exec audit --log log");
-        EXPECT_EQ(outcome.status, 0) << outcome.err;
-        EXPECT_EQ(ReadOut(), after) << "as if the lost one had never been registered";
-
-        EXPECT_EQ(Count(Read("log"), "recon del "), c.lost.empty() ? 0u : 1u);
-        EXPECT_THAT(outcome.err, testing::ContainsRegex(c.shown));
-        EXPECT_EQ(Count(outcome.err, "not confirmed "), c.shown.empty() ? 0u : 1u);
-        EXPECT_EQ(Count(outcome.err, "no tunnels"), c.shown.empty() ? 2u : 1u);
-    }
-}
-
 }  // namespace
 }  // namespace programs

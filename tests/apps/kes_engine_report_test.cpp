@@ -1,6 +1,4 @@
 // What the runner says of a replay: the report, the log, and how it ends.
-#include <set>
-
 #include "kes_engine_fixture.h"
 
 namespace programs {
@@ -125,32 +123,6 @@ TEST_F(KesEngineReport, ForPeopleIsAligned) {
           "drop alarm not raised, 2 of 2 messages dropped, 0 periods with drops; 0 raises, 0 "
           "restores"}) {
         EXPECT_EQ(std::ranges::count(lines, line), 1) << line;
-    }
-}
-
-// Of a table with so many buckets that their numbers do not fit, the front is listed.
-TEST_F(KesEngineReport, AListingHasEachTunnelOnce) {
-    constexpr size_t kTunnels = 3000;
-    std::string commands;
-    for (size_t n = 0; n < kTunnels; ++n) {
-        commands += "tunnel add 10.0." + std::to_string(n / 250) + "." + std::to_string(n % 250) +
-                    " 1 10.1.0.1 5246 --node 1\n";
-    }
-    Write("commands", commands);
-    Write("after", "tunnel list --port 5246\n");
-    for (const std::string links : {"100", "8999", "60000"}) {
-        const Outcome run =
-            Run("--exec commands --exec-after after --replay in --capability "
-                "WCWP_SPEC_MAX_LINK_NUM=" +
-                links);
-        const std::string listing = run.err.substr(run.err.find("tunnel list"));
-        const std::vector<std::string> lines = Lines(listing);
-        const size_t listed = Count(listing, "\n10.0.");
-        EXPECT_EQ(std::set(lines.begin(), lines.end()).size(), lines.size()) << "one is repeated";
-        EXPECT_EQ(listed == kTunnels, links != "60000") << listed;
-        EXPECT_GT(listed, kTunnels / 2);
-        EXPECT_EQ(Count(listing, "note: " + std::to_string(listed) + " listed where"),
-                  listed == kTunnels ? 0u : 1u);
     }
 }
 

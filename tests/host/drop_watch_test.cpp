@@ -8,7 +8,6 @@
 #include <chrono>
 #include <future>
 #include <regex>
-#include <thread>
 
 #include "dfx/drop_trap.h"
 #include "dfx/packet_counters.h"
@@ -293,31 +292,6 @@ TEST_F(DropWatch, AStopWaitsForARunningTick) {
     EXPECT_EQ(g_lyrKesMsgDropStat.lastDropNum, 0u);
     standin::JoinCreatedThreads();
     ASSERT_EQ(LyrKes_Init(), 0u);
-}
-
-TEST_F(DropWatch, StopsWhileItRuns) {
-    standin::SetTimersManual(false);
-    wallClock = 0;
-    for (int round = 0; round < 20; ++round) {
-        Count(kDropped);
-        std::atomic<bool> stop = false;
-        // Ticks that come as fast as they can, as from a timer that is late.
-        std::thread ticks([&stop] {
-            while (!stop) {
-                LyrKes_MsgDropStatTimerProc(nullptr);
-                LyrKes_ClearMsgDropStat();
-            }
-        });
-        std::thread drops([] { Count(kDropped, 2000); });
-        Count(kDropped, 2000);
-        drops.join();
-        stop = true;
-        ticks.join();
-        Restart();
-        EXPECT_EQ(Timers(), 0u);
-        EXPECT_FALSE(IsOpen());
-        EXPECT_EQ(g_lyrKesMsgDropStat.dropNum, 0u);
-    }
 }
 
 }  // namespace

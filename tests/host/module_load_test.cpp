@@ -13,7 +13,6 @@
 #include "apps/program.h"
 #include "mund/call.h"
 #include "mund/messages.h"
-#include "mund/reconciliation_messages.h"
 #include "standin/exported_objects.h"
 #include "standin/module_loader.h"
 #include "standin/packet_path.h"
@@ -88,34 +87,10 @@ bool Mapped() {
     return library != nullptr;
 }
 
-template <class Request>
-MundStatus Call(MundOperation operation, const Request &request, uint32_t *result) {
-    uint32_t replySize = 0;
-    return MundCall(operation, &request, sizeof(request), nullptr, 0, &replySize, result);
-}
-
 MundStatus AddSession(uint32_t *result) {
     const LyrKesKaTunnelReq request = {LYR_KES_OPERATION_ADD, {1, 2, 3, 4}, 5};
-    return Call(MUND_OP_KaTunnel, request, result);
-}
-
-// Leaves one tunnel to an audit, which records it.
-void RemoveATunnel() {
-    LyrKesCwpTunnelReq tunnel = {};
-    LyrKesReconRecord step = {};
-    uint32_t result = 9;
-    EXPECT_EQ(Call(MUND_OP_CwpTunnel, tunnel, &result), MUND_STATUS_OK);
-    for (const uint32_t type : {LYR_KES_RECON_BEGIN, LYR_KES_RECON_FINISH}) {
-        step.reconType = type;
-        EXPECT_EQ(Call(MUND_OP_Reconciliation, step, &result), MUND_STATUS_OK);
-    }
-    standin::WaitUntilCreatedThreadsIdle();
-}
-
-uint32_t RecordCount(const standin::Module &module) {
-    const auto count =
-        reinterpret_cast<uint32_t (*)(uint32_t)>(module.Symbol("LyrKes_VerifyRcdGetCnt"));
-    return count(0);
+    uint32_t replySize = 0;
+    return MundCall(MUND_OP_KaTunnel, &request, sizeof(request), nullptr, 0, &replySize, result);
 }
 
 TEST(ModuleLibrary, ValuesBeforeTheFirstStart) {
@@ -150,7 +125,7 @@ TEST(ModuleLibrary, ValuesBeforeTheFirstStart) {
 
 TEST(ModuleLibrary, LoadsStartsAndLeavesAgain) {
     standin::SetStrict(true);
-    for (int round = 1; round <= 3; ++round) {
+    for (int round = 1; round <= 2; ++round) {
         standin::Module module;
         ASSERT_EQ(module.Load(kLibrary), "") << "round " << round;
         const auto *id = static_cast<const uint32_t *>(module.Symbol("mod_kes_lyrhost_id"));
@@ -170,16 +145,6 @@ TEST(ModuleLibrary, LoadsStartsAndLeavesAgain) {
         ASSERT_EQ(module.Start(), "");
         EXPECT_EQ(AddSession(&result), MUND_STATUS_OK);
         EXPECT_EQ(result, 0u);
-        RemoveATunnel();
-        if (round == 2) {  // stopped and started once more
-            module.Stop();
-            EXPECT_EQ(RecordCount(module), 1u);
-            ASSERT_EQ(module.Start(), "");
-            EXPECT_EQ(RecordCount(module), 0u);
-            EXPECT_EQ(AddSession(&result), MUND_STATUS_OK);
-            RemoveATunnel();
-        }
-        EXPECT_EQ(RecordCount(module), 1u);
         EXPECT_THAT(module.Unload(), IsEmpty());
         EXPECT_FALSE(Mapped()) << "round " << round;
         EXPECT_EQ(g_pluginModRegHead, nullptr);
