@@ -3,11 +3,15 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
+#include <span>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "gate.h"
+#include "standin/channels.h"
 #include "standin/frame_parser.h"
 #include "standin/mbuf_pool.h"
 
@@ -196,24 +200,68 @@ TEST(FrameParser, ReadsForeignBuffers) {
     EXPECT_EQ(foreign.record.pktLen, frame.size() + 100) << "only single segments are trimmed";
 }
 
+// Whatever was left in a buffer, the next packet in it has none of it.
 TEST(MbufPool, MarksGoWithTheirPacket) {
     MbufPool pool(1);
     const Frame frame = FrameOf(kCases[0]);
     HostMbuf *mbuf = pool.Receive(frame, {.rxPort = 70000, .vrf = 9, .diagnose = true});
     EXPECT_EQ(HostMbufGetReceivePortIndex(mbuf), 70000u);
     EXPECT_EQ(HostMbufGetReceiveVrfIndex(mbuf), 9u);
-    HostMbufSetLbKey(mbuf, 3);
-    HostMbufSetNeedTrace(mbuf, 4);
-    HostMbufSetNeedStat(mbuf, 5);
-    MetaOf(mbuf).causeAction = 57;
-    MetaOf(mbuf).causeId = 1769;
+    MbufPool::Release(mbuf);
+
+    mbuf = pool.Receive(frame, {});
+    HostMbuf fresh = *mbuf;
+    std::memset(static_cast<uint8_t *>(mbuf->bufAddr), 0xEE, mbuf->bufLen);
+    std::memset(static_cast<void *>(mbuf), 0xEE, sizeof(HostMbuf) + sizeof(HostMbufMeta));
+    mbuf->pool = fresh.pool;
+    mbuf->shInfo = fresh.shInfo;
     MbufPool::Release(mbuf);
     mbuf = pool.Receive(frame, {});
+    fresh.bufAddr = mbuf->bufAddr;
+    EXPECT_EQ(std::memcmp(mbuf, &fresh, sizeof fresh), 0);
+    ExpectParsed(mbuf, kCases[0]);
+    EXPECT_TRUE(std::ranges::equal(FrameAsReceived(mbuf), frame));
     const HostMbufMeta &meta = MetaOf(mbuf);
-    EXPECT_EQ(meta.needTrace | meta.needStat | meta.causeAction | meta.causeId, 0u);
+    EXPECT_EQ(meta.needTrace | meta.needStat | meta.causeAction | meta.causeId | meta.vrf, 0u);
+    EXPECT_EQ(HostMbufGetReceivePortIndex(mbuf) | HostMbufGetOeIfIndex(mbuf), 0u);
     EXPECT_EQ(HostMbufGetHostDiagSwitch(mbuf), 0);
     EXPECT_EQ(HostMbufGetLbKey(mbuf), HOST_LB_KEY_NONE);
     MbufPool::Release(mbuf);
+}
+
+// Buffers that threads take and others release: none is two packets' at once, none is lost, and all
+// can be had by one thread in the end.
+TEST(MbufPool, BuffersTravelBetweenThreads) {
+    constexpr uint32_t kBuffers = 300;
+    constexpr uint32_t kPackets = 20000;
+    MbufPool pool(kBuffers);
+    const uint32_t channel = OpenChannel("chn/buffers", kBuffers);
+    const auto take = [&](uint8_t thread) {
+        for (uint32_t i = 0; i < kPackets; ++i) {
+            const Frame frame(i % 2000 == 0 ? 5000 : 60, thread);
+            while (TOV_ChannelDcSend(channel, pool.Receive(frame, {}), 1000) != 0) {
+            }
+        }
+    };
+    const auto release = [&] {
+        for (uint32_t left = kPackets; left > 0;) {
+            if (HostMbuf *mbuf = ReceiveFromChannel(channel)) {
+                const std::span<const uint8_t> frame = FrameAsReceived(mbuf);
+                EXPECT_TRUE(std::ranges::all_of(frame, [&](auto b) { return b == frame[0]; }));
+                MbufPool::Release(mbuf);
+                --left;
+            }
+        }
+    };
+    std::thread threads[] = {std::thread(take, 1), std::thread(take, 2), std::thread(release),
+                             std::thread(release)};
+    std::ranges::for_each(threads, &std::thread::join);
+    CloseChannel(channel);
+    EXPECT_EQ(pool.InUse(), 0u);
+    std::vector<HostMbuf *> all(kBuffers);
+    std::ranges::generate(all, [&] { return pool.Receive(FromHex(MACS), {}); });
+    EXPECT_EQ(pool.InUse(), kBuffers);
+    std::ranges::for_each(all, MbufPool::Release);
 }
 
 TEST(MbufPool, WaitsForABufferAndRefusesGiants) {

@@ -1,7 +1,5 @@
 // Blocks as a real engine's allocator lays them: those of one size side by side, in slabs of large
 // pages, and their records elsewhere, so that a block's cache lines are its own.
-#include <sys/mman.h>
-
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -11,6 +9,7 @@
 #include <set>
 
 #include "host/blocks.h"
+#include "host/large_pages.h"
 #include "standin/lasting.h"
 
 namespace standin {
@@ -18,7 +17,7 @@ namespace {
 
 constexpr size_t kCacheLine = 64;
 constexpr size_t kUnit = 64 << 10;  // what a slab takes; long blocks take several
-constexpr size_t kChunk = 2 << 20;  // a large page
+constexpr size_t kChunk = kLargePage;
 constexpr size_t kUnits = kChunk / kUnit;
 constexpr uint32_t kAllUnits = UINT32_MAX;
 static_assert(kUnits == 32, "a bit for each unit");
@@ -44,10 +43,6 @@ constexpr auto kSizes = [] {
     return sizes;
 }();
 static_assert(kSizes.back() == kLargest);
-
-constexpr size_t RoundUp(size_t size, size_t multiple) {
-    return (size + multiple - 1) / multiple * multiple;
-}
 
 // A row of blocks of one size.
 struct Slab {
@@ -123,33 +118,13 @@ auto &chunks = Lasting<Chunks>();
 // Slabs that have room, by size: the lowest is filled first.
 auto &roomy = Lasting<std::array<std::set<Slab *, InOrderOfMemory>, kSizes.size()>>();
 
-// Begins where a large page does; null if there is no memory.
-uint8_t *Map(size_t size) {
-    const size_t mapped = size + kChunk;
-    void *memory =
-        mmap(nullptr, mapped, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) {
-        return nullptr;
-    }
-    auto *const first = static_cast<uint8_t *>(memory);
-    const size_t before =
-        RoundUp(reinterpret_cast<uintptr_t>(first), kChunk) - reinterpret_cast<uintptr_t>(first);
-    uint8_t *const start = first + before;
-    if (before != 0) {
-        munmap(first, before);
-    }
-    munmap(start + size, kChunk - before);
-    madvise(start, size, MADV_HUGEPAGE);
-    return start;
-}
-
 Chunks::iterator AddChunk(size_t size) {
-    uint8_t *memory = Map(size);
+    uint8_t *memory = MapMemory(size);
     return memory == nullptr ? chunks.end() : chunks.try_emplace(memory, size).first;
 }
 
 void RemoveChunk(Chunks::iterator chunk) {
-    munmap(chunk->first, chunk->second.size);
+    UnmapMemory(chunk->first, chunk->second.size);
     chunks.erase(chunk);
 }
 

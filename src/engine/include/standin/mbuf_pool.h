@@ -58,8 +58,10 @@ const HostMbufMeta &MetaOf(const HostMbuf *mbuf);
 // The frame's bytes as received, trimmed padding included.
 std::span<const uint8_t> FrameAsReceived(const HostMbuf *mbuf);
 
-// A bounded supply of single-segment packet buffers, each as long as its frame, so that memory
-// checkers see every access beyond it. Callable from any thread; a pool outlives its buffers.
+// A bounded supply of single-segment packet buffers. They are used again, the last one first, and
+// each thread keeps some that are free, so that taking and releasing meet no other thread as a
+// rule. Built for memory checkers, each buffer is an allocation of its own that ends with its
+// frame. Callable from any thread; a pool outlives its buffers.
 class MbufPool {
   public:
     // The longest frame that one buffer holds.
