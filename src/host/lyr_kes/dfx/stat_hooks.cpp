@@ -102,7 +102,8 @@ uint64_t LyrKes_ParseCheckCwpType(HostMbuf *packet, uint32_t hookKind) {
     uint16_t payloadLength;
     uint16_t present;
     if (lyr::IpProtocol(packet) != lyr::kIpProtocolUdp ||
-        !lyr::HasPort(packet, lyr::kCapwapControlPort) || LyrKes_CheckIfFirstIpFrag(packet) == 0 ||
+        !lyr::Ports(packet).Have(lyr::kCapwapControlPort) ||
+        LyrKes_CheckIfFirstIpFrag(packet) == 0 ||
         LyrKes_GetCapwapHdr(packet, &header, &payloadLength, &present) != 0) {
         return HOST_HOOK_CONTINUE;
     }

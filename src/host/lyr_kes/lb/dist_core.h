@@ -2,10 +2,13 @@
 // that says which globals make it up.
 #pragma once
 
+#include <array>
+#include <bit>
 #include <cstring>
 #include <optional>
 
 #include "kes/diag.h"
+#include "lb/crc32c.h"
 #include "lb/dist_hash.h"
 #include "lb/dist_locker.h"
 #include "lb/dist_table.h"
@@ -38,9 +41,15 @@ struct KaTable {
 template <class Table>
 using EntryOf = LyrKesDistEntry<typename Table::Key>;
 
+// LyrKes_Hash of a key, whose length is known here.
 template <class Key>
 uint32_t HashOf(const Key &key) {
-    return LyrKes_Hash(&key, sizeof(key));
+    static_assert(sizeof(Key) % sizeof(uint64_t) == 0, "a key of whole words");
+    uint32_t crc = 0;
+    for (const uint64_t word : std::bit_cast<std::array<uint64_t, sizeof(Key) / 8>>(key)) {
+        crc = Crc32c(crc, word);
+    }
+    return crc;
 }
 
 template <class Table>

@@ -1,7 +1,7 @@
 #include "lb/packet_lookup.h"
 
 #include "dfx/debug_trace.h"
-#include "lb/dist_core.h"
+#include "lb/packet_key.h"
 #include "module/diag_log.h"
 #include "module/status.h"
 #include "packet/capwap_fields.h"
@@ -34,26 +34,6 @@ Lookup StampOwner(HostMbuf *packet, const typename Table::Key &key) {
     }
     lyr::ReportBrokenChain(__LINE__);
     return Lookup::kImpossible;
-}
-
-LyrKesDistIpv4Key PacketKey(const HostMbuf *packet, lyr::Ipv4Table) {
-    return {
-        .srcIp = HostMbufGetIphdrSrcIp(packet),
-        .dstIp = HostMbufGetIphdrDstIp(packet),
-        .srcPort = lyr::SrcPort(packet),
-        .dstPort = lyr::DstPort(packet),
-        .vpnId = HostMbufGetReceiveVrfIndex(packet) & 0xFFFF,
-    };
-}
-
-LyrKesDistIpv6Key PacketKey(const HostMbuf *packet, lyr::Ipv6Table) {
-    LyrKesDistIpv6Key key;
-    std::memcpy(key.srcIpv6, HostMbufGetIp6hdrSrcip(packet), sizeof(key.srcIpv6));
-    std::memcpy(key.dstIpv6, HostMbufGetIp6hdrDstip(packet), sizeof(key.dstIpv6));
-    key.srcPort = lyr::SrcPort(packet);
-    key.dstPort = lyr::DstPort(packet);
-    key.vpnId = HostMbufGetReceiveVrfIndex(packet) & 0xFFFF;
-    return key;
 }
 
 // The key of the entry that names the instance for tunnels that are not registered.
@@ -97,7 +77,7 @@ void UseDefault(HostMbuf *packet) {
 
 template <class Table>
 uint32_t LookUpTunnel(HostMbuf *packet) {
-    const auto key = PacketKey(packet, Table{});
+    const auto key = lyr::PacketKey(packet, Table{});
     switch (StampOwner<Table>(packet, key)) {
         case Lookup::kImpossible:
             return LYR_DIST_NO_TABLE;
@@ -147,11 +127,12 @@ uint32_t LyrKes_DistKa_PktProc(HostMbuf *packet) {
     if (!LyrHost_IsPktMatchCwpSrc(packet)) {
         return LYR_DIST_SOURCE_MISMATCH;
     }
-    LyrKesDistKaKey key = {};
-    if (LyrKes_GetKaSessionid(packet, key.sessionId) != lyr::kOk) {
+    uint32_t sessionId[4];
+    if (LyrKes_GetKaSessionid(packet, sessionId) != lyr::kOk) {
         LyrKesDebugTrace(LYR_TRACE_FAILURE, true, packet, "KA pkt proc failed");
         return LYR_DIST_BAD_SESSION;
     }
+    const LyrKesDistKaKey key = lyr::SessionKey(sessionId);
     if (StampOwner<lyr::KaTable>(packet, key) == Lookup::kImpossible) {
         return LYR_DIST_NO_TABLE;
     }

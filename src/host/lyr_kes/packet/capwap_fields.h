@@ -41,9 +41,18 @@ inline uint32_t CapwapHeaderLength(const uint8_t *header) {
     return (header[1] >> 1) & 0x7Cu;
 }
 
-// A port test is true for the source or the destination port.
-inline bool HasPort(const HostMbuf *packet, uint16_t port) {
-    return SrcPort(packet) == port || DstPort(packet) == port;
-}
+// A packet's ports. A port test is true for the source or the destination port.
+class Ports {
+  public:
+    explicit Ports(const HostMbuf *packet) : src_(SrcPort(packet)), dst_(DstPort(packet)) {}
+
+    bool Have(uint16_t port) const {
+        return src_ == port || dst_ == port;
+    }
+
+  private:
+    uint16_t src_;
+    uint16_t dst_;
+};
 
 }  // namespace lyr

@@ -11,12 +11,12 @@ namespace {
 constexpr uint32_t kIpv4Broadcast = 0xFFFFFFFF;
 constexpr uint32_t kIpv6MulticastTop = 0xFF;  // ff00::/8
 
+// Whether a position is admitted, on an unchanged table.
 template <class Admits>
 bool AnySource(Admits admits) {
     return lyr::ReadCwpSources([&] {
         for (size_t i = 0; i < LYR_KES_CWP_SRC_NUM; ++i) {
-            const CwpSrcRcd record = lyr::LoadCwpSource(i);
-            if (record.srcType != CWP_SRC_FREE && admits(record)) {
+            if (admits(i)) {
                 return true;
             }
         }
@@ -77,12 +77,14 @@ bool LyrHost_IsPktMatchCwpSrc(const HostMbuf *packet) {
 }
 
 bool LyrHost_IsRecvIfMatchCwpSrcRecord(uint32_t ifIndex) {
-    return AnySource([ifIndex](const CwpSrcRcd &record) {
-        return record.srcType == CWP_SRC_ANY_IF || record.ifIndex == ifIndex;
+    return AnySource([ifIndex](size_t position) {
+        const CwpSrcRcd &record = g_LyrHostCwpSrcRcd[position];
+        const uint32_t type = lyr::LoadAcquire(record.srcType);
+        return type == CWP_SRC_ANY_IF ||
+               (type != CWP_SRC_FREE && lyr::LoadAcquire(record.ifIndex) == ifIndex);
     });
 }
 
 bool LyrHost_IsDstIpMatchCwpSrcRecord(const HostIpAddr *address) {
-    return AnySource(
-        [address](const CwpSrcRcd &record) { return lyr::SameAddress(record.address, *address); });
+    return AnySource([address](size_t position) { return lyr::CwpSourceHas(position, *address); });
 }

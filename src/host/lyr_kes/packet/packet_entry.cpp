@@ -25,10 +25,11 @@ enum class CapwapClass : uint32_t {
 
 // The control port comes first: a packet between the two ports is control.
 CapwapClass Classify(const HostMbuf *packet) {
-    if (lyr::HasPort(packet, lyr::kCapwapControlPort)) {
+    const lyr::Ports ports(packet);
+    if (ports.Have(lyr::kCapwapControlPort)) {
         return CapwapClass::kControl;
     }
-    if (!lyr::HasPort(packet, lyr::kCapwapDataPort)) {
+    if (!ports.Have(lyr::kCapwapDataPort)) {
         return CapwapClass::kNone;
     }
     if (LyrKes_CheckIsKaPkt(packet)) {
