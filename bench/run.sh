@@ -8,7 +8,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 
-repetitions=9 min_time=0.02 rounds=(--rounds 15 --seconds 0.1) turns=7 frames=2000000
+repetitions=9 min_time=0.01 rounds=(--rounds 15 --seconds 0.1) turns=7 frames=2000000
 if [ "${1:-}" = --quick ]; then
     repetitions=1 min_time=0.001 rounds=(--rounds 1 --seconds 0.01) turns=1 frames=100000
     shift
