@@ -99,9 +99,8 @@ class Run {
     // Ends the process in the middle of everything: nothing of the module may be destroyed under
     // its own threads and ours, and nothing is waited for.
     [[noreturn]] void ExitAtWork() {
-        if (!module_.Get().Loaded()) {
-            Load();
-        }
+        Unload();  // joins threads that have ended
+        Load();
         ExpectFaults(false);
         At("a start before the exit");
         Require(module_.Start(), "a start succeeds");
