@@ -54,19 +54,6 @@ class DebugTraceTest : public EngineTest {
     const Packet cut_ = FirstSegment(ipv4_, 52);
 };
 
-TEST_F(DebugTraceTest, LinesOfOtherLevelsAreNotShown) {
-    const std::pair<uint32_t, Texts> kCases[] = {
-        {0, {}}, {1, {"1", "5"}}, {2, {"2"}}, {3, {"1", "2", "5"}}, {4, {"5"}}, {0x80000000, {}}};
-    for (const auto &[mask, lines] : kCases) {
-        TraceOn(mask);
-        for (const uint32_t level : {1u, 2u, 5u}) {
-            LyrKesDebugTrace(level, false, nullptr, "%u", level);
-            LyrKesDebugTrace(level, true, nullptr, "of no packet");
-        }
-        EXPECT_EQ(TakeReports(), lines) << mask;
-    }
-}
-
 TEST_F(DebugTraceTest, EveryFieldOfTheFilterKeepsOtherPacketsOut) {
     const char *const kSrc4 = "10.0.10.1", *const kDst4 = "10.0.0.1";
     const char *const kSrc6 = "2001:db8:1:203::a:1", *const kDst6 = "2001:db8::1";

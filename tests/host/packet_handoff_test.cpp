@@ -52,37 +52,6 @@ TEST_F(Handoff, EveryInstanceHasASlotAndNoOtherKeyHas) {
     }
 }
 
-TEST(ServiceNames, NameThatDoesNotFitIsRefused) {
-    const std::string cwp = "chn/kes2lyrcwp", wapi = "thd/kes2lyrwapi";
-    const struct {
-        uint32_t size;
-        const std::string &prefix;
-        uint32_t index, result;
-        uint32_t prefixLength = 0;  // 0: as it is
-    } cases[] = {
-        {20, cwp, 0, 0},           {20, cwp, 12345, 0},
-        {20, cwp, 123456, ERANGE}, {20, wapi, 12345, ERANGE},
-        {32, cwp, 999999999, 0},   {32, cwp, 1000000000, kError},
-        {15, cwp, 1, kError},      {16, cwp, 1, 0},
-        {8, cwp, 1, ERANGE, 5},  // longer than it says
-    };
-    for (const auto &[size, prefix, index, result, prefixLength] : cases) {
-        SCOPED_TRACE(Text("%s%u in %u bytes", prefix.c_str(), index, size));
-        std::string name(size, 'x'), expected = prefix + std::to_string(index);
-        const auto length = static_cast<uint32_t>(prefix.size() + 1);
-        EXPECT_EQ(LyrKes_ConstructName(name.data(), size, prefix.c_str(),
-                                       prefixLength != 0 ? prefixLength : length, index),
-                  result);
-        expected.resize(size);
-        EXPECT_TRUE(result != 0 || name == expected) << "zeros behind the name";
-    }
-    char room[20];
-    EXPECT_EQ(LyrKes_ConstructName(room, 20, nullptr, 15, 1), kError);
-    EXPECT_EQ(LyrKes_ConstructName(nullptr, 20, cwp.c_str(), 15, 1), kError);
-    EXPECT_EQ(TOV_CHN_KES2LYR(2), cwp) << "of any type but WAPI";
-    EXPECT_STREQ(TOV_THD_KES2LYR(2), "thd/kes2lyrcwp");
-}
-
 // --- the hand-off ---
 
 TEST_F(Handoff, PacketWithoutAChannelIsRefusedUntouched) {

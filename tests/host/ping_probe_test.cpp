@@ -435,21 +435,4 @@ TEST_F(StatHooks, AClearLeavesNoBlankRecordAndNoneOfBefore) {
 
 #endif
 
-TEST_F(StatHooks, HookThatCannotBeRegisteredLeavesTheOthers) {
-    constexpr const char *kNames[] = {"TXIN", "TXOUT", "RXIN", "RXOUT"};
-    TraceOn();
-    LyrKes_UnRegCwpStatTrace();
-    for (uint32_t n = 1; n <= 4; ++n) {
-        ForgetLines();
-        standin::FailCall("HostHookRegister", n);
-        LyrKes_RegCwpStatTrace();
-        EXPECT_THAT(TakeReports(),
-                    ElementsAre(Text("register kes hook(KES %s)failed, ret=3.", kNames[n - 1])));
-        LyrKes_UnRegCwpStatTrace();
-        EXPECT_THAT(TakeReports(), ElementsAre("unregister kes hook failed, ret=4."))
-            << "the others were there";
-    }
-    LyrKes_RegCwpStatTrace();
-}
-
 }  // namespace

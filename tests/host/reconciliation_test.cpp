@@ -351,29 +351,6 @@ TEST_F(WithoutThread, QueueingThatFails) {
     EXPECT_THAT(TakeReports(), IsEmpty());
 }
 
-TEST_F(WithoutThread, BatchIsOneMessageOfWholeRecords) {
-    RunScript<KaSessions>("+1.1 +1.2", false);
-    ASSERT_EQ(Send({Begin(1), Confirmation<KaSessions>(2, 1), Finish(1)}), 0u);
-    ASSERT_EQ(Queued(), 1u);
-    void *block = nullptr;
-    ASSERT_EQ(TovQueDeq(g_lyrKesReconMsgQueue, &block), 0u);
-    EXPECT_EQ(standin::BlockSize(block), 244u);
-    const auto *message = static_cast<const LyrKesReconMsg *>(block);
-    EXPECT_EQ(message->length, 240u);
-    EXPECT_EQ(LyrHost_Kes_MsgQueueReconciliationProc(message), 0u);
-    TovMemFreeInner(block);
-    EXPECT_EQ(Entries<KaSessions>(), "1.2");
-
-    const Records records = {Begin(1), Finish(1)};
-    EXPECT_EQ(LyrKes_WriteReconMsgQueue(records.data(), 159), 0u);
-    LyrKes_ReadReconMsgQueue();
-    EXPECT_EQ(Entries<KaSessions>(), "1.2") << "a record that is cut off does not count";
-    EXPECT_EQ(reconBeginFlag[1], 1);
-    EXPECT_EQ(LyrHost_Kes_BatchReconciliationProc(nullptr, 1), 1u);
-    EXPECT_EQ(LyrHost_Kes_BatchReconciliationProc(&records[1], 0), 0u);
-    EXPECT_EQ(reconBeginFlag[1], 1);
-}
-
 TEST_F(WithoutThread, DequeueThatFailsKeepsTheMessages) {
     RunScript<KaSessions>("+1.1", false);
     ASSERT_EQ(Send(Begin(1)), 0u);

@@ -65,25 +65,6 @@ TEST_F(RpcTest, MissingMessageIsRefusedWithALine) {
     EXPECT_THAT(TakeReports(), ElementsAre("LyrHost_Kes_DebugTraceSet rpc inmsg is NULL"));
 }
 
-TEST_F(RpcTest, ReplyIsTheFrameworksAndItsTwinReleasesIt) {
-    for (const Operation &operation : kOperations) {
-        const char *name = MundOperationName(operation.code);
-        SCOPED_TRACE(name);
-        const std::vector<uint8_t> request(MundRequestSize(operation.code) + 1);
-        void *slot = nullptr;
-        EXPECT_EQ(operation.run(request.data(), &slot), 0u);
-        if (slot == nullptr) {
-            slot = RPC_IdlMsgCreate(8, LyrHost_GetMundModuleId(), "test");
-        } else {
-            EXPECT_THAT(standin::ModuleMemoryByTag(g_uiMundModuleId),
-                        ElementsAre(StartsWith(std::string("LyrHost_Kes_") + name + ":")));
-        }
-        ASSERT_EQ(MundMessagesInUse(), 1u);
-        EXPECT_EQ(operation.release(slot), 0u);
-        EXPECT_EQ(MundMessagesInUse(), 0u);
-    }
-}
-
 TEST_F(RpcTest, FailedOperationStillReplies) {
     const LyrKesWapiTunnelReq tooMany = {0, 100};
     void *slot = nullptr;

@@ -199,27 +199,4 @@ TEST_F(VerifyRecords, AllocationThatFailsLosesTheRecordAndWhatMadeWayForIt) {
     ExpectRead(added);
 }
 
-TEST_F(VerifyRecords, UnknownListsAndSizes) {
-    ASSERT_EQ(Add(0, 1, Filled(1)), 0u);
-    const LyrKesVerifyRcd record = {};
-    uint16_t count = 77;
-    LyrKesVerifyRcd records[100] = {};
-    for (const uint32_t listIndex : {2u, 256u, 0xFFFFFFFFu}) {
-        EXPECT_EQ(LyrKes_VerifyRcdListGet(listIndex), nullptr);
-        EXPECT_EQ(LyrKes_VerifyRcdGetCnt(listIndex), 0u);
-        EXPECT_EQ(LyrKes_VerifyRcdNodeAdd(&record, listIndex), 1u);
-        EXPECT_EQ(LyrKes_VerifyRcdClearAll(listIndex), 1u);
-        EXPECT_EQ(LyrKes_VerifyRcdGet(listIndex, &count, records, 56), 1u);
-        EXPECT_EQ(Add(listIndex, 1, Filled(1)), 0u) << "handed on, not kept";
-    }
-    EXPECT_EQ(LyrKes_VerifyRcdNodeAdd(nullptr, 0), 1u);
-    for (const uint32_t size : {0u, 55u, 57u}) {
-        EXPECT_EQ(LyrKes_VerifyRcdGet(0, &count, records, size), 1u);
-    }
-    EXPECT_EQ(LyrKes_VerifyRcdGet(1, &count, records, 56), 0u);
-    EXPECT_EQ(count, 77u) << "an empty list leaves it";
-    EXPECT_EQ(LyrKes_VerifyRcdGet(0, &count, records, 56), 0u);
-    EXPECT_EQ(count, 1u);
-}
-
 }  // namespace
