@@ -8,15 +8,16 @@
 #include "kes/thread.h"
 #include "module/capability.h"
 #include "module/diag_log.h"
+#include "module/placement.h"
 #include "module/shared_word.h"
 #include "module/status.h"
 #include "packet/capwap_header.h"
 #include "packet/packet_fields.h"
 
-uint32_t g_lyrKesChnSendSucceedPktCnt[LYR_PKT_TYPE_NUM];
-uint32_t g_lyrKesChnSendFailPktCnt[LYR_PKT_TYPE_NUM];
-uint32_t g_lyrKesWapiPacket2Svc;
-uint32_t g_lyrKesWapiPacket2Fail;
+alignas(lyr::kCacheLine) LYR_PACKETS_COUNT uint32_t g_lyrKesChnSendSucceedPktCnt[LYR_PKT_TYPE_NUM];
+LYR_PACKETS_COUNT uint32_t g_lyrKesChnSendFailPktCnt[LYR_PKT_TYPE_NUM];
+LYR_PACKETS_COUNT uint32_t g_lyrKesWapiPacket2Svc;
+LYR_PACKETS_COUNT uint32_t g_lyrKesWapiPacket2Fail;
 
 namespace {
 

@@ -6,10 +6,11 @@
 #include "channel/packet_handoff.h"
 #include "dfx/drop_watch.h"
 #include "lb/packet_lookup.h"
+#include "module/placement.h"
 #include "module/shared_word.h"
 #include "module/status.h"
 
-LyrKesPktStat g_cwpPktStats[LYR_KES_PKT_STAT_ROW_NUM];
+LYR_PACKETS_COUNT LyrKesPktStat g_cwpPktStats[LYR_KES_PKT_STAT_ROW_NUM];
 
 void LyrKes_CwpCtrlPktStatic(const uint32_t *packetClass, uint32_t result) {
     constexpr uint32_t kClasses = (1u << LYR_KES_PKT_STAT_ROW_NUM) - 1;

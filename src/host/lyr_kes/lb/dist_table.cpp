@@ -7,6 +7,7 @@
 #include "lb/dist_core.h"
 #include "module/capability.h"
 #include "module/diag_log.h"
+#include "module/placement.h"
 #include "module/registration.h"
 #include "module/status.h"
 
@@ -27,9 +28,9 @@ LyrKesDistBucket *g_LyrKes_DistKaTbl = nullptr;
 uint32_t g_LyrKes_DistIpv4Cap = kDefaultLinkNum;
 uint32_t g_LyrKes_DistIpv6Cap = kDefaultLinkNum;
 uint32_t g_LyrKes_DistKaCap = kDefaultLinkNum;
-uint32_t g_LyrKes_DistIpv4RwLocker = 0;
-uint32_t g_LyrKes_DistIpv6RwLocker = 0;
-uint32_t g_LyrKes_DistKaRwLocker = 0;
+LYR_LOCKER_WORD uint32_t g_LyrKes_DistIpv4RwLocker = 0;
+LYR_LOCKER_WORD uint32_t g_LyrKes_DistIpv6RwLocker = 0;
+LYR_LOCKER_WORD uint32_t g_LyrKes_DistKaRwLocker = 0;
 
 namespace {
 
