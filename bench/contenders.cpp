@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "dfx/stat_hooks.h"
 #include "failure.h"
 #include "kes/hook.h"
 #include "lb/dist_hash.h"
@@ -66,10 +67,12 @@ Contest::Contest(uint32_t entries, size_t stageBurst)
         readWriteLock_.Add(key, owner);
         hashes_.push_back(LyrKes_Hash(&key, sizeof(key)));
     }
-    AddOurs("IPv4", Traffic::kControlIpv4, {}, LyrKes_DistIpv4_PktProc, stageBurst);
+    // Their whole cost, what they do for the statistics included.
+    const std::vector<HostHookFunc> stages = {LyrKes_CwpStatRxInProc, LyrKes_CwpStatRxOutProc};
+    AddOurs("IPv4", Traffic::kControlIpv4, stages, LyrKes_DistIpv4_PktProc, stageBurst);
     AddPeers();
-    AddOurs("IPv6", Traffic::kControlIpv6, {}, LyrKes_DistIpv6_PktProc, stageBurst);
-    AddOurs("keepalive", Traffic::kKeepalive, {}, LyrKes_DistKa_PktProc, stageBurst);
+    AddOurs("IPv6", Traffic::kControlIpv6, stages, LyrKes_DistIpv6_PktProc, stageBurst);
+    AddOurs("keepalive", Traffic::kKeepalive, stages, LyrKes_DistKa_PktProc, stageBurst);
 }
 
 void Contest::Check(const Contender &contender, const Bursts &burst,

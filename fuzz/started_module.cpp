@@ -17,6 +17,7 @@ StartedModule::StartedModule(uint32_t links) {
     standin::SetCapability("WCWP_SPEC_SVC_NUM", kInstances - 1);
     mod_kes_lyrhost.moduleId = kId;
     tov_mod_ctr_mod_kes_lyrhost();
+    tov_mod_localctr_mod_kes_lyrhost();  // packets come on this thread
     Require(LyrKes_Init() == 0, "the module starts");
     standin::WaitUntilCreatedThreadsIdle();
 }
@@ -24,6 +25,7 @@ StartedModule::StartedModule(uint32_t links) {
 StartedModule::~StartedModule() {
     Require(LyrKes_Exit() == 0, "the module stops");
     standin::JoinCreatedThreads();
+    tov_mod_localdtr_mod_kes_lyrhost();
 }
 
 uint32_t StartedModule::OpenInstance(uint32_t number, uint32_t pktType) {

@@ -44,7 +44,7 @@ void Forget() {
 }  // namespace
 
 bool LyrKes_CheckCwpPingStatConfig(const HostMbuf *packet, uint32_t hookKind) {
-    if (lyr::LoadAcquire(stat.pingEnable) == 0) {
+    if (!lyr::IsPingPeerSet()) {
         return false;
     }
     // A packet that meets a change of the peer is nobody's.

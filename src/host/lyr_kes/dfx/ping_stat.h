@@ -6,6 +6,7 @@
 
 #include "kes/mbuf.h"
 #include "module/export.h"
+#include "module/shared_word.h"
 #include "mund/statistics_messages.h"
 #include "packet/host_ip_addr.h"
 
@@ -50,3 +51,11 @@ LYR_API LyrKesCwpPingCounter *LyrKes_GetCwpPingStatByType(uint32_t hookKind);
 
 // Fills in the counters of a reply, the low 32 bits of each. Returns 0.
 LYR_API uint32_t LyrKes_CwpPingGetStat(LyrKesCwpPingStatRsp *reply);
+
+namespace lyr {
+
+inline bool IsPingPeerSet() {
+    return LoadAcquire(g_LyrHostCwpPingStat.pingEnable) != 0;
+}
+
+}  // namespace lyr

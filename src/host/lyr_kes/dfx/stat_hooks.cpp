@@ -5,6 +5,7 @@
 #include "dfx/probe_trace.h"
 #include "dfx/vendor_message.h"
 #include "kes/hook.h"
+#include "lb/look_ahead.h"
 #include "module/hook_registration.h"
 #include "packet/capwap_fields.h"
 #include "packet/capwap_header.h"
@@ -49,7 +50,7 @@ uint64_t LookAtReceived(HostMbuf *packet, uint32_t hookKind) {
             LyrKes_CwpProbeTraceProc(packet, hookKind, lyr::kProbeResponse);
             break;
         default:
-            if (LyrKes_CheckCwpPingStatConfig(packet, hookKind)) {
+            if (lyr::IsPingPeerSet() && LyrKes_CheckCwpPingStatConfig(packet, hookKind)) {
                 LyrKes_ParseCheckCwpType(packet, hookKind);
             }
             break;
@@ -90,10 +91,14 @@ uint64_t LyrKes_CwpStatTxOutProc(HostMbuf *packet) {
 }
 
 uint64_t LyrKes_CwpStatRxInProc(HostMbuf *packet) {
+    if (packet != nullptr) {
+        lyr::FetchBucket(packet);
+    }
     return LookAtReceived(packet, KES_HOOK_RXIN);
 }
 
 uint64_t LyrKes_CwpStatRxOutProc(HostMbuf *packet) {
+    lyr::FetchEntries();
     return LookAtReceived(packet, KES_HOOK_RXOUT);
 }
 

@@ -2,10 +2,9 @@
 // that says which globals make it up.
 #pragma once
 
-#include <array>
-#include <bit>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "kes/diag.h"
 #include "lb/crc32c.h"
@@ -41,15 +40,23 @@ struct KaTable {
 template <class Table>
 using EntryOf = LyrKesDistEntry<typename Table::Key>;
 
+template <class Key>
+uint64_t KeyWord(const Key &key, size_t i) {
+    uint64_t word;
+    std::memcpy(&word, reinterpret_cast<const uint8_t *>(&key) + i * sizeof(word), sizeof(word));
+    return word;
+}
+
 // LyrKes_Hash of a key, whose length is known here.
 template <class Key>
 uint32_t HashOf(const Key &key) {
     static_assert(sizeof(Key) % sizeof(uint64_t) == 0, "a key of whole words");
-    uint32_t crc = 0;
-    for (const uint64_t word : std::bit_cast<std::array<uint64_t, sizeof(Key) / 8>>(key)) {
-        crc = Crc32c(crc, word);
+    return [&key]<size_t... kWords>(std::index_sequence<kWords...>) {
+        uint32_t crc = 0;
+        ((crc = Crc32c(crc, KeyWord(key, kWords))), ...);
+        return crc;
     }
-    return crc;
+    (std::make_index_sequence<sizeof(Key) / sizeof(uint64_t)>{});
 }
 
 template <class Table>

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "lb/dist_core.h"
-#include "packet/packet_fields.h"
+#include "packet/capwap_fields.h"
 
 namespace lyr {
 
@@ -22,24 +22,24 @@ constexpr uint32_t SideBySide(uint16_t first, uint16_t second) {
 }
 
 // Ports and VPN id, which IPv4 and IPv6 keys end with.
-inline uint64_t KeyEnd(const HostMbuf *packet) {
-    const uint16_t srcPort = SrcPort(packet);
-    const uint16_t dstPort = DstPort(packet);
-    return SideBySide(SideBySide(srcPort, dstPort), HostMbufGetReceiveVrfIndex(packet) & 0xFFFF);
+inline uint64_t KeyEnd(const HostMbuf *packet, Ports ports) {
+    return SideBySide(SideBySide(ports.src, ports.dst),
+                      HostMbufGetReceiveVrfIndex(packet) & 0xFFFF);
 }
 
-inline LyrKesDistIpv4Key PacketKey(const HostMbuf *packet, Ipv4Table /*table*/) {
+inline LyrKesDistIpv4Key PacketKey(const HostMbuf *packet, Ports ports, Ipv4Table /*table*/) {
     const uint32_t srcIp = HostMbufGetIphdrSrcIp(packet);
     const uint32_t dstIp = HostMbufGetIphdrDstIp(packet);
-    return std::bit_cast<LyrKesDistIpv4Key>(std::array{SideBySide(srcIp, dstIp), KeyEnd(packet)});
+    return std::bit_cast<LyrKesDistIpv4Key>(
+        std::array{SideBySide(srcIp, dstIp), KeyEnd(packet, ports)});
 }
 
-inline LyrKesDistIpv6Key PacketKey(const HostMbuf *packet, Ipv6Table /*table*/) {
+inline LyrKesDistIpv6Key PacketKey(const HostMbuf *packet, Ports ports, Ipv6Table /*table*/) {
     const auto pair = [](const uint32_t *words) { return SideBySide(words[0], words[1]); };
     const uint32_t *src = HostMbufGetIp6hdrSrcip(packet);
     const uint32_t *dst = HostMbufGetIp6hdrDstip(packet);
     return std::bit_cast<LyrKesDistIpv6Key>(
-        std::array{pair(src), pair(src + 2), pair(dst), pair(dst + 2), KeyEnd(packet)});
+        std::array{pair(src), pair(src + 2), pair(dst), pair(dst + 2), KeyEnd(packet, ports)});
 }
 
 inline LyrKesDistKaKey SessionKey(const uint32_t (&sessionId)[4]) {

@@ -77,7 +77,7 @@ void UseDefault(HostMbuf *packet) {
 
 template <class Table>
 uint32_t LookUpTunnel(HostMbuf *packet) {
-    const auto key = lyr::PacketKey(packet, Table{});
+    const auto key = lyr::PacketKey(packet, lyr::Ports(packet), Table{});
     switch (StampOwner<Table>(packet, key)) {
         case Lookup::kImpossible:
             return LYR_DIST_NO_TABLE;

@@ -1,8 +1,6 @@
 #include "lb/reader_mark.h"
 
 #include <algorithm>
-#include <array>
-#include <cstddef>
 
 #if __has_include(<linux/membarrier.h>)
 #define LYR_SYSTEM_BARRIER
@@ -11,14 +9,11 @@
 #include <unistd.h>
 #endif
 
+constinit std::array<lyr::ReaderMark, lyr::kReaderMarks> lyr::readerMarks;
 constinit thread_local lyr::ReaderMark *lyr::readerMark = nullptr;
 
 namespace {
 
-// More threads than these read through the word.
-constexpr size_t kMarks = 128;
-
-constinit std::array<lyr::ReaderMark, kMarks> marks;
 // Marks from here on were never claimed.
 constinit std::atomic<size_t> marksUsed{0};
 
@@ -56,11 +51,11 @@ void lyr::ClaimReaderMark() {
     if (readerMark != nullptr || !PrepareBarrier()) {
         return;
     }
-    const auto mark = std::ranges::find_if(marks, &ReaderMark::Claim);
-    if (mark == marks.end()) {
+    const auto mark = std::ranges::find_if(readerMarks, &ReaderMark::Claim);
+    if (mark == readerMarks.end()) {
         return;
     }
-    NoteUsed(static_cast<size_t>(mark - marks.begin()) + 1);
+    NoteUsed(static_cast<size_t>(mark - readerMarks.begin()) + 1);
     readerMark = &*mark;
 }
 
@@ -79,7 +74,7 @@ void lyr::WaitForMarkedReaders(const uint32_t *locker) {
     Barrier();
     const size_t used = marksUsed.load(std::memory_order_relaxed);
     for (size_t i = 0; i < used; ++i) {
-        while (marks[i].Reads(locker)) {
+        while (readerMarks[i].Reads(locker)) {
         }
     }
 }

@@ -10,7 +10,9 @@
 // does a thread that has no mark.
 #pragma once
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 #include "lb/dist_locker.h"
@@ -52,8 +54,17 @@ class alignas(128) ReaderMark {
     std::atomic<bool> claimed_{false};
 };
 
+// There are marks for so many threads; others read through the word.
+constexpr size_t kReaderMarks = 128;
+extern constinit std::array<ReaderMark, kReaderMarks> readerMarks;
+
 // The calling thread's mark, or null.
 extern constinit thread_local ReaderMark *readerMark [[gnu::tls_model("initial-exec")]];
+
+// Which of them the calling thread has; it must have one.
+inline size_t ReaderMarkNumber() {
+    return static_cast<size_t>(readerMark - readerMarks.data());
+}
 
 // Gives the calling thread a mark if one is left and the system has the barrier, and takes it back.
 // For threads that see packets, when they begin and before they end.

@@ -42,17 +42,15 @@ inline uint32_t CapwapHeaderLength(const uint8_t *header) {
 }
 
 // A packet's ports. A port test is true for the source or the destination port.
-class Ports {
-  public:
-    explicit Ports(const HostMbuf *packet) : src_(SrcPort(packet)), dst_(DstPort(packet)) {}
+struct Ports {
+    explicit Ports(const HostMbuf *packet) : src(SrcPort(packet)), dst(DstPort(packet)) {}
 
     bool Have(uint16_t port) const {
-        return src_ == port || dst_ == port;
+        return src == port || dst == port;
     }
 
-  private:
-    uint16_t src_;
-    uint16_t dst_;
+    uint16_t src;
+    uint16_t dst;
 };
 
 }  // namespace lyr

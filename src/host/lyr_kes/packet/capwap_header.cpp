@@ -156,6 +156,47 @@ uint32_t GetMessageType(const HostMbuf *packet) {
                : kError;
 }
 
+// K set, F clear.
+bool IsKeepalive(const CapwapHeader &header) {
+    return header.present >= lyr::kCapwapFlagBytes &&
+           (header.start[3] & (lyr::kCapwapFlagKeepalive | lyr::kCapwapFlagFragment)) ==
+               lyr::kCapwapFlagKeepalive;
+}
+
+template <Reports kReports>
+bool ReadSessionId(const HostMbuf *packet, const CapwapHeader &header, uint32_t *sessionId) {
+    if (header.present < lyr::kCapwapFlagBytes) {
+        return false;
+    }
+    const uint32_t headerLength = lyr::CapwapHeaderLength(header.start);
+    if (headerLength + kKeepaliveLength > header.present) {
+        return false;
+    }
+    const uint8_t *keepalive = header.start + headerLength;
+    const uint32_t messageLength = ReadBe16(keepalive);
+    if (messageLength != kKeepaliveLength) {
+        if constexpr (kReports == Reports::kTraced) {
+            LyrKesDebugTrace(LYR_TRACE_FAILURE, true, packet,
+                             "Get KA session id error, ElementLen:%u", messageLength);
+        }
+        return false;
+    }
+    const uint32_t elementType = ReadBe16(keepalive + 2);
+    const uint32_t elementLength = ReadBe16(keepalive + 4);
+    if (elementType != kSessionIdElement || elementLength != kSessionIdLength) {
+        if constexpr (kReports == Reports::kTraced) {
+            LyrKesDebugTrace(LYR_TRACE_FAILURE, true, packet,
+                             "Get KA session id error, Type:%u, Len:%u", elementType,
+                             elementLength);
+        }
+        return false;
+    }
+    for (size_t i = 0; i < 4; ++i) {
+        sessionId[i] = ReadBe32(keepalive + kSessionIdOffset + 4 * i);
+    }
+    return true;
+}
+
 // Walks the elements of an extension header, `length` bytes in all, to the WLAN id.
 bool FindWlanId(const uint8_t *elements, uint32_t length, uint16_t *wlanId) {
     for (uint32_t offset = 0; offset + kElementHeaderLength < length;) {
@@ -228,37 +269,21 @@ uint32_t LyrKes_CheckIsKaPkt(const HostMbuf *packet) {
                          header.payloadLength, header.present);
         return 0;
     }
-    return (header.start[3] & (lyr::kCapwapFlagKeepalive | lyr::kCapwapFlagFragment)) ==
-           lyr::kCapwapFlagKeepalive;
+    return IsKeepalive(header);
 }
 
 uint32_t LyrKes_GetKaSessionid(const HostMbuf *packet, uint32_t *sessionId) {
     CapwapHeader header;
-    if (!Locate<Reports::kTraced>(packet, &header) || header.present < lyr::kCapwapFlagBytes) {
-        return kError;
-    }
-    const uint32_t headerLength = lyr::CapwapHeaderLength(header.start);
-    if (headerLength + kKeepaliveLength > header.present) {
-        return kError;
-    }
-    const uint8_t *keepalive = header.start + headerLength;
-    const uint32_t messageLength = ReadBe16(keepalive);
-    if (messageLength != kKeepaliveLength) {
-        LyrKesDebugTrace(LYR_TRACE_FAILURE, true, packet, "Get KA session id error, ElementLen:%u",
-                         messageLength);
-        return kError;
-    }
-    const uint32_t elementType = ReadBe16(keepalive + 2);
-    const uint32_t elementLength = ReadBe16(keepalive + 4);
-    if (elementType != kSessionIdElement || elementLength != kSessionIdLength) {
-        LyrKesDebugTrace(LYR_TRACE_FAILURE, true, packet,
-                         "Get KA session id error, Type:%u, Len:%u", elementType, elementLength);
-        return kError;
-    }
-    for (size_t i = 0; i < 4; ++i) {
-        sessionId[i] = ReadBe32(keepalive + kSessionIdOffset + 4 * i);
-    }
-    return kOk;
+    return Locate<Reports::kTraced>(packet, &header) &&
+                   ReadSessionId<Reports::kTraced>(packet, header, sessionId)
+               ? kOk
+               : kError;
+}
+
+bool lyr::PeekSessionId(const HostMbuf *packet, uint32_t *sessionId) {
+    CapwapHeader header;
+    return Locate<Reports::kNone>(packet, &header) && IsKeepalive(header) &&
+           ReadSessionId<Reports::kNone>(packet, header, sessionId);
 }
 
 uint32_t LyrKes_GetWlanIdFromCapwapHeader(const uint8_t *header, uint16_t present,

@@ -51,3 +51,10 @@ LYR_API uint32_t LyrKes_GetVadoAcTunnelWlanId(HostMbuf *packet, uint16_t *wlanId
 
 // 1 for a first or only IP fragment, else 0: also when the segment ends before the fragment fields.
 LYR_API uint32_t LyrKes_CheckIfFirstIpFrag(const HostMbuf *packet);
+
+namespace lyr {
+
+// The session id of a packet that is a keepalive; false for any other. Quiet.
+bool PeekSessionId(const HostMbuf *packet, uint32_t *sessionId);
+
+}  // namespace lyr
