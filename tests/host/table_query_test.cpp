@@ -55,10 +55,17 @@ class TableQuery : public HostTest {
 using Tables = testing::Types<Ipv4Tunnels, Ipv6Tunnels>;
 TYPED_TEST_SUITE(TableQuery, Tables, TableNames);
 
-// The tunnel numbered `n`, as a listing shows it.
+// The tunnel numbered `n`, in a VPN of its own; as a listing shows it.
+template <class Table>
+LyrKesCwpTunnelReq Tunnel(uint32_t n) {
+    LyrKesCwpTunnelReq request = Table::Request(kAdd, n, 3);
+    request.vpnId = n;
+    return request;
+}
+
 template <class Table>
 LyrKesLbDfxEntry Listed(uint32_t n) {
-    const LyrKesCwpTunnelReq request = Table::Request(kAdd, n, 3);
+    const LyrKesCwpTunnelReq request = Tunnel<Table>(n);
     LyrKesLbDfxEntry listed = {};
     listed.ipVer = kIpVer<Table>;
     listed.srcIp = request.srcAddr.ipv4Addr;
@@ -67,12 +74,16 @@ LyrKesLbDfxEntry Listed(uint32_t n) {
     std::ranges::copy(request.dstAddr.ipv6Addr, listed.dstIpv6);
     listed.srcPort = request.srcPort;
     listed.dstPort = request.dstPort;
-    listed.nodeId = 3;
+    listed.vpnId = request.vpnId;
+    listed.nodeId = request.nodeId;
     return listed;
 }
 
 TYPED_TEST(TableQuery, PagesHaveWholeBucketsInTheirOrder) {
-    this->Fill(60, 1500);
+    this->Fill(60, 0);
+    for (uint32_t n = 1; n <= 1500; ++n) {
+        ASSERT_EQ(Call(MUND_OP_CwpTunnel, Tunnel<TypeParam>(n)), 0u);
+    }
     std::vector<Texts> buckets(TypeParam::kCap);
     for (const auto *entry : EntriesOf<TypeParam>()) {
         const auto listed = Listed<TypeParam>(TypeParam::NumberOf(entry->key));
@@ -89,7 +100,8 @@ TYPED_TEST(TableQuery, PagesHaveWholeBucketsInTheirOrder) {
         const auto page = Query<TypeParam>(static_cast<uint16_t>(next - 1), LYR_KES_LB_LIST);
         std::string expected;
         size_t bucket = next - 1, used = 0;
-        for (; bucket < buckets.size() && used + buckets[bucket].size() <= 256; ++bucket) {
+        for (; bucket < buckets.size() && used < 256 && used + buckets[bucket].size() <= 256;
+             ++bucket) {
             used += buckets[bucket].size();
             for (const std::string &entry : buckets[bucket]) {
                 expected += entry;
