@@ -149,8 +149,11 @@ TEST_F(DebugTraceOperationTest, SetKeepsWhatItDoesNotNameAndClearRemovesAll) {
     request.debugLevel = 9;
     EXPECT_EQ(Call(MUND_OP_DebugTraceSet, request), 0u);
     EXPECT_EQ(Configuration(), kept);
-    request.msgType = LYR_KES_TRACE_CLEAR;
-    EXPECT_EQ(Call(MUND_OP_DebugTraceSet, request), 0u);
+    request.capwapMsgType = 14;
+    for (const uint32_t msgType : {LYR_KES_TRACE_SET, LYR_KES_TRACE_CLEAR}) {
+        request.msgType = msgType;
+        EXPECT_EQ(Call(MUND_OP_DebugTraceSet, request), 0u);
+    }
     EXPECT_EQ(Configuration(), std::string(136, '0'));
 }
 

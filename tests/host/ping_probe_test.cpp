@@ -372,6 +372,10 @@ TEST_F(StatHooks, PagesListTheLastSightingsInOrder) {
         EXPECT_EQ(page.entryNum, entryNum) << startIdx;
         EXPECT_EQ(page.result, result) << startIdx;
     }
+    LyrKesCwpTraceRecordRsp used = Read(0);
+    const LyrKesCwpTraceRecordReq beyond = {kRing, LYR_KES_PROBE_GET};
+    EXPECT_EQ(LyrKes_CwpTraceGet(&beyond, &used), uint32_t{LYR_KES_PROBE_LAST});
+    EXPECT_EQ(used.entryNum, 0u) << "whatever the reply held";
     const LyrKesCwpTraceRecordRsp unknown = Read(0, 2);
     EXPECT_EQ(unknown.result, LYR_KES_PROBE_LAST);
     EXPECT_EQ(unknown.entryNum, 0u);
