@@ -194,10 +194,10 @@ Outcome Enter(const Instances &instances, HostMbuf *packet) {
 void Watch(const standin::HostMbufMeta &meta, const Circumstances &in) {
     const bool transmit = in.point == KES_HOOK_TXIN || in.point == KES_HOOK_TXOUT;
     const bool watched = (in.flags & kWatched) != 0;
+    const uint32_t *const words = transmit ? meta.dstIp6 : meta.srcIp6;
     uint16_t groups[8] = {};
     for (size_t i = 0; watched && i < 8; ++i) {
-        const uint32_t word = (transmit ? meta.dstIp6 : meta.srcIp6)[i / 2];
-        groups[i] = static_cast<uint16_t>(word >> (i % 2 == 0 ? 16 : 0));
+        groups[i] = static_cast<uint16_t>(words[i / 2] >> (i % 2 == 0 ? 16 : 0));
     }
     const uint32_t ipv4 = transmit ? meta.dstIp : meta.srcIp;
     LyrKes_UpdateCwpPingConfig(meta.protoType != HOST_PROTO_IPV6, watched ? ipv4 : 0, groups);
