@@ -15,6 +15,7 @@ struct pcap;
 namespace capture {
 
 class ByteSource;
+class PlainFrames;
 
 // Whether a capture comes through a pipe or the like, which gives its bytes once. A file that is
 // not there does not.
@@ -43,6 +44,7 @@ class Reader {
   private:
     const std::string name_;
     std::unique_ptr<ByteSource> source_;
+    std::unique_ptr<PlainFrames> plain_;
     pcap *capture_ = nullptr;
     uint64_t frames_ = 0;
 };

@@ -9,7 +9,12 @@
 namespace capwap {
 namespace {
 
-constexpr const char *kDamaged = "damaged", *kForeign = "not CAPWAP", *kFragment = "IP fragment";
+constexpr Content Words(std::string_view words) {
+    return {words, std::nullopt};
+}
+
+constexpr Content kDamaged = Words("damaged"), kForeign = Words("not CAPWAP"),
+                  kFragment = Words("IP fragment");
 
 // Reads fields in network order. Reading past the end gives zeros and is remembered.
 class Reader {
@@ -61,7 +66,7 @@ bool AreElements(std::span<const uint8_t> run) {
     return !in.Failed();
 }
 
-std::string DescribeDtls(Reader in) {
+Content DescribeDtls(Reader in) {
     in.Take(3);  // the rest of the CAPWAP DTLS header
     uint32_t contentType = in.U8();
     in.Take(10);  // version, epoch and sequence number
@@ -71,19 +76,19 @@ std::string DescribeDtls(Reader in) {
     }
     switch (contentType) {
         case 20:
-            return "DTLS change cipher spec";
+            return Words("DTLS change cipher spec");
         case 21:
-            return "DTLS alert";
+            return Words("DTLS alert");
         case 22:
-            return "DTLS handshake";
+            return Words("DTLS handshake");
         case 23:
-            return "DTLS application data";
+            return Words("DTLS application data");
         default:
-            return "DTLS content type " + std::to_string(contentType);
+            return {"DTLS content type ", contentType};
     }
 }
 
-std::string DescribeControl(Reader in) {
+Content DescribeControl(Reader in) {
     uint32_t type = in.U32();
     in.U8();  // sequence number
     uint32_t length = in.U16();
@@ -93,14 +98,14 @@ std::string DescribeControl(Reader in) {
         return kDamaged;
     }
     std::string_view name = MessageTypeName(type);
-    return name.empty() ? "message type " + std::to_string(type) : std::string(name);
+    return name.empty() ? Content{"message type ", type} : Words(name);
 }
 
-std::string DescribeKeepalive(Reader in) {
+Content DescribeKeepalive(Reader in) {
     constexpr uint32_t kLength = 22, kSessionId = 35, kSessionIdLength = 16;
     bool right = in.U16() == kLength && in.U16() == kSessionId && in.U16() == kSessionIdLength &&
                  in.Left().size() == kSessionIdLength;
-    return right ? "Data keepalive" : kDamaged;
+    return right ? Words("Data keepalive") : kDamaged;
 }
 
 // The extension header: its length, which counts itself, and elements whose lengths do too.
@@ -121,7 +126,7 @@ bool StartsWithExtension(Reader in) {
     return !in.Failed() && !elements.Failed();
 }
 
-std::string DescribeCapwap(std::span<const uint8_t> payload, bool control) {
+Content DescribeCapwap(std::span<const uint8_t> payload, bool control) {
     Reader in(payload);
     uint32_t preamble = in.U8();
     if (in.Failed() || preamble > 1) {
@@ -146,7 +151,7 @@ std::string DescribeCapwap(std::span<const uint8_t> payload, bool control) {
         return kDamaged;
     }
     if (fragment) {
-        return "CAPWAP fragment";
+        return Words("CAPWAP fragment");
     }
     if (control) {
         return DescribeControl(in);
@@ -154,10 +159,10 @@ std::string DescribeCapwap(std::span<const uint8_t> payload, bool control) {
     if (keepalive) {
         return DescribeKeepalive(in);
     }
-    return !extension || StartsWithExtension(in) ? "Data" : kDamaged;
+    return !extension || StartsWithExtension(in) ? Words("Data") : kDamaged;
 }
 
-std::string DescribeUdp(std::span<const uint8_t> datagram) {
+Content DescribeUdp(std::span<const uint8_t> datagram) {
     Reader in(datagram);
     uint32_t ports[] = {in.U16(), in.U16()};
     uint32_t length = in.U16();
@@ -170,7 +175,7 @@ std::string DescribeUdp(std::span<const uint8_t> datagram) {
     return control || data ? DescribeCapwap(in.Left(), control) : kForeign;
 }
 
-std::string DescribeIpv4(Reader in) {
+Content DescribeIpv4(Reader in) {
     std::span<const uint8_t> packet = in.Left();
     uint32_t versionAndLength = in.U8();
     in.U8();
@@ -190,7 +195,7 @@ std::string DescribeIpv4(Reader in) {
     return protocol == 17 ? DescribeUdp(packet.first(total).subspan(header)) : kForeign;
 }
 
-std::string DescribeIpv6(Reader in) {
+Content DescribeIpv6(Reader in) {
     uint32_t version = in.U32() >> 28;
     uint32_t length = in.U16();
     uint32_t next = in.U8();
@@ -216,7 +221,15 @@ std::string DescribeIpv6(Reader in) {
 
 }  // namespace
 
+std::string Content::ToText() const {
+    return std::string(words) + (number ? std::to_string(*number) : "");
+}
+
 std::string Describe(std::span<const uint8_t> frame) {
+    return ContentOf(frame).ToText();
+}
+
+Content ContentOf(std::span<const uint8_t> frame) {
     Reader in(frame);
     in.Take(12);  // MAC addresses
     uint32_t etherType = in.U16();
@@ -229,7 +242,7 @@ std::string Describe(std::span<const uint8_t> frame) {
     }
     switch (etherType) {
         case 0x88B4:
-            return "WAPI";
+            return Words("WAPI");
         case 0x0800:
             return DescribeIpv4(in);
         case 0x86DD:

@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace capwap {
 
@@ -12,5 +14,15 @@ namespace capwap {
 // "IP fragment" (the first and later ones), "not CAPWAP"; "damaged" when the lengths that a frame
 // states contradict each other or the frame. Total on any bytes.
 std::string Describe(std::span<const uint8_t> frame);
+
+// The same as it is found, for those who count many frames.
+struct Content {
+    std::string_view words;          // of no frame: they stay
+    std::optional<uint32_t> number;  // that follows them
+
+    bool operator==(const Content &) const = default;
+    std::string ToText() const;
+};
+Content ContentOf(std::span<const uint8_t> frame);
 
 }  // namespace capwap

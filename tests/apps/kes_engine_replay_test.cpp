@@ -1,4 +1,12 @@
 // Where the runner's replays take packets: captures in, captures out.
+#include <pcap/pcap.h>
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <fstream>
+#include <span>
+
 #include "kes_engine/pace.h"
 #include "kes_engine_fixture.h"
 
@@ -64,6 +72,80 @@ TEST_F(KesEngineReplay, PcapngIsReadAsWell) {
     }
     Replay("--exec commands --replay - --rx-port 7 --out out <in.pcapng");
     EXPECT_EQ(ReadOut(), ExpectedCaptures(TrafficFrames()));
+}
+
+// Ordinary files are read without libpcap, and all others with it.
+TEST_F(KesEngineReplay, FramesAndErrorsAreThoseThatLibpcapFinds) {
+    const auto file = [](uint32_t magic, bool swapped, uint32_t snapLength) {
+        std::string text;
+        const auto number = [&](auto value) {
+            auto bytes = std::bit_cast<std::array<char, sizeof value>>(value);
+            if (swapped) {
+                std::ranges::reverse(bytes);
+            }
+            text.append(bytes.begin(), bytes.end());
+        };
+        const auto frame = [&](uint32_t seconds, uint32_t fraction, uint32_t size) {
+            for (const uint32_t value : {seconds, fraction, size, 2000u}) {
+                number(value);
+            }
+            text.append(size, static_cast<char>(size));
+        };
+        number(magic);
+        number(uint16_t{2});
+        number(uint16_t{4});
+        for (const uint32_t value : {0u, 0u, snapLength, 1u}) {
+            number(value);
+        }
+        frame(1, 999999, 60);
+        frame(0x80000001, 5, 0);   // a time before 1970, or after 2038
+        frame(2, 4000000000, 61);  // more than a second
+        frame(3, 7, 1000);         // longer than the shorter snapshot length
+        frame(4, 8, 64);
+        return text;
+    };
+    const std::string path = Path("ordinary.pcap");
+    const auto check = [&](const std::string &text) {
+        std::ofstream(path, std::ios::binary) << text;
+        char reason[PCAP_ERRBUF_SIZE] = "";
+        pcap_t *pcap = pcap_open_offline_with_tstamp_precision(path.c_str(),
+                                                               PCAP_TSTAMP_PRECISION_NANO, reason);
+        ASSERT_NE(pcap, nullptr) << reason;
+        capture::Reader reader(path);
+        pcap_pkthdr *header = nullptr;
+        const u_char *bytes = nullptr;
+        int outcome = 0;
+        while ((outcome = pcap_next_ex(pcap, &header, &bytes)) == 1) {
+            const auto frame = reader.Next();
+            ASSERT_TRUE(frame);
+            EXPECT_EQ(frame->timeNs,
+                      std::max<int64_t>(header->ts.tv_sec, 0) * 1000000000 + header->ts.tv_usec);
+            EXPECT_EQ(frame->wireLength, header->len);
+            EXPECT_TRUE(std::ranges::equal(frame->bytes, std::span(bytes, header->caplen)));
+        }
+        if (outcome == PCAP_ERROR_BREAK) {
+            EXPECT_FALSE(reader.Next());
+        } else {
+            try {
+                reader.Next();
+                ADD_FAILURE() << "no complaint: " << pcap_geterr(pcap);
+            } catch (const capture::Error &error) {
+                EXPECT_THAT(error.what(), testing::HasSubstr(pcap_geterr(pcap)));
+            }
+        }
+        pcap_close(pcap);
+    };
+    for (const uint32_t magic : {0xA1B2C3D4, 0xA1B23C4D}) {
+        for (const bool swapped : {false, true}) {
+            SCOPED_TRACE(std::to_string(magic) + (swapped ? " swapped" : ""));
+            check(file(magic, swapped, 262144));
+            check(file(magic, swapped, 100));
+        }
+    }
+    const std::string whole = file(0xA1B2C3D4, false, 262144);
+    for (size_t size = whole.size() - 90; size < whole.size(); ++size) {
+        check(whole.substr(0, size));
+    }
 }
 
 TEST_F(KesEngineReplay, AnEmptyCaptureIsNotRepeatedForEver) {

@@ -24,9 +24,12 @@ TEST(Channels, HandPacketsOnInOrderUntilFullOrClosed) {
     EXPECT_EQ(TOV_ChannelDcSend(id, &packets[0], 1000), 0u);
     EXPECT_EQ(TOV_ChannelDcSend(id, &packets[1], 1000), 0u);
     EXPECT_EQ(TOV_ChannelDcSend(id, &packets[2], 1000), 2u);
-    for (HostMbuf *packet : {&packets[0], &packets[1], static_cast<HostMbuf *>(nullptr)}) {
-        EXPECT_EQ(ReceiveFromChannel(id), packet);
-    }
+    EXPECT_EQ(ReceiveFromChannel(id), &packets[0]);
+    EXPECT_EQ(TOV_ChannelDcSend(id, &packets[2], 1000), 0u) << "round the end of its ring";
+    HostMbuf *burst[3] = {};
+    EXPECT_EQ(ReceiveFromChannel(id, burst), 2u);
+    EXPECT_TRUE(burst[0] == &packets[1] && burst[1] == &packets[2]);
+    EXPECT_EQ(ReceiveFromChannel(id), nullptr);
 
     EXPECT_EQ(TOV_ChannelDcSend(id, &packets[0], 1000), 0u);
     CloseChannel(id);

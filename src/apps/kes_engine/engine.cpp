@@ -14,9 +14,7 @@
 namespace kes_engine {
 namespace {
 
-constexpr uint32_t kPacketBuffers = 4096;
-// Some are always on their way back, however many wait to be queued.
-static_assert(kPacketBuffers > kMaxWorkers * ForwardingThread::kBatch);
+constexpr uint32_t kPacketBuffers = 8192;
 
 // How long an interruption may go unnoticed while no frame comes.
 constexpr std::chrono::milliseconds kListenSlice{50};
@@ -31,7 +29,7 @@ Engine::Engine(const Options &options, const OutputDirectory &out)
     if (const std::string wrong = module_.Load(options.module); !wrong.empty()) {
         throw UsageError("cannot load the module: " + wrong);
     }
-    forwarding_.emplace(module_, options.workers, out);
+    forwarding_.emplace(module_, options.workers, kPacketBuffers, out);
 }
 
 Engine::~Engine() {
@@ -221,8 +219,11 @@ void Engine::Receive(const capture::Frame &frame) {
     HostMbuf *packet = pool_.Receive(frame.bytes, ArrivalOf(frame));
     standin::HostMbufMeta &meta = standin::MetaOf(packet);
     options_.frameRules.Apply(meta);
-    ++frames_;
-    received_ += meta.transmitted ? 0 : 1;
+    // Only this thread counts.
+    frames_.store(frames_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    if (!meta.transmitted) {
+        received_.store(received_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    }
     forwarding_->Forward(packet);
 }
 

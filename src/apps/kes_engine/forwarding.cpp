@@ -9,7 +9,8 @@
 namespace kes_engine {
 namespace {
 
-constexpr size_t kQueueLength = 1024;
+// Packets for which it is worth to wake a thread.
+constexpr uint32_t kWakeAfter = 256;
 
 uint64_t Mix(uint64_t value) {
     value = (value ^ value >> 32) * 0x9E3779B97F4A7C15;
@@ -64,31 +65,14 @@ Fates &Fates::operator+=(const Fates &other) {
     return *this;
 }
 
-ForwardingThread::ForwardingThread(ForwardingPath &path)
-    : path_(path), thread_(&ForwardingThread::Run, this) {
+ForwardingThread::ForwardingThread(ForwardingPath &path, size_t wakeAfter)
+    : queue_(wakeAfter), path_(path), thread_(&ForwardingThread::Run, this) {
     entered_.wait();
 }
 
-void ForwardingThread::Push(HostMbuf *packet) {
-    pending_.push_back(packet);
-    if (pending_.size() == kBatch) {
-        Flush();
-    }
-}
-
-void ForwardingThread::Flush() {
-    std::unique_lock lock(mutex_);
-    workDone_.wait(lock, [this] { return queue_.size() < kQueueLength; });
-    queue_.insert(queue_.end(), pending_.begin(), pending_.end());
-    pending_.clear();
-    workToDo_.notify_one();
-}
-
 Fates ForwardingThread::WaitUntilIdle() {
-    Flush();
-    std::unique_lock lock(mutex_);
-    workDone_.wait(lock, [this] { return queue_.empty() && !busy_; });
-    return fates_;
+    queue_.WaitUntilEmpty();
+    return FatesSoFar();
 }
 
 Fates ForwardingThread::FatesSoFar() {
@@ -97,13 +81,8 @@ Fates ForwardingThread::FatesSoFar() {
 }
 
 void ForwardingThread::Stop() {
-    Flush();
-    {
-        const std::lock_guard lock(mutex_);
-        stopping_ = true;
-        workToDo_.notify_one();
-    }
     if (thread_.joinable()) {
+        queue_.Close();
         thread_.join();
     }
 }
@@ -111,27 +90,19 @@ void ForwardingThread::Stop() {
 void ForwardingThread::Run() {
     path_.module.EnterLcore();
     entered_.count_down();
-    std::vector<HostMbuf *> packets;
-    while (TakeQueued(packets)) {
-        Forward(packets);
-        packets.clear();
+    for (auto burst = queue_.Take(); !burst.empty(); burst = queue_.Take()) {
+        Forward(burst);
+        {
+            const std::lock_guard lock(mutex_);
+            published_ = fates_;
+        }
+        queue_.Done(burst.size());
     }
     path_.module.LeaveLcore();
 }
 
-bool ForwardingThread::TakeQueued(std::vector<HostMbuf *> &packets) {
-    std::unique_lock lock(mutex_);
-    busy_ = false;
-    published_ = fates_;
-    workDone_.notify_one();
-    workToDo_.wait(lock, [this] { return !queue_.empty() || stopping_; });
-    packets.swap(queue_);
-    busy_ = !packets.empty();
-    workDone_.notify_one();
-    return busy_;
-}
-
 void ForwardingThread::Forward(std::span<HostMbuf *const> packets) {
+    standin::Prefetch(packets);
     std::array<standin::Fate, standin::kMaxBurst> fates;
     while (!packets.empty()) {
         const bool transmitted = standin::MetaOf(packets.front()).transmitted;
@@ -168,17 +139,19 @@ void ForwardingThread::Complete(HostMbuf *packet, standin::Fate fate, bool trans
 }
 
 ForwardingThreads::ForwardingThreads(const standin::Module &module, uint32_t count,
-                                     const OutputDirectory &out)
+                                     uint32_t buffers, const OutputDirectory &out)
     : path_{module, PacketCapture(out.PathOf(kReturnedCapture)),
             PacketCapture(out.PathOf(kUndeliveredCapture)),
             PacketCapture(out.PathOf(kTransmittedCapture))} {
     for (uint32_t i = 0; i < count; ++i) {
-        threads_.push_back(std::make_unique<ForwardingThread>(path_));
+        threads_.push_back(std::make_unique<ForwardingThread>(
+            path_, std::clamp(buffers / 4 / count, 1u, kWakeAfter)));
     }
 }
 
 void ForwardingThreads::Forward(HostMbuf *packet) {
-    threads_[FlowHash(packet) % threads_.size()]->Push(packet);
+    const size_t thread = threads_.size() == 1 ? 0 : FlowHash(packet) % threads_.size();
+    threads_[thread]->Push(packet);
 }
 
 Fates ForwardingThreads::WaitUntilIdle() {

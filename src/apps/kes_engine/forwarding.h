@@ -1,7 +1,6 @@
 // The forwarding threads.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <latch>
 #include <memory>
@@ -13,6 +12,7 @@
 #include "output_directory.h"
 #include "packet_capture.h"
 #include "packet_class.h"
+#include "packet_queue.h"
 #include "standin/module_loader.h"
 #include "standin/packet_path.h"
 
@@ -41,22 +41,24 @@ struct ForwardingPath {
 // One thread with its queue. It is an lcore of the module from its construction until Stop().
 class ForwardingThread {
   public:
-    explicit ForwardingThread(ForwardingPath &path);
+    // The thread is woken when so many packets wait.
+    ForwardingThread(ForwardingPath &path, size_t wakeAfter);
     ~ForwardingThread() {
         Stop();
     }
 
-    // At most this many packets wait to be queued together.
-    static constexpr size_t kBatch = 32;
-
-    // Gives the thread a packet; waits while its queue is full. The packet is queued with others,
-    // at the latest by Flush(). These three are called from one thread.
-    void Push(HostMbuf *packet);
-    void Flush();
+    // Gives the thread a packet; waits while its queue is full. The thread gets it with others, at
+    // the latest by Flush(). These three are called from one thread.
+    void Push(HostMbuf *packet) {
+        queue_.Give(packet);
+    }
+    void Flush() {
+        queue_.Flush();
+    }
     // Waits until all that was pushed has met its fate; the fates so far.
     Fates WaitUntilIdle();
 
-    // The fates up to the last time that the thread looked for work. Called from any thread.
+    // The fates up to the last burst. Called from any thread.
     Fates FatesSoFar();
 
     // Finishes what is queued, and ends the thread.
@@ -64,19 +66,13 @@ class ForwardingThread {
 
   private:
     void Run();
-    bool TakeQueued(std::vector<HostMbuf *> &packets);
     void Forward(std::span<HostMbuf *const> packets);
     void Complete(HostMbuf *packet, standin::Fate fate, bool transmitted);
 
+    PacketQueue queue_;
     ForwardingPath &path_;
-    std::vector<HostMbuf *> pending_;  // of the pushing thread
+    Fates fates_;  // the thread's own
     std::mutex mutex_;
-    std::condition_variable workToDo_;
-    std::condition_variable workDone_;
-    std::vector<HostMbuf *> queue_;
-    bool busy_ = false;
-    bool stopping_ = false;
-    Fates fates_;      // the thread's own while it is busy
     Fates published_;  // what the others may know of it
     std::latch entered_{1};
     std::thread thread_;
@@ -85,7 +81,9 @@ class ForwardingThread {
 class ForwardingThreads {
   public:
     // Starts the threads. The module must be loaded, and must stay so until Stop().
-    ForwardingThreads(const standin::Module &module, uint32_t count, const OutputDirectory &out);
+    // Of so many packet buffers, a quarter at most waits for others to be forwarded with.
+    ForwardingThreads(const standin::Module &module, uint32_t count, uint32_t buffers,
+                      const OutputDirectory &out);
 
     // Hands a packet to a thread, the same for all packets between two addresses, so that
     // fragments and both directions of a conversation stay in order. Called from one thread.

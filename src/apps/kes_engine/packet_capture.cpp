@@ -5,8 +5,11 @@
 namespace kes_engine {
 
 void PacketCapture::Write(const HostMbuf *packet) {
+    if (path_.empty()) {
+        return;
+    }
     const std::lock_guard lock(mutex_);
-    if (path_.empty() || !failure_.empty()) {
+    if (!failure_.empty()) {
         return;
     }
     const standin::Arrival &arrival = standin::MetaOf(packet).arrival;

@@ -1,9 +1,13 @@
 #include "service_instances.h"
 
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <chrono>
 #include <latch>
 #include <system_error>
 #include <thread>
+#include <unordered_map>
 
 #include "capwap/describe.h"
 #include "failure.h"
@@ -11,6 +15,7 @@
 #include "packet_capture.h"
 #include "standin/channels.h"
 #include "standin/mbuf_pool.h"
+#include "standin/packet_path.h"
 
 namespace kes_engine {
 namespace {
@@ -28,9 +33,19 @@ constexpr PacketType kCwp = {"cwp", "chn/kes2lyrcwp", "thd/kes2lyrcwp", 1u << 0}
 constexpr PacketType kWapi = {"wapi", "chn/kes2lyrwapi", "thd/kes2lyrwapi", 1u << 1};
 constexpr uint32_t kStopEvent = 1u << 31;
 
+// A thread that got packets lets others gather for so long before it looks again, as network
+// drivers do: while they come, it need not be woken for each.
+constexpr std::chrono::milliseconds kGather{1};
+
+struct HashOfContent {
+    size_t operator()(const capwap::Content &content) const {
+        return std::hash<std::string_view>()(content.words) + content.number.value_or(0);
+    }
+};
+
 }  // namespace
 
-class Receiver {
+class alignas(64) Receiver {
   public:
     Receiver(uint32_t instance, const PacketType &type, uint32_t channelCapacity,
              const OutputDirectory &out);
@@ -45,20 +60,20 @@ class Receiver {
     uint64_t Count() const {
         return count_.load(std::memory_order_relaxed);
     }
-    const InstanceReport::Received &Result() const {
-        return received_;
-    }
+    InstanceReport::Received Result() const;
 
   private:
     void StartThread();
     void Run();
-    void Drain();
+    bool Drain();
+    void Receive(HostMbuf *packet);
 
     const PacketType &type_;
     const std::string threadName_;
     PacketCapture capture_;
-    InstanceReport::Received received_;
-    std::atomic<uint64_t> count_{0};  // of these packets, for other threads
+    std::unordered_map<capwap::Content, uint64_t, HashOfContent> messages_;
+    ClassCounts byClass_ = {};
+    std::atomic<uint64_t> count_{0};
     uint32_t channel_;
     std::latch started_{1};
     bool known_ = false;  // whether the thread could make itself known; written before it starts
@@ -102,20 +117,39 @@ void Receiver::Run() {
     uint32_t events = 0;
     while (known_ && (events & kStopEvent) == 0) {
         if (TOV_EventRead(&events) == 0 && (events & (type_.event | kStopEvent)) != 0) {
-            Drain();
+            while (Drain()) {
+                std::this_thread::sleep_for(kGather);
+            }
         }
     }
 }
 
-void Receiver::Drain() {
-    while (HostMbuf *packet = standin::ReceiveFromChannel(channel_)) {
-        ++received_.packets;
-        count_.store(received_.packets, std::memory_order_relaxed);
-        CountByClass(received_.byClass, packet);
-        ++received_.messages[capwap::Describe(standin::FrameAsReceived(packet))];
-        capture_.Write(packet);
-        standin::MbufPool::Release(packet);
+// Whether there were packets.
+bool Receiver::Drain() {
+    std::array<HostMbuf *, standin::kMaxBurst> burst;
+    uint64_t received = 0;
+    while (const size_t count = standin::ReceiveFromChannel(channel_, burst)) {
+        standin::Prefetch(std::span(burst).first(count));
+        std::for_each_n(burst.begin(), count, [this](HostMbuf *packet) { Receive(packet); });
+        received += count;
+        count_.store(Count() + count, std::memory_order_relaxed);
     }
+    return received > 0;
+}
+
+void Receiver::Receive(HostMbuf *packet) {
+    CountByClass(byClass_, packet);
+    ++messages_[capwap::ContentOf(standin::FrameAsReceived(packet))];
+    capture_.Write(packet);
+    standin::MbufPool::Release(packet);
+}
+
+InstanceReport::Received Receiver::Result() const {
+    InstanceReport::Received received = {Count(), {}, byClass_};
+    for (const auto &[content, packets] : messages_) {
+        received.messages[content.ToText()] += packets;
+    }
+    return received;
 }
 
 void Receiver::Stop() {

@@ -1,5 +1,6 @@
 #include "standin/channels.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <map>
@@ -14,7 +15,8 @@ namespace {
 
 constexpr uint32_t kMaxChannels = 65536;
 
-struct Channel {
+// On cache lines of its own.
+struct alignas(64) Channel {
     explicit Channel(uint32_t capacity) : packets(capacity) {}
 
     std::mutex mutex;
@@ -51,12 +53,22 @@ uint32_t OpenChannel(const std::string &name, uint32_t capacity) {
 }
 
 HostMbuf *ReceiveFromChannel(uint32_t channelId) {
+    HostMbuf *packet = nullptr;
+    ReceiveFromChannel(channelId, {&packet, 1});
+    return packet;
+}
+
+size_t ReceiveFromChannel(uint32_t channelId, std::span<HostMbuf *> packets) {
     Channel *channel = ChannelOf(channelId);
     if (channel == nullptr) {
-        return nullptr;
+        return 0;
     }
     const std::lock_guard lock(channel->mutex);
-    return channel->packets.Pop();
+    const size_t count = std::min<size_t>(packets.size(), channel->packets.Size());
+    for (HostMbuf *&packet : packets.first(count)) {
+        packet = channel->packets.Pop();
+    }
+    return count;
 }
 
 void CloseChannel(uint32_t channelId) {

@@ -18,7 +18,8 @@ class PointerRing {
         if (size_ == capacity_) {
             return false;
         }
-        slots_[(static_cast<size_t>(first_) + size_) % capacity_] = element;
+        const size_t place = size_t{first_} + size_;
+        slots_[place < capacity_ ? place : place - capacity_] = element;
         ++size_;
         return true;
     }
@@ -29,7 +30,7 @@ class PointerRing {
             return nullptr;
         }
         T *element = slots_[first_];
-        first_ = (first_ + 1) % capacity_;
+        first_ = first_ + 1 == capacity_ ? 0 : first_ + 1;
         --size_;
         return element;
     }

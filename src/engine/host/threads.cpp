@@ -16,7 +16,8 @@
 #include "standin/lasting.h"
 #include "standin/runtime.h"
 
-struct TovThreadInfo {
+// On a cache line of its own.
+struct alignas(64) TovThreadInfo {
     std::atomic<uint32_t> unread{0};
     std::atomic<bool> waiting{false};  // its last look for events found none
     std::atomic<bool> ended{false};

@@ -1,7 +1,9 @@
 // The receivers' side of channels.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "kes/channel.h"
@@ -15,6 +17,8 @@ uint32_t OpenChannel(const std::string &name, uint32_t capacity);
 
 // The oldest packet of the channel, now the caller's, or null when it is empty.
 HostMbuf *ReceiveFromChannel(uint32_t channelId);
+// The oldest packets, as many as there are and fit, in order. Returns how many.
+size_t ReceiveFromChannel(uint32_t channelId, std::span<HostMbuf *> packets);
 
 // Closes a channel: sends to it fail from now on. Its name is free again, its id is not used again.
 // What is still in it can be received.

@@ -52,6 +52,10 @@ struct HostMbufMeta {
     Arrival arrival;
 };
 
+// Fetches records that another processor has written, and what is known of the packets, before they
+// are looked at.
+void Prefetch(std::span<HostMbuf *const> mbufs);
+
 HostMbufMeta &MetaOf(HostMbuf *mbuf);
 const HostMbufMeta &MetaOf(const HostMbuf *mbuf);
 
