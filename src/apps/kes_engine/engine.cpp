@@ -14,7 +14,7 @@
 namespace kes_engine {
 namespace {
 
-constexpr uint32_t kPacketBuffers = 8192;
+constexpr uint32_t kPacketBuffers = 4096;
 
 // How long an interruption may go unnoticed while no frame comes.
 constexpr std::chrono::milliseconds kListenSlice{50};

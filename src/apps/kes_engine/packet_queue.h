@@ -40,7 +40,7 @@ class PacketQueue {
     void Done(size_t packets);
 
   private:
-    static constexpr size_t kLength = 2048;
+    static constexpr size_t kLength = 1024;
     static constexpr size_t kNever = SIZE_MAX;
 
     // Positions count on without end. The giver's own:
