@@ -2,8 +2,10 @@
 // and looked into through what it exports.
 #pragma once
 
+#include <chrono>
 #include <set>
 #include <string>
+#include <thread>
 
 #include "kes/module.h"
 #include "lb/dist_table.h"
@@ -51,6 +53,11 @@ class LoadedModule {
         if (BlocksOf(kVerifyTag) != VerifyRecords()) {
             Fail("%u verify records are allocated, %u are listed", BlocksOf(kVerifyTag),
                  VerifyRecords());
+        }
+        // An operation's reply is freed after the operation, for which a strict engine's removal of
+        // the service does not wait.
+        for (int tries = 0; MundMessagesInUse() != 0 && tries < 10'000; ++tries) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
         const standin::Holdings held = standin::CurrentHoldings();
         if (held != standin::Holdings{} || MundMessagesInUse() != 0) {

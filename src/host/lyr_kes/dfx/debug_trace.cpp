@@ -108,7 +108,7 @@ bool FormatKind(uint8_t kind, const HostMbuf *packet, char (&text)[kKindTextSize
 }  // namespace
 
 bool lyr::TraceWanted(uint32_t level, bool needFilter, const HostMbuf *packet) {
-    return LoadRelaxed(g_lyrKesDebugTrace.enable) != 0 &&
+    return lyr::LoadAcquire(g_lyrKesDebugTrace.enable) != 0 &&
            (LoadRelaxed(g_lyrKesDebugTrace.debugLevel) & level) != 0 &&
            (!needFilter || LyrKesNeedDebugging(packet));
 }
@@ -207,5 +207,5 @@ void LyrKes_DebugTraceConfigUpdate(const LyrKesDebugTraceReq *request) {
     }
     // The switch last, so that a trace that was off starts with its whole filter.
     StoreRelaxed(trace.debugLevel, request->debugLevel);
-    StoreRelaxed(trace.enable, uint8_t{1});
+    lyr::StoreRelease(trace.enable, uint8_t{1});
 }

@@ -6,10 +6,11 @@
 #include "dfx/drop_trap.h"
 #include "kes/timer.h"
 #include "module/diag_log.h"
+#include "module/placement.h"
 #include "module/spin_guard.h"
 #include "module/wall_clock.h"
 
-LyrKesMsgDropStat g_lyrKesMsgDropStat = {
+LYR_PACKETS_COUNT LyrKesMsgDropStat g_lyrKesMsgDropStat = {
     .dropNum = 0,
     .lastDropNum = 0,
     .totalNum = 0,

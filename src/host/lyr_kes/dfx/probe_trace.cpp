@@ -247,7 +247,8 @@ uint32_t LyrKes_CwpTraceGet(const LyrKesCwpTraceRecordReq *request,
     }
     const uint32_t remaining = count - request->startIdx;
     const uint32_t pageNum = std::min<uint32_t>(remaining, LYR_KES_PROBE_PAGE_NUM);
-    const uint32_t first = tail - remaining;
+    // Until the ring is full, its records begin at its start, whatever is being appended.
+    const uint32_t first = count < LYR_CWP_TRACE_NUM ? request->startIdx : tail - remaining;
     for (uint32_t k = 0; k < pageNum; ++k) {
         reply->entries[k] = EntryOf(lyr::LoadWords(trace.records[(first + k) & kSlotMask]));
     }

@@ -41,23 +41,27 @@ struct Fetched {
     }
 
     // Fetches the first entries of the buckets up to a number, and the second ones where the first
-    // have had their time. The buckets may have gone with their table, and another may be smaller.
+    // have had their time; none while somebody writes, for whom this does not wait.
     void FetchEntriesUpTo(size_t end) {
-        const lyr::HeldForPacket<Table> table;
-        if (table.Buckets() == nullptr) {
-            return;
+        if (lyr::readerMark->Enter(Table::kLocker)) {
+            if (const LyrKesDistBucket *table = lyr::Buckets<Table>()) {
+                FetchEntriesOf(table, end);
+            }
+            lyr::readerMark->Leave();
         }
+        seconds = firsts;
+        firsts = end;
+    }
+
+    // The buckets may be those of a larger table that has gone.
+    void FetchEntriesOf(const LyrKesDistBucket *table, size_t end) const {
         const uint32_t cap = lyr::LoadRelaxed(Table::kCap);
-        for (; seconds < firsts; ++seconds) {
-            if (buckets[seconds] < cap) {
-                const LyrKesDistBucket *first = table.Buckets()[buckets[seconds]].next;
-                __builtin_prefetch(first != nullptr ? first->next : nullptr);
-            }
+        for (size_t i = seconds; i < firsts; ++i) {
+            const LyrKesDistBucket *first = buckets[i] < cap ? table[buckets[i]].next : nullptr;
+            __builtin_prefetch(first != nullptr ? first->next : nullptr);
         }
-        for (; firsts < end; ++firsts) {
-            if (buckets[firsts] < cap) {
-                __builtin_prefetch(table.Buckets()[buckets[firsts]].next);
-            }
+        for (size_t i = firsts; i < end; ++i) {
+            __builtin_prefetch(buckets[i] < cap ? table[buckets[i]].next : nullptr);
         }
     }
 

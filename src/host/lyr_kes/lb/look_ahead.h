@@ -4,7 +4,8 @@
 // the second, which every third lookup meets in a table that is as full as it is meant to be.
 //
 // It only fetches. The lookup does not know of it, finds the same without it, and what has changed
-// in between costs a fetch in vain. Lcores alone look ahead; on other threads these do nothing.
+// in between costs a fetch in vain. Nobody is waited for. Lcores alone look ahead; on other threads
+// these do nothing.
 #pragma once
 
 #include "kes/mbuf.h"

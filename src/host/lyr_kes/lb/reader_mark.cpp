@@ -23,9 +23,14 @@ bool PrepareBarrier() {
     return syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
 }
 
-// All threads of the process pass a full barrier before this returns.
+// All threads of the process pass a full barrier before this returns. A system that has promised
+// the barrier and refuses it is out of memory, or was forbidden the call since: no store of a
+// thread that is as old as this sleep is still on its way.
 void Barrier() {
-    syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0);
+    if (syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0) != 0) {
+        constexpr useconds_t kLongForAStore = 10'000;
+        usleep(kLongForAStore);
+    }
 }
 
 #else
@@ -56,6 +61,7 @@ void lyr::ClaimReaderMark() {
         return;
     }
     NoteUsed(static_cast<size_t>(mark - readerMarks.begin()) + 1);
+    std::atomic_thread_fence(std::memory_order_seq_cst);
     readerMark = &*mark;
 }
 
