@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the benchmarks, runs all of them, and prints the tables of bench/README.md and of
-# docs/reconciliation.md. Takes about ten minutes, for which the machine should be quiet.
+# docs/reconciliation.md. Takes some five minutes, for which the machine should be quiet.
 # Usage: bench/run.sh [--quick] [BUILD_DIR]
 #   --quick     a look at whether all runs, in a minute; its figures mean nothing
 #   BUILD_DIR   where to build [build-bench]; the results that were measured stay in its bench/
