@@ -1,9 +1,7 @@
 #include "lb/look_ahead.h"
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
-#include <span>
 
 #include "lb/packet_key.h"
 #include "packet/capwap_header.h"
