@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "control/json_line.h"
-#include "engine.h"
 #include "explanation.h"
 #include "failure.h"
 #include "line_log.h"
@@ -99,12 +98,13 @@ mund::WireReply Explain(const Explainer &explainer, std::span<const uint8_t> req
     return TextReply(explanation.ToJson());
 }
 
-std::map<uint16_t, mund::WireHandler> HandlersOf(const Engine &engine) {
+std::map<uint16_t, mund::WireHandler> HandlersOf(const standin::Module &module,
+                                                 const std::function<State()> &stateNow) {
     std::map<uint16_t, mund::WireHandler> handlers;
     std::shared_ptr<const ModuleView> view;
     try {
-        view = std::make_shared<const ModuleView>(engine.Module());
-        const auto explainer = std::make_shared<const Explainer>(engine.Module());
+        view = std::make_shared<const ModuleView>(module);
+        const auto explainer = std::make_shared<const Explainer>(module);
         handlers[MUND_WIRE_EXPLAIN] = [explainer](std::span<const uint8_t> request) {
             return Explain(*explainer, request);
         };
@@ -113,19 +113,20 @@ std::map<uint16_t, mund::WireHandler> HandlersOf(const Engine &engine) {
         handlers[MUND_WIRE_EXPLAIN] = [why = std::string(failure.what())](
                                           std::span<const uint8_t>) { return mund::Refusal(why); };
     }
-    handlers[MUND_WIRE_STATE] = [&engine, view](std::span<const uint8_t>) {
-        return TextReply(StateToJson(engine.StateNow(), view.get()));
+    handlers[MUND_WIRE_STATE] = [stateNow, view](std::span<const uint8_t>) {
+        return TextReply(StateToJson(stateNow(), view.get()));
     };
-    handlers[MUND_WIRE_OBJECT] = [&engine](std::span<const uint8_t> request) {
-        return Object(engine.Module(), request);
+    handlers[MUND_WIRE_OBJECT] = [&module](std::span<const uint8_t> request) {
+        return Object(module, request);
     };
     return handlers;
 }
 
 }  // namespace
 
-ControlService::ControlService(const std::string &path, const Engine &engine, LineLog &log)
-    : log_(log), server_(path, HandlersOf(engine)) {
+ControlService::ControlService(const std::string &path, const standin::Module &module,
+                               const std::function<State()> &stateNow, LineLog &log)
+    : log_(log), server_(path, HandlersOf(module, stateNow)) {
     log_.Follow([this](standin::LineKind kind, std::string_view line) {
         server_.Publish(static_cast<uint32_t>(kind), line);
     });

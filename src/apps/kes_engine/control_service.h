@@ -1,21 +1,24 @@
 // The engine's control socket: the module's operations, and what the engine offers besides them.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "mund/server.h"
+#include "standin/module_loader.h"
+#include "state.h"
 
 namespace kes_engine {
 
-class Engine;
 class LineLog;
 
 class ControlService {
   public:
     // Serves clients on a socket: operations, the engine's state, exported objects, explanations,
-    // and the lines of the log. Engine and log outlive it, and the engine is started until then.
-    // Throws std::runtime_error.
-    ControlService(const std::string &path, const Engine &engine, LineLog &log);
+    // and the lines of the log. Module and log outlive it, and the module is started until then.
+    // `stateNow` is called from several threads. Throws std::runtime_error.
+    ControlService(const std::string &path, const standin::Module &module,
+                   const std::function<State()> &stateNow, LineLog &log);
     ~ControlService();
     ControlService(const ControlService &) = delete;
     ControlService &operator=(const ControlService &) = delete;

@@ -7,8 +7,6 @@
 #include "explanation.h"
 #include "failure.h"
 #include "interruption.h"
-#include "module_caller.h"
-#include "mund/module_objects.h"
 #include "standin/runtime.h"
 
 namespace kes_engine {
@@ -22,14 +20,16 @@ constexpr std::chrono::milliseconds kListenSlice{50};
 }  // namespace
 
 Engine::Engine(const Options &options, const OutputDirectory &out)
-    : options_(options), out_(out), pace_(options.rate), pool_(kPacketBuffers) {
+    : options_(options),
+      out_(out),
+      pace_(options.rate),
+      pool_(kPacketBuffers),
+      run_(options.module),
+      result_(run_.Outcome()) {
     result_.capture = options.Source();
     result_.workers = options.workers;
     result_.served = options.Serves();
-    if (const std::string wrong = module_.Load(options.module); !wrong.empty()) {
-        throw UsageError("cannot load the module: " + wrong);
-    }
-    forwarding_.emplace(module_, options.workers, kPacketBuffers, out);
+    forwarding_.emplace(Module(), options.workers, kPacketBuffers, out);
 }
 
 Engine::~Engine() {
@@ -37,31 +37,9 @@ Engine::~Engine() {
 }
 
 void Engine::Start() {
-    if (const std::string wrong = module_.Start(); !wrong.empty()) {
-        throw Failure("cannot start the module: " + wrong);
-    }
-    // Instances are numbered from 0 to this, inclusive.
-    const auto *last = static_cast<const uint32_t *>(module_.Symbol(MUND_OBJECT_LAST_INSTANCE));
-    if (last == nullptr) {
-        throw Failure("module '" + options_.module + "' has no object " +
-                      MUND_OBJECT_LAST_INSTANCE);
-    }
+    run_.Start();
     // No channel refuses a packet for lack of room: all buffers fit into any one of them.
-    lastInstance_ = *last;
-    instances_.emplace(uint64_t{lastInstance_} + 1, pool_.Capacity(), out_);
-    countersBefore_ = ReadCounters();
-}
-
-void Engine::Execute(const std::vector<control::Command> &commands) {
-    for (const control::Command &command : commands) {
-        const control::Outcome outcome = control::Execute(command, CallModule, lastInstance_);
-        standin::WaitUntilCreatedThreadsIdle();
-        if (!outcome.Ok()) {
-            throw Failure(command.Where() + outcome.ToText());
-        }
-        std::cerr << outcome.ToText() << '\n';
-        ++result_.commands;
-    }
+    instances_.emplace(InstancesUpTo(run_.LastInstance()), pool_.Capacity(), out_);
 }
 
 template <class Run>
@@ -71,20 +49,13 @@ void Engine::Measure(Run run) {
     try {
         run();
     } catch (const std::runtime_error &failure) {
-        Note({failure.what()});
+        run_.Note({failure.what()});
     }
     result_.fates = forwarding_->WaitUntilIdle();
     result_.frames = frames_;
     result_.received = received_;
     result_.seconds += std::chrono::duration<double>(Clock::now() - start).count();
-    CompareCounters();
-}
-
-void Engine::CompareCounters() {
-    const std::optional<PacketCounters> counters = ReadCounters();
-    if (countersBefore_ && counters) {
-        result_.counters = Between(*countersBefore_, *counters);
-    }
+    run_.CompareCounters();
 }
 
 void Engine::Replay(capture::Reader &capture) {
@@ -133,7 +104,7 @@ void Engine::KeepPace() {
 
 void Engine::Explain(capture::Reader &capture) {
     try {
-        const Explainer explainer(module_);
+        const Explainer explainer(Module());
         capture.WhileWaiting([] {
             std::cout.flush();
             return !Interrupted();
@@ -149,7 +120,7 @@ void Engine::Explain(capture::Reader &capture) {
             Print(*frame, explainer.Explain(frame->bytes, ArrivalOf(*frame), 0));
         }
     } catch (const std::runtime_error &failure) {
-        Note({failure.what()});
+        run_.Note({failure.what()});
     }
 }
 
@@ -188,8 +159,8 @@ void Engine::Listen(LiveReader &interface) {
         }
     });
     if (const uint64_t lost = interface.Lost(); lost > 0) {
-        Note({"--listen " + options_.interface + ": " + std::to_string(lost) +
-              " frames came faster than they could be received"});
+        run_.Note({"--listen " + options_.interface + ": " + std::to_string(lost) +
+                   " frames came faster than they could be received"});
     }
 }
 
@@ -199,16 +170,7 @@ State Engine::StateNow() const {
             .received = received_,
             .fates = forwarding_->FatesSoFar(),
             .instances = instances_->Counts(),
-            .memory = standin::ModuleMemoryByPlace(module_.Id())};
-}
-
-void Engine::ExecuteAfter(const std::vector<control::Command> &commands) {
-    standin::WaitUntilCreatedThreadsIdle();
-    try {
-        Execute(commands);
-    } catch (const Failure &failure) {
-        Note({failure.what()});
-    }
+            .memory = standin::ModuleMemoryByPlace(Module().Id())};
 }
 
 void Engine::Receive(const capture::Frame &frame) {
@@ -237,49 +199,27 @@ bool Engine::HasRoomFor(const capture::Frame &frame) {
 }
 
 Result Engine::Finish() {
-    standin::WaitUntilCreatedThreadsIdle();
-    if (!result_.counters) {
-        CompareCounters();
-    }
-    result_.dropWatch = ReadDropWatch(module_);
+    run_.Conclude();
     if (result_.oversize > 0) {
-        Note({"'" + options_.Source() + "': " + std::to_string(result_.oversize) +
-              " frames were left out: they have more than the " +
-              std::to_string(standin::MbufPool::kMaxFrame) + " bytes that fit into a buffer"});
+        run_.Note({"'" + options_.Source() + "': " + std::to_string(result_.oversize) +
+                   " frames were left out: they have more than the " +
+                   std::to_string(standin::MbufPool::kMaxFrame) + " bytes that fit into a buffer"});
     }
     Stop();
     result_.instances = instances_->Reports();
-    result_.alarms = standin::SentAlarms();
-    Note(forwarding_->CloseCaptures());
-    Note(instances_->CloseCaptures());
-    result_.leftovers = module_.Unload();
+    run_.Note(forwarding_->CloseCaptures());
+    run_.Note(instances_->CloseCaptures());
+    run_.Unload();
     return result_;
 }
 
-std::optional<PacketCounters> Engine::ReadCounters() {
-    try {
-        return ReadPacketCounters();
-    } catch (const Failure &failure) {
-        Note({failure.what()});
-        return std::nullopt;
-    }
-}
-
 void Engine::Stop() {
-    module_.Stop();
+    run_.Module().Stop();
     if (forwarding_) {
         forwarding_->Stop();
     }
     if (instances_) {
         instances_->Stop();
-    }
-}
-
-void Engine::Note(const std::vector<std::string> &failures) {
-    for (const std::string &failure : failures) {
-        if (!failure.empty()) {
-            result_.failures.push_back(failure);
-        }
     }
 }
 

@@ -53,18 +53,6 @@ size_t BurstOf(std::span<HostMbuf *const> packets, bool transmitted) {
 
 }  // namespace
 
-Fates &Fates::operator+=(const Fates &other) {
-    returned += other.returned;
-    taken += other.taken;
-    undelivered += other.undelivered;
-    transmitted += other.transmitted;
-    returnedControl += other.returnedControl;
-    for (size_t row = 0; row < undeliveredByClass.size(); ++row) {
-        undeliveredByClass[row] += other.undeliveredByClass[row];
-    }
-    return *this;
-}
-
 ForwardingThread::ForwardingThread(ForwardingPath &path, size_t wakeAfter)
     : queue_(wakeAfter), path_(path), thread_(&ForwardingThread::Run, this) {
     entered_.wait();
@@ -113,36 +101,18 @@ void ForwardingThread::Forward(std::span<HostMbuf *const> packets) {
             standin::RunReceivePath(burst, fates);
         }
         for (size_t i = 0; i < burst.size(); ++i) {
-            Complete(burst[i], fates[i], transmitted);
+            path_.captures.Account(fates_, burst[i], fates[i], transmitted);
+            if (fates[i] != standin::Fate::kTaken) {
+                standin::MbufPool::Release(burst[i]);
+            }
         }
         packets = packets.subspan(burst.size());
     }
 }
 
-void ForwardingThread::Complete(HostMbuf *packet, standin::Fate fate, bool transmitted) {
-    switch (fate) {
-        case standin::Fate::kTaken:
-            ++fates_.taken;
-            return;
-        case standin::Fate::kReturned:
-            ++(transmitted ? fates_.transmitted : fates_.returned);
-            fates_.returnedControl += !transmitted && IsControl(packet) ? 1 : 0;
-            (transmitted ? path_.transmitted : path_.returned).Write(packet);
-            break;
-        case standin::Fate::kUndelivered:
-            ++fates_.undelivered;
-            CountByClass(fates_.undeliveredByClass, packet);
-            path_.undelivered.Write(packet);
-            break;
-    }
-    standin::MbufPool::Release(packet);
-}
-
 ForwardingThreads::ForwardingThreads(const standin::Module &module, uint32_t count,
                                      uint32_t buffers, const OutputDirectory &out)
-    : path_{module, PacketCapture(out.PathOf(kReturnedCapture)),
-            PacketCapture(out.PathOf(kUndeliveredCapture)),
-            PacketCapture(out.PathOf(kTransmittedCapture))} {
+    : path_{module, FateCaptures(out)} {
     for (uint32_t i = 0; i < count; ++i) {
         threads_.push_back(std::make_unique<ForwardingThread>(
             path_, std::clamp(buffers / 4 / count, 1u, kWakeAfter)));
@@ -183,7 +153,7 @@ void ForwardingThreads::Stop() {
 }
 
 std::vector<std::string> ForwardingThreads::CloseCaptures() {
-    return {path_.returned.Close(), path_.undelivered.Close(), path_.transmitted.Close()};
+    return path_.captures.Close();
 }
 
 }  // namespace kes_engine

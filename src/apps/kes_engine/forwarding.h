@@ -9,33 +9,18 @@
 #include <thread>
 #include <vector>
 
+#include "fates.h"
 #include "output_directory.h"
-#include "packet_capture.h"
-#include "packet_class.h"
 #include "packet_queue.h"
 #include "standin/module_loader.h"
 #include "standin/packet_path.h"
 
 namespace kes_engine {
 
-// Where packets went, as the forwarding threads saw it.
-struct Fates {
-    uint64_t returned = 0;
-    uint64_t taken = 0;
-    uint64_t undelivered = 0;
-    uint64_t transmitted = 0;  // all the way
-    ClassCounts undeliveredByClass = {};
-    uint32_t returnedControl = 0;  // of the returned, those on the control port
-
-    Fates &operator+=(const Fates &other);
-};
-
 // What forwarding threads share.
 struct ForwardingPath {
     const standin::Module &module;
-    PacketCapture returned;
-    PacketCapture undelivered;
-    PacketCapture transmitted;
+    FateCaptures captures;
 };
 
 // One thread with its queue. It is an lcore of the module from its construction until Stop().
@@ -67,7 +52,6 @@ class ForwardingThread {
   private:
     void Run();
     void Forward(std::span<HostMbuf *const> packets);
-    void Complete(HostMbuf *packet, standin::Fate fate, bool transmitted);
 
     PacketQueue queue_;
     ForwardingPath &path_;

@@ -127,7 +127,8 @@ ExitStatus Run(const Options &options) {
     engine.Start();
     std::optional<ControlService> service;
     if (options.Serves()) {
-        service.emplace(options.controlPath, engine, log);
+        service.emplace(
+            options.controlPath, engine.Module(), [&engine] { return engine.StateNow(); }, log);
         std::cerr << "serving clients on " << options.controlPath << '\n';
     }
     engine.Execute(commands);

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "forwarding.h"
+#include "fates.h"
 #include "mund/module_objects.h"
 #include "mund/statistics_messages.h"
 #include "packet_class.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "forwarding.h"
+#include "fates.h"
 #include "module_statistics.h"
 #include "service_instances.h"
 #include "standin/runtime.h"

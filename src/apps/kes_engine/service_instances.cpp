@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <latch>
+#include <numeric>
 #include <system_error>
 #include <thread>
 #include <unordered_map>
@@ -14,23 +15,15 @@
 #include "kes/thread.h"
 #include "packet_capture.h"
 #include "standin/channels.h"
+#include "standin/engine_parts.h"
 #include "standin/mbuf_pool.h"
 #include "standin/packet_path.h"
 
 namespace kes_engine {
 namespace {
 
-constexpr uint64_t kMaxInstances = 1000;
+constexpr uint32_t kMaxInstances = 1000;
 
-struct PacketType {
-    const char *name;
-    const char *channelPrefix;
-    const char *threadPrefix;
-    uint32_t event;  // written to the thread when a packet has been queued
-};
-
-constexpr PacketType kCwp = {"cwp", "chn/kes2lyrcwp", "thd/kes2lyrcwp", 1u << 0};
-constexpr PacketType kWapi = {"wapi", "chn/kes2lyrwapi", "thd/kes2lyrwapi", 1u << 1};
 constexpr uint32_t kStopEvent = 1u << 31;
 
 // A thread that got packets lets others gather for so long before it looks again, as network
@@ -66,7 +59,7 @@ class alignas(64) Receiver {
     void StartThread();
     void Run();
     bool Drain();
-    void Receive(HostMbuf *packet);
+    void Receive(const HostMbuf *packet);
 
     const PacketType &type_;
     const std::string threadName_;
@@ -130,18 +123,18 @@ bool Receiver::Drain() {
     uint64_t received = 0;
     while (const size_t count = standin::ReceiveFromChannel(channel_, burst)) {
         standin::Prefetch(std::span(burst).first(count));
-        std::for_each_n(burst.begin(), count, [this](HostMbuf *packet) { Receive(packet); });
+        std::for_each_n(burst.begin(), count, [this](const HostMbuf *packet) { Receive(packet); });
+        standin::Release(std::span(burst).first(count));
         received += count;
         count_.store(Count() + count, std::memory_order_relaxed);
     }
     return received > 0;
 }
 
-void Receiver::Receive(HostMbuf *packet) {
+void Receiver::Receive(const HostMbuf *packet) {
     CountByClass(byClass_, packet);
     ++messages_[capwap::ContentOf(standin::FrameAsReceived(packet))];
     capture_.Write(packet);
-    standin::MbufPool::Release(packet);
 }
 
 InstanceReport::Received Receiver::Result() const {
@@ -161,15 +154,23 @@ void Receiver::Stop() {
     standin::CloseChannel(channel_);
 }
 
-ServiceInstances::ServiceInstances(uint64_t count, uint32_t channelCapacity,
-                                   const OutputDirectory &out) {
-    if (count > kMaxInstances) {
-        throw Failure("the module has " + std::to_string(count) + " service instances; at most " +
-                      std::to_string(kMaxInstances) + " can be served here");
+std::vector<uint32_t> InstancesUpTo(uint32_t last) {
+    if (last >= kMaxInstances) {
+        throw Failure("the module has " + std::to_string(uint64_t{last} + 1) +
+                      " service instances; at most " + std::to_string(kMaxInstances) +
+                      " can be served here");
     }
-    for (uint32_t i = 0; i < count; ++i) {
-        instances_.push_back({std::make_unique<Receiver>(i, kCwp, channelCapacity, out),
-                              std::make_unique<Receiver>(i, kWapi, channelCapacity, out)});
+    std::vector<uint32_t> numbers(last + 1);
+    std::iota(numbers.begin(), numbers.end(), 0);
+    return numbers;
+}
+
+ServiceInstances::ServiceInstances(const std::vector<uint32_t> &instances, uint32_t channelCapacity,
+                                   const OutputDirectory &out) {
+    for (const uint32_t number : instances) {
+        instances_.push_back({number,
+                              std::make_unique<Receiver>(number, kCwp, channelCapacity, out),
+                              std::make_unique<Receiver>(number, kWapi, channelCapacity, out)});
     }
 }
 
@@ -193,8 +194,9 @@ std::vector<std::string> ServiceInstances::CloseCaptures() {
 
 std::vector<InstanceCount> ServiceInstances::Counts() const {
     std::vector<InstanceCount> counts;
-    for (uint32_t i = 0; i < instances_.size(); ++i) {
-        const InstanceCount count = {i, instances_[i].cwp->Count(), instances_[i].wapi->Count()};
+    for (const Instance &instance : instances_) {
+        const InstanceCount count = {instance.number, instance.cwp->Count(),
+                                     instance.wapi->Count()};
         if (count.cwp + count.wapi > 0) {
             counts.push_back(count);
         }
@@ -204,8 +206,8 @@ std::vector<InstanceCount> ServiceInstances::Counts() const {
 
 std::vector<InstanceReport> ServiceInstances::Reports() const {
     std::vector<InstanceReport> reports;
-    for (uint32_t i = 0; i < instances_.size(); ++i) {
-        InstanceReport report = {i, instances_[i].cwp->Result(), instances_[i].wapi->Result()};
+    for (const Instance &instance : instances_) {
+        InstanceReport report = {instance.number, instance.cwp->Result(), instance.wapi->Result()};
         if (report.cwp.packets + report.wapi.packets > 0) {
             reports.push_back(std::move(report));
         }

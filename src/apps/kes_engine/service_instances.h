@@ -25,6 +25,16 @@ struct InstanceReport {
     Received wapi;
 };
 
+// Packets for instances travel under these names, each with the instance's number behind it.
+struct PacketType {
+    const char *name;
+    const char *channelPrefix;
+    const char *threadPrefix;
+    uint32_t event;  // written to the thread when a packet has been queued
+};
+inline constexpr PacketType kCwp = {"cwp", "chn/kes2lyrcwp", "thd/kes2lyrcwp", 1u << 0};
+inline constexpr PacketType kWapi = {"wapi", "chn/kes2lyrwapi", "thd/kes2lyrwapi", 1u << 1};
+
 // The thread of one instance that takes the packets of one type.
 class Receiver;
 
@@ -35,12 +45,16 @@ struct InstanceCount {
     uint64_t wapi;
 };
 
+// The numbers of a module's instances, from 0 to the last. Throws Failure if they are too many.
+std::vector<uint32_t> InstancesUpTo(uint32_t last);
+
 class ServiceInstances {
   public:
-    // Starts `count` instances, numbered from 0, each with a channel and a thread for each packet
-    // type; the threads have made themselves known when this returns. A channel that holds
+    // Starts the instances of these numbers, each with a channel and a thread for each packet type;
+    // the threads have made themselves known when this returns. A channel that holds
     // `channelCapacity` packets refuses none as long as there are no more. Throws Failure.
-    ServiceInstances(uint64_t count, uint32_t channelCapacity, const OutputDirectory &out);
+    ServiceInstances(const std::vector<uint32_t> &instances, uint32_t channelCapacity,
+                     const OutputDirectory &out);
     ~ServiceInstances();
     ServiceInstances(const ServiceInstances &) = delete;
     ServiceInstances &operator=(const ServiceInstances &) = delete;
@@ -58,6 +72,7 @@ class ServiceInstances {
 
   private:
     struct Instance {
+        uint32_t number;
         std::unique_ptr<Receiver> cwp;
         std::unique_ptr<Receiver> wapi;
     };

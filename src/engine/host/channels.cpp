@@ -1,12 +1,13 @@
 #include "standin/channels.h"
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <map>
+#include <memory>
 #include <mutex>
+#include <utility>
 
-#include "host/pointer_ring.h"
+#include "host/engine_parts.h"
 #include "standin/lasting.h"
 #include "standin/runtime.h"
 
@@ -15,13 +16,9 @@ namespace {
 
 constexpr uint32_t kMaxChannels = 65536;
 
-// On cache lines of its own.
-struct alignas(64) Channel {
-    explicit Channel(uint32_t capacity) : packets(capacity) {}
-
-    std::mutex mutex;
-    bool open = true;
-    PointerRing<HostMbuf> packets;
+struct Channel {
+    std::unique_ptr<ChannelRow> row;
+    std::atomic<bool> open{true};
 };
 
 // Channels are found by id without a lock. Ids are not used again, so a channel stays once opened.
@@ -46,8 +43,12 @@ uint32_t OpenChannel(const std::string &name, uint32_t capacity) {
     if (table.nextId == kMaxChannels || table.idByName.contains(name)) {
         return TOV_CHANNEL_ID_NONE;
     }
+    std::unique_ptr<ChannelRow> row = Parts().MakeRow(name, capacity);
+    if (row == nullptr) {
+        return TOV_CHANNEL_ID_NONE;
+    }
     const uint32_t id = table.nextId++;
-    table.channels[id].store(new Channel(capacity), std::memory_order_release);
+    table.channels[id].store(new Channel{.row = std::move(row)}, std::memory_order_release);
     table.idByName.emplace(name, id);
     return id;
 }
@@ -60,15 +61,12 @@ HostMbuf *ReceiveFromChannel(uint32_t channelId) {
 
 size_t ReceiveFromChannel(uint32_t channelId, std::span<HostMbuf *> packets) {
     Channel *channel = ChannelOf(channelId);
-    if (channel == nullptr) {
-        return 0;
-    }
-    const std::lock_guard lock(channel->mutex);
-    const size_t count = std::min<size_t>(packets.size(), channel->packets.Size());
-    for (HostMbuf *&packet : packets.first(count)) {
-        packet = channel->packets.Pop();
-    }
-    return count;
+    return channel == nullptr ? 0 : channel->row->Pop(packets);
+}
+
+size_t PacketsInChannel(uint32_t channelId) {
+    Channel *channel = ChannelOf(channelId);
+    return channel == nullptr ? 0 : channel->row->Size();
 }
 
 void CloseChannel(uint32_t channelId) {
@@ -80,8 +78,8 @@ void CloseChannel(uint32_t channelId) {
         const std::lock_guard lock(table.mutex);
         std::erase_if(table.idByName, [&](const auto &entry) { return entry.second == channelId; });
     }
-    const std::lock_guard lock(channel->mutex);
     channel->open = false;
+    channel->row->Close();
 }
 
 }  // namespace standin
@@ -106,9 +104,8 @@ uint32_t TOV_ChannelDcSend(uint32_t channelId, HostMbuf *packet, uint32_t /*opti
     if (channel == nullptr || packet == nullptr) {
         return kNoSuchChannel;
     }
-    const std::lock_guard lock(channel->mutex);
-    if (!channel->open) {
-        return kNoSuchChannel;
+    if (channel->row->Push(packet)) {
+        return 0;
     }
-    return channel->packets.Push(packet) ? 0 : kChannelFull;
+    return channel->open ? kChannelFull : kNoSuchChannel;
 }

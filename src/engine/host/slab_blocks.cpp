@@ -9,6 +9,7 @@
 #include <set>
 
 #include "host/blocks.h"
+#include "host/engine_parts.h"
 #include "host/large_pages.h"
 #include "standin/lasting.h"
 
@@ -119,12 +120,12 @@ auto &chunks = Lasting<Chunks>();
 auto &roomy = Lasting<std::array<std::set<Slab *, InOrderOfMemory>, kSizes.size()>>();
 
 Chunks::iterator AddChunk(size_t size) {
-    uint8_t *memory = MapMemory(size);
+    auto *memory = static_cast<uint8_t *>(Parts().TakeMemory(size));
     return memory == nullptr ? chunks.end() : chunks.try_emplace(memory, size).first;
 }
 
 void RemoveChunk(Chunks::iterator chunk) {
-    UnmapMemory(chunk->first, chunk->second.size);
+    Parts().GiveBackMemory(chunk->first, chunk->second.size);
     chunks.erase(chunk);
 }
 

@@ -1,0 +1,66 @@
+// A module through a run of the engine, whichever way its packets come.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "control/command.h"
+#include "module_statistics.h"
+#include "report.h"
+#include "standin/module_loader.h"
+
+namespace kes_engine {
+
+class ModuleRun {
+  public:
+    // Loads the module. Throws UsageError.
+    explicit ModuleRun(const std::string &path);
+
+    // Starts it. Throws Failure.
+    void Start();
+    // Of a started module: service instances are numbered from 0 to this, inclusive.
+    uint32_t LastInstance() const {
+        return lastInstance_;
+    }
+
+    // Runs control commands, printing what came of each on standard error. What a command leaves to
+    // the module's own threads is done before the next one runs, and before this returns. Throws
+    // Failure for the first that does not succeed.
+    void Execute(const std::vector<control::Command> &commands);
+    // Runs control commands once the traffic is over. The first that does not succeed ends them and
+    // is told in the result.
+    void ExecuteAfter(const std::vector<control::Command> &commands);
+
+    // Puts into the result what the module has counted since Start().
+    void CompareCounters();
+    // Waits for the module's own threads and reads what only a started module can tell.
+    void Conclude();
+    // Unloads it, and tells in the result what it left behind.
+    void Unload();
+
+    // Tells of failures in the result; empty texts are none.
+    void Note(const std::vector<std::string> &failures);
+
+    standin::Module &Module() {
+        return module_;
+    }
+    const standin::Module &Module() const {
+        return module_;
+    }
+    Result &Outcome() {
+        return result_;
+    }
+
+  private:
+    std::optional<PacketCounters> ReadCounters();
+
+    const std::string path_;
+    Result result_;
+    std::optional<PacketCounters> countersBefore_;  // any packet
+    uint32_t lastInstance_ = 0;
+    standin::Module module_;
+};
+
+}  // namespace kes_engine

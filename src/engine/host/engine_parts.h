@@ -1,0 +1,10 @@
+// The parts in use.
+#pragma once
+
+#include "standin/engine_parts.h"
+
+namespace standin {
+
+EngineParts &Parts();
+
+}  // namespace standin
