@@ -115,8 +115,8 @@ double WatchReads(uint32_t &locker, std::atomic<bool> &watching, const std::atom
 // Sweeps while another thread watches; what it saw.
 template <class Table, class Watch>
 double SweepWatched(uint32_t removePercent, Watch watch) {
-    Prepare<Table>(removePercent);
     const bench::OwnProcessor bound(0);
+    Prepare<Table>(removePercent);
     std::atomic<bool> watching = false;
     std::atomic<bool> done = false;
     double seen = 0;

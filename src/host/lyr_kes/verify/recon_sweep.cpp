@@ -17,7 +17,7 @@ namespace {
 using lyr::kFailed;
 using lyr::kOk;
 
-constexpr uint32_t kPrefetchDistance = 8;  // buckets
+constexpr uint32_t kPrefetchDistance = 16;  // buckets
 
 bool AuditIsOpen(uint32_t nodeId) {
     return lyr::LoadRelaxed(reconBeginFlag[nodeId]) != 0;
