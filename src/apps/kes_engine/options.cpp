@@ -2,7 +2,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <filesystem>
 
 #include "capture/reader.h"
 #include "control/command_table.h"
@@ -14,8 +13,6 @@
 
 namespace kes_engine {
 namespace {
-
-constexpr const char *kModuleFile = "liblyr_host.so";
 
 constexpr const char *kExamples = R"(Examples:
   kes_engine --replay session.pcap
@@ -57,73 +54,11 @@ Commands for --exec and --exec-after, one on a line, '#' begins a comment. What 
 threads, as audits do, is done before the next command or the replay begins:
 )";
 
-// The module beside an installed or built program, or wherever the loader finds it.
-std::string DefaultModule() {
-    std::error_code error;
-    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-    const std::filesystem::path beside =
-        (self.parent_path() / ".." / "lib" / kModuleFile).lexically_normal();
-    return !error && std::filesystem::exists(beside, error) ? beside.string() : kModuleFile;
-}
-
-// The two sides of "LEFT=RIGHT".
-std::pair<std::string, std::string> Sides(const std::string &option, const std::string &text) {
-    const size_t sign = text.find('=');
-    if (sign == std::string::npos) {
-        throw UsageError(option + " '" + text + "' has no '='");
-    }
-    return {text.substr(0, sign), text.substr(sign + 1)};
-}
-
-void ReadCapability(Options &options, const std::string &text) {
-    const auto [name, value] = Sides("--capability", text);
-    std::string known;
-    for (const std::string_view candidate : standin::KnownCapabilities()) {
-        if (candidate == name) {
-            options.capabilities.emplace_back(name,
-                                              control::ParseNumber("--capability " + name, value));
-            return;
-        }
-        known += (known.empty() ? "" : ", ") + std::string(candidate);
-    }
-    throw UsageError("--capability: unknown capability '" + name + "'; there are: " + known);
-}
-
-void ReadInterface(Options &options, const std::string &text) {
-    const auto [forwarding, control] = Sides("--if-map", text);
-    options.interfaceMap.emplace_back(control::ParseNumber("--if-map FWD", forwarding),
-                                      control::ParseNumber("--if-map CTRL", control));
-}
-
-std::variant<LyrKesRpcIpAddr, Mac> ReadSource(const std::string &option, const std::string &text) {
-    try {
-        return control::ParseMac(option, text);
-    } catch (const control::InputError &) {
-    }
-    try {
-        return control::ParseAddress(option, text);
-    } catch (const control::InputError &) {
-        throw UsageError(option + " '" + text + "' is not an IPv4, IPv6 or MAC address");
-    }
-}
-
-void ReadCauseRule(Options &options, const std::string &text) {
-    const auto [source, id] = Sides("--cause-id", text);
-    options.frameRules.causes.push_back(
-        {ReadSource("--cause-id SOURCE", source),
-         static_cast<uint16_t>(control::ParseNumber("--cause-id ID", id, UINT16_MAX))});
-}
-
 // Options whose values are not plain texts, as they were given.
 struct RawOptions {
-    std::vector<std::string> capabilities;
-    std::vector<std::string> interfaces;
     std::vector<std::string> localAddresses;
-    std::vector<std::string> causeRules;
     std::string workers = "1";
     std::string rxPort = "0";
-    std::string vrf = "0";
-    std::string report = "text";
     std::string loops = "1";
     std::string rate;
 };
@@ -155,25 +90,14 @@ void RefuseWithoutCapture(const Options &options, const RawOptions &raw) {
 }
 
 void ReadValues(const RawOptions &raw, Options &options) {
-    for (const std::string &text : raw.capabilities) {
-        ReadCapability(options, text);
-    }
-    for (const std::string &text : raw.interfaces) {
-        ReadInterface(options, text);
-    }
     for (const std::string &text : raw.localAddresses) {
         options.frameRules.local.push_back(control::ParseAddress("--local", text));
-    }
-    for (const std::string &text : raw.causeRules) {
-        ReadCauseRule(options, text);
     }
     options.workers = control::ParseNumber("--workers", raw.workers, kMaxWorkers);
     if (options.workers == 0) {
         throw UsageError("--workers '0': there must be a forwarding thread");
     }
     options.rxPort = control::ParseNumber("--rx-port", raw.rxPort);
-    options.vrf = control::ParseNumber("--vrf", raw.vrf);
-    options.jsonReport = raw.report == "json";
     options.loops = control::ParseNumber("--loop", raw.loops);
     RefuseSecondReading(options);
     if (!raw.rate.empty()) {
@@ -196,22 +120,7 @@ void ReadValues(const RawOptions &raw, Options &options) {
     }
 }
 
-void Describe(CLI::App &app, Options &options, RawOptions &raw) {
-    // An option that is repeated takes one value each time.
-    const auto repeated = [&app](const char *name, std::vector<std::string> &values,
-                                 const char *help) {
-        return app.add_option(name, values, help)->allow_extra_args(false);
-    };
-    app.add_option("--module", options.module, "the module's shared library")
-        ->type_name("PATH")
-        ->default_str("the one built or installed with this program");
-    repeated("--capability", raw.capabilities, "configure a capability (repeatable)")
-        ->type_name("NAME=VALUE");
-    repeated("--exec", options.commandFiles, "run control commands before the replay (repeatable)")
-        ->type_name("FILE");
-    repeated("--exec-after", options.laterCommandFiles,
-             "run control commands after the replay (repeatable)")
-        ->type_name("FILE");
+void Describe(CLI::App &app, CommonCommandLine &line, Options &options, RawOptions &raw) {
     app.add_option("--replay", options.capture, "pass the frames of a capture (pcap or pcapng)")
         ->type_name("CAPTURE");
     app.add_flag("--explain", options.explain,
@@ -226,39 +135,15 @@ void Describe(CLI::App &app, Options &options, RawOptions &raw) {
                    "receive frames from a network interface, until interrupted")
         ->type_name("INTERFACE");
     app.add_flag("--serve", options.stay, "stay up for clients, until interrupted");
-    app.add_option("--control", options.controlPath,
-                   "serve clients on this socket; with --serve and --listen there is one anyway")
-        ->type_name("PATH")
-        ->check([](const std::string &path) {
-            return path.empty() ? "the path of the control socket is empty" : "";
-        })
-        ->default_str(mund::DefaultSocketPath());
     app.add_option("--workers", raw.workers, "forwarding threads; a flow stays on one")
         ->type_name("N")
         ->capture_default_str();
     app.add_option("--rx-port", raw.rxPort, "port on which the frames arrive")
         ->type_name("N")
         ->capture_default_str();
-    app.add_option("--vrf", raw.vrf, "VRF in which the frames arrive")
-        ->type_name("N")
-        ->capture_default_str();
-    repeated("--if-map", raw.interfaces, "map a forwarding-plane interface (repeatable)")
-        ->type_name("FWD=CTRL");
-    repeated("--local", raw.localAddresses,
-             "pass frames from an address down the transmit path (repeatable)")
+    line.Repeated("--local", raw.localAddresses,
+                  "pass frames from an address down the transmit path (repeatable)")
         ->type_name("IP");
-    repeated("--cause-id", raw.causeRules, "give received frames a cause id (repeatable)")
-        ->type_name("SOURCE=ID");
-    app.add_flag("--diag", options.diagnose, "mark every packet for the diagnostic print");
-    app.add_option("--out", options.outDirectory, "keep packets as captures in a directory")
-        ->type_name("DIR");
-    app.add_option("--report", raw.report, "form of the report on standard output")
-        ->type_name("text|json")
-        ->check(CLI::IsMember({"text", "json"}).description(""))
-        ->capture_default_str();
-    app.add_option("--log", options.logFile, "append log, trace, print and alarm lines to a file")
-        ->type_name("FILE")
-        ->default_str("standard error");
 }
 
 }  // namespace
@@ -270,22 +155,17 @@ std::optional<Options> ParseOptions(int argc, char **argv) {
     app.set_version_flag("--version", "kes_engine " KES_ENGINE_VERSION);
     Options options;
     RawOptions raw;
-    Describe(app, options, raw);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success &answer) {
-        app.exit(answer);
+    CommonCommandLine line(app, options, "the replay",
+                           "; with --serve and --listen there is one anyway");
+    Describe(app, line, options, raw);
+    if (!line.Parse(argc, argv)) {
         return std::nullopt;
-    } catch (const CLI::ParseError &error) {
-        throw UsageError(std::string(error.what()) + " (--help lists the options)");
     }
     try {
+        line.ReadValues();
         ReadValues(raw, options);
     } catch (const control::InputError &error) {
         throw UsageError(error.what());
-    }
-    if (options.module.empty()) {
-        options.module = DefaultModule();
     }
     return options;
 }

@@ -1,0 +1,149 @@
+#include "common_options.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <variant>
+
+#include "control/input_error.h"
+#include "control/values.h"
+#include "failure.h"
+#include "mund/server.h"
+#include "standin/runtime.h"
+
+namespace kes_engine {
+namespace {
+
+constexpr const char *kModuleFile = "liblyr_host.so";
+
+// The module beside an installed or built program, or wherever the loader finds it.
+std::string DefaultModule() {
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    const std::filesystem::path beside =
+        (self.parent_path() / ".." / "lib" / kModuleFile).lexically_normal();
+    return !error && std::filesystem::exists(beside, error) ? beside.string() : kModuleFile;
+}
+
+void ReadCapability(CommonOptions &options, const std::string &text) {
+    const auto [name, value] = Sides("--capability", text);
+    std::string known;
+    for (const std::string_view candidate : standin::KnownCapabilities()) {
+        if (candidate == name) {
+            options.capabilities.emplace_back(name,
+                                              control::ParseNumber("--capability " + name, value));
+            return;
+        }
+        known += (known.empty() ? "" : ", ") + std::string(candidate);
+    }
+    throw UsageError("--capability: unknown capability '" + name + "'; there are: " + known);
+}
+
+void ReadInterface(CommonOptions &options, const std::string &text) {
+    const auto [forwarding, control] = Sides("--if-map", text);
+    options.interfaceMap.emplace_back(control::ParseNumber("--if-map FWD", forwarding),
+                                      control::ParseNumber("--if-map CTRL", control));
+}
+
+std::variant<LyrKesRpcIpAddr, Mac> ReadSource(const std::string &option, const std::string &text) {
+    try {
+        return control::ParseMac(option, text);
+    } catch (const control::InputError &) {
+    }
+    try {
+        return control::ParseAddress(option, text);
+    } catch (const control::InputError &) {
+        throw UsageError(option + " '" + text + "' is not an IPv4, IPv6 or MAC address");
+    }
+}
+
+void ReadCauseRule(CommonOptions &options, const std::string &text) {
+    const auto [source, id] = Sides("--cause-id", text);
+    options.frameRules.causes.push_back(
+        {ReadSource("--cause-id SOURCE", source),
+         static_cast<uint16_t>(control::ParseNumber("--cause-id ID", id, UINT16_MAX))});
+}
+
+}  // namespace
+
+std::pair<std::string, std::string> Sides(const std::string &option, const std::string &text) {
+    const size_t sign = text.find('=');
+    if (sign == std::string::npos) {
+        throw UsageError(option + " '" + text + "' has no '='");
+    }
+    return {text.substr(0, sign), text.substr(sign + 1)};
+}
+
+CommonCommandLine::CommonCommandLine(CLI::App &app, CommonOptions &options,
+                                     const std::string &traffic, const std::string &ofSocket)
+    : app_(app), options_(options) {
+    app.add_option("--module", options.module, "the module's shared library")
+        ->type_name("PATH")
+        ->default_str("the one built or installed with this program");
+    Repeated("--capability", capabilities_, "configure a capability (repeatable)")
+        ->type_name("NAME=VALUE");
+    Repeated("--exec", options.commandFiles,
+             "run control commands before " + traffic + " (repeatable)")
+        ->type_name("FILE");
+    Repeated("--exec-after", options.laterCommandFiles,
+             "run control commands after " + traffic + " (repeatable)")
+        ->type_name("FILE");
+    app.add_option("--control", options.controlPath, "serve clients on this socket" + ofSocket)
+        ->type_name("PATH")
+        ->check([](const std::string &path) {
+            return path.empty() ? "the path of the control socket is empty" : "";
+        })
+        ->default_str(mund::DefaultSocketPath());
+    app.add_option("--vrf", vrf_, "VRF in which the frames arrive")
+        ->type_name("N")
+        ->capture_default_str();
+    Repeated("--if-map", interfaces_, "map a forwarding-plane interface (repeatable)")
+        ->type_name("FWD=CTRL");
+    Repeated("--cause-id", causeRules_, "give received frames a cause id (repeatable)")
+        ->type_name("SOURCE=ID");
+    app.add_flag("--diag", options.diagnose, "mark every packet for the diagnostic print");
+    app.add_option("--out", options.outDirectory, "keep packets as captures in a directory")
+        ->type_name("DIR");
+    app.add_option("--report", report_, "form of the report on standard output")
+        ->type_name("text|json")
+        ->check(CLI::IsMember({"text", "json"}).description(""))
+        ->capture_default_str();
+    app.add_option("--log", options.logFile, "append log, trace, print and alarm lines to a file")
+        ->type_name("FILE")
+        ->default_str("standard error");
+}
+
+CLI::Option *CommonCommandLine::Repeated(const char *name, std::vector<std::string> &values,
+                                         const std::string &help) {
+    return app_.add_option(name, values, help)->allow_extra_args(false);
+}
+
+bool CommonCommandLine::Parse(int argc, const char *const *argv) {
+    try {
+        app_.parse(argc, argv);
+        return true;
+    } catch (const CLI::Success &answer) {
+        app_.exit(answer);
+        return false;
+    } catch (const CLI::ParseError &error) {
+        throw UsageError(std::string(error.what()) + " (--help lists the options)");
+    }
+}
+
+void CommonCommandLine::ReadValues() {
+    for (const std::string &text : capabilities_) {
+        ReadCapability(options_, text);
+    }
+    for (const std::string &text : interfaces_) {
+        ReadInterface(options_, text);
+    }
+    for (const std::string &text : causeRules_) {
+        ReadCauseRule(options_, text);
+    }
+    options_.vrf = control::ParseNumber("--vrf", vrf_);
+    options_.jsonReport = report_ == "json";
+    if (options_.module.empty()) {
+        options_.module = DefaultModule();
+    }
+}
+
+}  // namespace kes_engine

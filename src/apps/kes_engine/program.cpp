@@ -1,0 +1,111 @@
+#include "program.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <iterator>
+
+#include "capture/error.h"
+#include "capture/reader.h"
+#include "control/command_lines.h"
+#include "control/input_error.h"
+#include "failure.h"
+#include "hang_ups.h"
+#include "standard_output.h"
+#include "standin/runtime.h"
+
+namespace kes_engine {
+namespace {
+
+void Complain(const std::string &program, const std::string &what) {
+    std::cerr << program << ": " << what << '\n';
+}
+
+// Whether it is the command line that is wrong, or what it names to be read.
+bool IsUsage(const std::exception &error) {
+    return dynamic_cast<const UsageError *>(&error) != nullptr ||
+           dynamic_cast<const control::InputError *>(&error) != nullptr ||
+           dynamic_cast<const capture::Error *>(&error) != nullptr;
+}
+
+}  // namespace
+
+int RunProgram(const std::string &name, const std::function<ExitStatus()> &body) {
+    try {
+        return body();
+    } catch (const std::exception &error) {
+        Complain(name, error.what());
+        return IsUsage(error) ? kUsage : kFailed;
+    }
+}
+
+std::vector<control::Command> ReadCommands(const std::vector<std::string> &files) {
+    std::vector<control::Command> commands;
+    for (const std::string &file : files) {
+        std::ranges::move(file == capture::kStandardStream
+                              ? control::ParseCommands(std::cin, "the standard input")
+                              : control::ParseFile(file),
+                          std::back_inserter(commands));
+    }
+    return commands;
+}
+
+void Configure(const CommonOptions &options) {
+    for (const auto &[name, value] : options.capabilities) {
+        standin::SetCapability(name, value);
+    }
+    for (const auto &[forwarding, control] : options.interfaceMap) {
+        standin::MapInterface(forwarding, control);
+    }
+}
+
+void PrepareForSignals() {
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
+    HoldHangUps();
+}
+
+void PrepareForFiles() {
+    rlimit files;
+    if (getrlimit(RLIMIT_NOFILE, &files) == 0) {
+        files.rlim_cur = files.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &files);
+    }
+}
+
+ExitStatus Publish(const std::string &name, const Result &result, bool jsonReport, bool hasReport) {
+    if (hasReport) {
+        std::cout << (jsonReport ? JsonReport(result) : TextReport(result));
+    }
+    for (const std::string &failure : result.failures) {
+        Complain(name, failure);
+    }
+    for (const std::string &leftover : result.leftovers) {
+        Complain(name, "left behind by the module: " + leftover);
+    }
+    if (!result.Conserved()) {
+        Complain(name, "packets are not conserved: of " + std::to_string(result.frames) +
+                           " frames, " + std::to_string(result.received) + " received and " +
+                           std::to_string(result.fates.transmitted) + " transmitted; " +
+                           std::to_string(result.fates.taken) + " taken, " +
+                           std::to_string(result.ReceivedByInstances()) + " received by instances");
+    }
+    for (const std::string &contradiction : result.Contradictions()) {
+        Complain(name, (result.CountsAreExact() ? "" : "note: ") + contradiction);
+    }
+    if (!std::cout.flush()) {
+        if (!OutputReaderIsGone()) {
+            Complain(name, hasReport ? "cannot write the report"
+                                     : "cannot write what was to be explained");
+        }
+        return kFailed;
+    }
+    return result.Ok() ? kOk : kFailed;
+}
+
+}  // namespace kes_engine
