@@ -119,6 +119,19 @@ nlohmann::ordered_json Connection::Explain(const MundWireExplainReq &arrival,
     return AskJson(MUND_WIRE_EXPLAIN, request);
 }
 
+Bytes Connection::Entries(const MundWireEntriesReq &request) {
+    return Ask(MUND_WIRE_ENTRIES, BytesOf(request));
+}
+
+bool Connection::Settle() {
+    const Bytes reply = Ask(MUND_WIRE_SETTLE, {});
+    if (reply.size() != sizeof(uint32_t)) {
+        throw Refused("the engine answers with " + std::to_string(reply.size()) + " bytes, not " +
+                      std::to_string(sizeof(uint32_t)) + ", whether it has done all");
+    }
+    return MessageOf<uint32_t>(reply) == 1;
+}
+
 void Connection::Follow(const std::function<bool(const MundWireLine &, std::string_view)> &show,
                         int descriptor) {
     Ask(MUND_WIRE_FOLLOW, {});

@@ -45,6 +45,12 @@ class Connection {
     nlohmann::ordered_json Explain(const MundWireExplainReq &arrival,
                                    std::span<const uint8_t> frame);
 
+    // A page of a table of the module: MundWireEntriesRsp and the entries.
+    Bytes Entries(const MundWireEntriesReq &request);
+    // Waits, a second at most, for the module's threads to do what they have been asked; whether
+    // they have.
+    bool Settle();
+
     // Shows every line to show(header, text) until that answers false, or the engine goes away
     // (NoEngine). `descriptor` is a file descriptor that ends it when it becomes readable, or -1.
     // The connection serves for nothing else afterwards.

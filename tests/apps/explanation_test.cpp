@@ -17,7 +17,9 @@
 #include "kes/thread.h"
 #include "kes_engine/failure.h"
 #include "kes_engine/module_caller.h"
+#include "kes_engine/table_page.h"
 #include "mund/module_objects.h"
+#include "mund/table_entries.h"
 #include "standin/channels.h"
 #include "standin/exported_objects.h"
 #include "standin/runtime.h"
@@ -427,7 +429,27 @@ TEST_F(Explaining, SurvivesBrokenChainsAndMissingTables) {
     EXPECT_EQ(Deliver(frame).fate, broken.fate);
     table->next->next = second;
 
+    // A page of the table has all three entries, or says what it meets.
+    const ModuleView view(module_);
+    const auto page = [&](uint32_t which = MUND_TABLE_IPV4_TUNNELS, uint32_t bucket = 0) {
+        try {
+            return std::to_string(ReadTablePage(view, {which, bucket}).size());
+        } catch (const Failure &failure) {
+            return std::string(failure.what());
+        }
+    };
+    const std::string chain = "the chain of bucket 0 of the IPv4 table is broken";
+    EXPECT_EQ(page(), std::to_string(sizeof(MundWireEntriesRsp) + 3 * sizeof(MundIpv4Tunnel)));
+    EXPECT_EQ(page(MUND_TABLE_SESSIONS, 2), "the session table has no bucket 2 of 1");
+    EXPECT_EQ(page(3), "there is no table 3");
+    for (Link *astray : {static_cast<Link *>(nullptr), table->next}) {
+        second->next = astray;
+        EXPECT_EQ(page(), chain);
+    }
+    second->next = table->prev;
+
     Link *buckets = std::exchange(table, nullptr);
+    EXPECT_EQ(page(), "the IPv4 table does not exist: the module starts or stops");
     const Explanation missing = Explain(frame);
     EXPECT_EQ(TextOf(missing, "bucket"), "bucket 0 of 1, but the table does not exist");
     EXPECT_EQ(Deliver(frame).fate, missing.fate);

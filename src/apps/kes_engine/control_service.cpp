@@ -1,5 +1,6 @@
 #include "control_service.h"
 
+#include <chrono>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -14,6 +15,8 @@
 #include "line_log.h"
 #include "module_view.h"
 #include "standin/exported_objects.h"
+#include "standin/runtime.h"
+#include "table_page.h"
 
 namespace kes_engine {
 namespace {
@@ -98,6 +101,20 @@ mund::WireReply Explain(const Explainer &explainer, std::span<const uint8_t> req
     return TextReply(explanation.ToJson());
 }
 
+mund::WireReply Entries(const ModuleView &module, std::span<const uint8_t> bytes) {
+    MundWireEntriesReq request;
+    std::memcpy(&request, bytes.data(), sizeof request);
+    return {MUND_WIRE_OK, ReadTablePage(module, request)};
+}
+
+// A client that wants to wait for longer asks again.
+mund::WireReply Settle() {
+    const uint32_t settled = standin::WaitUntilCreatedThreadsIdle(std::chrono::seconds(1)) ? 1 : 0;
+    mund::WireReply reply = {MUND_WIRE_OK, std::vector<uint8_t>(sizeof settled)};
+    std::memcpy(reply.payload.data(), &settled, sizeof settled);
+    return reply;
+}
+
 std::map<uint16_t, mund::WireHandler> HandlersOf(const standin::Module &module,
                                                  const std::function<State()> &stateNow) {
     std::map<uint16_t, mund::WireHandler> handlers;
@@ -108,11 +125,16 @@ std::map<uint16_t, mund::WireHandler> HandlersOf(const standin::Module &module,
         handlers[MUND_WIRE_EXPLAIN] = [explainer](std::span<const uint8_t> request) {
             return Explain(*explainer, request);
         };
+        handlers[MUND_WIRE_ENTRIES] = [view](std::span<const uint8_t> request) {
+            return Entries(*view, request);
+        };
     } catch (const Failure &failure) {
         // A module that cannot be asked is served all the same.
         handlers[MUND_WIRE_EXPLAIN] = [why = std::string(failure.what())](
                                           std::span<const uint8_t>) { return mund::Refusal(why); };
+        handlers[MUND_WIRE_ENTRIES] = handlers[MUND_WIRE_EXPLAIN];
     }
+    handlers[MUND_WIRE_SETTLE] = [](std::span<const uint8_t>) { return Settle(); };
     handlers[MUND_WIRE_STATE] = [stateNow, view](std::span<const uint8_t>) {
         return TextReply(StateToJson(stateNow(), view.get()));
     };

@@ -33,22 +33,6 @@ Table<Key> BindTable(const standin::Module &module, const std::string &family) {
     };
 }
 
-class ReadLock {
-  public:
-    ReadLock(const ModuleView &module, uint32_t *locker) : module_(module), locker_(locker) {
-        module_.LyrKes_DistReadLock(locker_);
-    }
-    ~ReadLock() {
-        module_.LyrKes_DistReadUnlock(locker_);
-    }
-    ReadLock(const ReadLock &) = delete;
-    ReadLock &operator=(const ReadLock &) = delete;
-
-  private:
-    const ModuleView &module_;
-    uint32_t *locker_;
-};
-
 template <class Word>
 Word Load(Word &word) {
     return std::atomic_ref(word).load(std::memory_order_acquire);
@@ -69,21 +53,6 @@ Sources CopyOf(const MundSourceRecord *records) {
 
 // Buckets that are walked before writers get their turn.
 constexpr uint32_t kStretch = 4096;
-
-template <class Key>
-struct EntryOf;
-template <>
-struct EntryOf<MundIpv4TunnelKey> {
-    using Type = MundIpv4TunnelEntry;
-};
-template <>
-struct EntryOf<MundIpv6TunnelKey> {
-    using Type = MundIpv6TunnelEntry;
-};
-template <>
-struct EntryOf<MundSessionKey> {
-    using Type = MundSessionEntry;
-};
 
 template <class Key>
 void Walk(const Table<Key> &table, const MundTableLink *bucket, const Key &key, Chain &chain) {
@@ -152,29 +121,23 @@ std::optional<ReceiverSlot> ModuleView::ReceiverOf(uint32_t instance, uint32_t p
 template <class Key>
 Chain ModuleView::LookAt(const Table<Key> &table, const Key &key) const {
     Chain chain = {.bucket = table.bucketOf(&key, sizeof key), .buckets = Load(*table.bucketCount)};
-    if (Load(*table.buckets) == nullptr) {
-        return chain;
-    }
-    const ReadLock lock(*this, table.locker);
-    // A table can go at any time before its locker is held.
-    if (const MundTableLink *buckets = Load(*table.buckets)) {
-        chain.exists = true;
+    chain.exists = WhileHeld(table, [&](const MundTableLink *buckets, uint32_t) {
         Walk(table, &buckets[chain.bucket], key, chain);
-    }
+    });
     return chain;
 }
 
 template <class Key>
 TableFill ModuleView::FillOf(const Table<Key> &table) const {
     TableFill fill = {.entries = 0, .buckets = Load(*table.bucketCount)};
-    for (uint32_t bucket = 0; bucket < fill.buckets && Load(*table.buckets) != nullptr;) {
-        const ReadLock lock(*this, table.locker);
-        const MundTableLink *buckets = Load(*table.buckets);
-        fill.buckets = Load(*table.bucketCount);
-        const uint32_t end = std::min(bucket + kStretch, fill.buckets);
-        for (; buckets != nullptr && bucket < end; ++bucket) {
+    uint32_t bucket = 0;
+    const auto countStretch = [&](const MundTableLink *buckets, uint32_t count) {
+        fill.buckets = count;
+        for (const uint32_t end = std::min(bucket + kStretch, count); bucket < end; ++bucket) {
             fill.entries += LengthOf(buckets[bucket]);
         }
+    };
+    while (bucket < fill.buckets && WhileHeld(table, countStretch)) {
     }
     return fill;
 }

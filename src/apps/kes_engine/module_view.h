@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <type_traits>
@@ -22,6 +23,21 @@ struct Table {
     uint32_t *locker;
     uint32_t (*bucketOf)(const void *key, uint32_t length);
     int32_t (*compare)(const Key *a, const Key *b);
+};
+
+template <class Key>
+struct EntryOf;
+template <>
+struct EntryOf<MundIpv4TunnelKey> {
+    using Type = MundIpv4TunnelEntry;
+};
+template <>
+struct EntryOf<MundIpv6TunnelKey> {
+    using Type = MundIpv6TunnelEntry;
+};
+template <>
+struct EntryOf<MundSessionKey> {
+    using Type = MundSessionEntry;
 };
 
 // The chain that a key belongs to.
@@ -102,7 +118,43 @@ class ModuleView {
     template <class Key>
     TableFill FillOf(const Table<Key> &table) const;
 
+    // Runs read(buckets, their number) under the table's locker. Runs nothing, and answers false,
+    // while the table does not exist.
+    template <class Key, class Read>
+    bool WhileHeld(const Table<Key> &table, Read read) const {
+        if (ExistingBuckets(table.buckets) == nullptr) {
+            return false;
+        }
+        const ReadLock lock(*this, table.locker);
+        // A table can go at any time before its locker is held.
+        const MundTableLink *buckets = ExistingBuckets(table.buckets);
+        if (buckets != nullptr) {
+            read(buckets, std::atomic_ref(*table.bucketCount).load(std::memory_order_acquire));
+        }
+        return buckets != nullptr;
+    }
+
   private:
+    class ReadLock {
+      public:
+        ReadLock(const ModuleView &module, uint32_t *locker) : module_(module), locker_(locker) {
+            module_.LyrKes_DistReadLock(locker_);
+        }
+        ~ReadLock() {
+            module_.LyrKes_DistReadUnlock(locker_);
+        }
+        ReadLock(const ReadLock &) = delete;
+        ReadLock &operator=(const ReadLock &) = delete;
+
+      private:
+        const ModuleView &module_;
+        uint32_t *locker_;
+    };
+
+    static const MundTableLink *ExistingBuckets(MundTableLink **buckets) {
+        return std::atomic_ref(*buckets).load(std::memory_order_acquire);
+    }
+
     const MundSourceRecord *sources_;
     uint32_t *lastInstance_;
 };

@@ -94,14 +94,24 @@ void JoinCreatedThreads() {
 }
 
 void WaitUntilCreatedThreadsIdle() {
+    WaitUntilCreatedThreadsIdle(std::chrono::milliseconds::max());
+}
+
+bool WaitUntilCreatedThreadsIdle(std::chrono::milliseconds longest) {
+    using Clock = std::chrono::steady_clock;
     Registry &registry = TheRegistry();
     const auto allIdle = [&registry] {
         const std::lock_guard lock(registry.mutex);
         return std::ranges::all_of(registry.created, &Created::Idle);
     };
+    const Clock::time_point begin = Clock::now();
     while (!allIdle()) {
+        if (Clock::now() - begin >= longest) {
+            return false;
+        }
         std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
+    return true;
 }
 
 }  // namespace standin

@@ -24,9 +24,12 @@ bool LengthFits(uint16_t code, size_t length) {
     switch (code) {
         case MUND_WIRE_STATE:
         case MUND_WIRE_FOLLOW:
+        case MUND_WIRE_SETTLE:
             return length == 0;
         case MUND_WIRE_OBJECT:
             return length == sizeof(MundWireObjectReq);
+        case MUND_WIRE_ENTRIES:
+            return length == sizeof(MundWireEntriesReq);
         case MUND_WIRE_EXPLAIN:
             return length >= sizeof(MundWireExplainReq);
         default:

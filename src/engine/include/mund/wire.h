@@ -22,7 +22,13 @@ enum {
     MUND_WIRE_FOLLOW = 0x102,
     /* What the module would do with a packet: MundWireExplainReq and a frame; the reply is a JSON
      * object. */
-    MUND_WIRE_EXPLAIN = 0x103
+    MUND_WIRE_EXPLAIN = 0x103,
+    /* A part of a table of the module: MundWireEntriesReq; the reply is MundWireEntriesRsp and the
+     * entries. */
+    MUND_WIRE_ENTRIES = 0x104,
+    /* Waits, a second at most, for the module's own threads to do what they have been asked: no
+     * request payload; the reply is a u32, 1 if they have done it. */
+    MUND_WIRE_SETTLE = 0x105
 };
 
 /* How a request fared. A reply of MUND_WIRE_BAD_VERSION is the connection's last; the payload of
@@ -79,5 +85,27 @@ typedef struct MundWireExplainReq {
 } MundWireExplainReq;
 
 static_assert(sizeof(MundWireExplainReq) == 16, "explain request of 16 bytes");
+
+/* The buckets of a table from one on, as many of them as make a page. */
+typedef struct MundWireEntriesReq {
+    uint32_t table;  /* MUND_TABLE_* */
+    uint32_t bucket; /* 0 to begin with, then what the reply says */
+} MundWireEntriesReq;
+
+static_assert(sizeof(MundWireEntriesReq) == 8, "entries request of 8 bytes");
+
+/* `count` entries of the table's own layout follow. A page has whole buckets: an entry that is
+ * there all the time is listed once, one that comes or goes meanwhile is listed or not. */
+typedef struct MundWireEntriesRsp {
+    uint32_t buckets;    /* of the table */
+    uint32_t nextBucket; /* where the next page begins; as many as there are: this was the last */
+    uint32_t count;
+    uint32_t entrySize; /* bytes of each entry */
+} MundWireEntriesRsp;
+
+static_assert(sizeof(MundWireEntriesRsp) == 16, "head of a page of 16 bytes");
+
+/* The most entries of a page. A bucket with more of them cannot be listed. */
+#define MUND_WIRE_MAX_ENTRIES 65536u
 
 #endif

@@ -1,6 +1,7 @@
 // What surrounds a module in the stand-in engine: configuration, output, accounting, time.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -114,6 +115,8 @@ void JoinCreatedThreads();
 // Waits until each of them has ended or waits for an event with none unread: what they were woken
 // for before this call is done.
 void WaitUntilCreatedThreadsIdle();
+// The same for a time at most; whether it has come to that.
+bool WaitUntilCreatedThreadsIdle(std::chrono::milliseconds longest);
 
 // --- timers ---
 
