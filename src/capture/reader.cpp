@@ -1,39 +1,30 @@
 #include "capture/reader.h"
 
-#include <fcntl.h>
 #include <pcap/pcap.h>
-#include <poll.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <ratio>
 #include <system_error>
 #include <utility>
 
+#include "capture/byte_source.h"
+#include "capture/frame_filter.h"
+#include "capture/link_layer.h"
+#include "capture/pcap_frames.h"
+#include "capture/pcapng_frames.h"
+
 namespace capture {
 namespace {
-
-constexpr int kSliceMilliseconds = 50;
-// Read at once. The longest frame that libpcap takes, 256 KiB, and its header fit twice.
-constexpr size_t kReadBytes = 256 << 10;
-constexpr size_t kBufferBytes = 3 * kReadBytes;
 
 std::string NameOf(const std::string &path) {
     return path == kStandardStream ? "the standard input" : "'" + path + "'";
 }
 
-std::string LinkTypeName(int linkType) {
-    const char *name = pcap_datalink_val_to_description(linkType);
-    return name != nullptr ? name : "link type " + std::to_string(linkType);
-}
-
-// With the precision asked for, the microseconds' field counts nanoseconds. A block of pcapng can
-// tell a time that so many nanoseconds since the epoch cannot: it becomes the last that they can.
+// With the precision asked for, the microseconds' field counts nanoseconds.
 int64_t NanosecondsOf(const timeval &time) {
     constexpr int64_t kLastSecond = INT64_MAX / std::nano::den - UINT32_MAX / std::milli::den;
     return std::clamp<int64_t>(time.tv_sec, 0, kLastSecond) * std::nano::den + time.tv_usec;
@@ -41,232 +32,86 @@ int64_t NanosecondsOf(const timeval &time) {
 
 }  // namespace
 
-template <class T>
-T Load(const uint8_t *from) {
-    T value;
-    std::memcpy(&value, from, sizeof value);
-    return value;
-}
-
-constexpr size_t kFileHeader = 24;
-constexpr size_t kRecordHeader = 16;
-
-// Where the bytes come from. What is read ahead is seen by whoever reads next.
-class ByteSource {
-  public:
-    // A named pipe that has no writer yet is opened all the same, and is waited for when it is
-    // read.
-    explicit ByteSource(const std::string &path)
-        : descriptor_(path == kStandardStream
-                          ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
-                          : open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
-        struct stat status;
-        if (descriptor_ >= 0 && fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode)) {
-            size_ = status.st_size;
-        }
-    }
-    ~ByteSource() {
-        if (descriptor_ >= 0) {
-            close(descriptor_);
-        }
-    }
-    ByteSource(const ByteSource &) = delete;
-    ByteSource &operator=(const ByteSource &) = delete;
-
-    bool IsOpen() const {
-        return descriptor_ >= 0;
-    }
-    // The bytes as a stream, which must go before this; null and errno if there can be none. It
-    // takes no more than is asked for.
-    FILE *Stream() {
-        const cookie_io_functions_t functions = {
-            .read =
-                [](void *source, char *bytes, size_t size) {
-                    return static_cast<ByteSource *>(source)->Take(bytes, size);
-                },
-            .write = nullptr,
-            .seek = nullptr,
-            .close = nullptr};
-        FILE *stream = fopencookie(this, "rb", functions);
-        if (stream != nullptr) {
-            std::setvbuf(stream, nullptr, _IONBF, 0);
-        }
-        return stream;
-    }
-    // The next bytes, which stay until they are skipped and more are looked at; fewer where the
-    // source ends.
-    std::span<const uint8_t> Peek(size_t size) {
-        while (end_ - next_ < size && ReadAhead() > 0) {
-        }
-        return {&buffer_[next_], std::min(size, end_ - next_)};
-    }
-    void Skip(size_t size) {
-        next_ += size;
-    }
-
-    void WhileWaiting(std::function<bool()> goOn) {
-        goOn_ = std::move(goOn);
-    }
-    bool WasEnded() const {
-        return ended_;
-    }
-    std::optional<double> Share() const {
-        if (size_ == 0) {
-            return std::nullopt;
-        }
-        return std::min(1.0, static_cast<double>(read_) / static_cast<double>(size_));
-    }
-
-  private:
-    ssize_t Take(char *bytes, size_t size) {
-        if (next_ == end_) {
-            if (const ssize_t got = ReadAhead(); got <= 0) {
-                return got;
-            }
-        }
-        const auto ready = Peek(std::min(size, end_ - next_));
-        std::ranges::copy(ready, bytes);
-        Skip(ready.size());
-        return static_cast<ssize_t>(ready.size());
-    }
-
-    ssize_t ReadAhead() {
-        std::copy(&buffer_[next_], &buffer_[end_], &buffer_[0]);
-        end_ -= std::exchange(next_, 0);
-        ssize_t got;
-        do {
-            if (!WaitForBytes()) {
-                return 0;
-            }
-            got = read(descriptor_, &buffer_[end_], std::min(kReadBytes, kBufferBytes - end_));
-        } while (got < 0 && (errno == EINTR || errno == EAGAIN));
-        read_ += std::max<ssize_t>(got, 0);
-        end_ += static_cast<size_t>(std::max<ssize_t>(got, 0));
-        return got;
-    }
-
-    bool WaitForBytes() {
-        pollfd readable = {.fd = descriptor_, .events = POLLIN, .revents = 0};
-        while (!ended_ && poll(&readable, 1, goOn_ ? kSliceMilliseconds : -1) <= 0) {
-            ended_ = goOn_ && !goOn_();
-        }
-        return !ended_;
-    }
-
-    const int descriptor_;
-    int64_t size_ = 0;  // bytes; 0: not a file of fixed length
-    int64_t read_ = 0;  // of these
-    std::function<bool()> goOn_;
-    bool ended_ = false;
-    const std::unique_ptr<uint8_t[]> buffer_ =
-        std::make_unique_for_overwrite<uint8_t[]>(kBufferBytes);
-    size_t next_ = 0;  // of the bytes that are read ahead
-    size_t end_ = 0;
-};
-
-// Reads the frames of an ordinary pcap file in place. Everything else — pcapng, other versions,
-// damage, the end — is left to libpcap.
-class PlainFrames {
-  public:
-    // Looks at the file's header.
-    explicit PlainFrames(ByteSource &source) : source_(source) {
-        const auto header = source.Peek(kFileHeader);
-        if (header.size() < kFileHeader) {
-            return;
-        }
-        const uint32_t magic = Load<uint32_t>(header.data());
-        for (const bool swapped : {false, true}) {
-            for (const auto &[number, unit] : {std::pair(0xA1B2C3D4u, 1000u), {0xA1B23C4Du, 1u}}) {
-                if (magic == (swapped ? __builtin_bswap32(number) : number)) {
-                    swapped_ = swapped;
-                    nanosecondsPerUnit_ = unit;
-                }
-            }
-        }
-        const bool isVersion24 =
-            Number<uint16_t>(header.data() + 4) == 2 && Number<uint16_t>(header.data() + 6) == 4;
-        longest_ = isVersion24 && nanosecondsPerUnit_ != 0 ? kLongest : 0;
-    }
-
-    // As libpcap has read the file's header.
-    void LimitTo(int snapLength) {
-        longest_ = std::min(longest_, static_cast<size_t>(std::max(snapLength, 0)));
-    }
-
-    // The next frame but for its number; nothing for one that is not ordinary.
-    std::optional<Frame> Next() {
-        const auto header =
-            longest_ == 0 ? std::span<const uint8_t>() : source_.Peek(kRecordHeader);
-        if (header.size() < kRecordHeader) {
-            return std::nullopt;
-        }
-        const uint32_t seconds = Number<uint32_t>(header.data());
-        const uint32_t fraction = Number<uint32_t>(header.data() + 4);
-        const size_t size = Number<uint32_t>(header.data() + 8);
-        const uint32_t wireLength = Number<uint32_t>(header.data() + 12);
-        if (size > longest_ || seconds > INT32_MAX ||
-            uint64_t{fraction} * nanosecondsPerUnit_ >= std::nano::den) {
-            return std::nullopt;
-        }
-        const auto record = source_.Peek(kRecordHeader + size);
-        if (record.size() < kRecordHeader + size) {
-            return std::nullopt;
-        }
-        source_.Skip(record.size());
-        return Frame{
-            .bytes = record.subspan(kRecordHeader),
-            .timeNs = int64_t{seconds} * std::nano::den + int64_t{fraction} * nanosecondsPerUnit_,
-            .wireLength = wireLength};
-    }
-
-  private:
-    static constexpr size_t kLongest = kReadBytes;
-
-    template <class T>
-    T Number(const uint8_t *from) const {
-        const T value = Load<T>(from);
-        if constexpr (sizeof(T) == 2) {
-            return swapped_ ? __builtin_bswap16(value) : value;
-        } else {
-            return swapped_ ? __builtin_bswap32(value) : value;
-        }
-    }
-
-    ByteSource &source_;
-    bool swapped_ = false;
-    uint32_t nanosecondsPerUnit_ = 0;
-    size_t longest_ = 0;  // bytes of an ordinary frame; 0: the file has none
-};
-
 bool CanBeReadOnlyOnce(const std::string &path) {
     struct stat status;
     return path == kStandardStream ||
            (stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode));
 }
 
-Reader::Reader(const std::string &path)
-    : name_(NameOf(path)), source_(std::make_unique<ByteSource>(path)) {
-    const std::string what = "cannot read " + name_ + ": ";
-    FILE *file = source_->IsOpen() ? source_->Stream() : nullptr;
-    if (file == nullptr) {
-        throw Error(what + std::generic_category().message(errno));
+Tally &Tally::operator+=(const Tally &other) {
+    passedOver += other.passedOver;
+    for (const auto &[linkType, frames] : other.converted) {
+        converted[linkType] += frames;
     }
-    plain_ = std::make_unique<PlainFrames>(*source_);
-    char reason[PCAP_ERRBUF_SIZE] = "";
-    capture_ = pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, reason);
-    if (capture_ == nullptr) {
-        std::fclose(file);
-        throw Error(what + reason);
+    return *this;
+}
+
+Reader::Reader(const std::string &path, Selection selection)
+    : name_(NameOf(path)),
+      selection_(std::move(selection)),
+      source_(std::make_unique<ByteSource>(path)) {
+    if (!source_->IsOpen()) {
+        throw Error("cannot read " + name_ + ": " + std::generic_category().message(errno));
     }
-    plain_->LimitTo(pcap_snapshot(capture_));
-    if (const int linkType = pcap_datalink(capture_); linkType != DLT_EN10MB) {
-        pcap_close(capture_);
-        throw Error(what + "its frames are not Ethernet but " + LinkTypeName(linkType));
-    }
+    source_->UnpackIfPacked();
+    PcapngFrames::Begins(*source_) ? OpenPcapng() : OpenPcap();
+    takesAll_ = links_.front().type == DLT_EN10MB && selection_.filter.empty() &&
+                selection_.frames.AreAll();
 }
 
 Reader::~Reader() {
-    pcap_close(capture_);
+    if (capture_ != nullptr) {
+        pcap_close(capture_);
+    }
+}
+
+void Reader::OpenPcapng() {
+    try {
+        pcapng_ = std::make_unique<PcapngFrames>(*source_);
+        RequireEthernetForm(pcapng_->FrameInterface().linkType);
+    } catch (const Error &error) {
+        throw Error("cannot read " + name_ + ": " + error.what());
+    }
+    LinkOf(pcapng_->FrameInterface().linkType);
+}
+
+void Reader::OpenPcap() {
+    const std::string what = "cannot read " + name_ + ": ";
+    plain_ = std::make_unique<PcapFrames>(*source_);
+    FILE *file = source_->Stream();
+    if (file == nullptr) {
+        throw Error(what + std::generic_category().message(errno));
+    }
+    char reason[PCAP_ERRBUF_SIZE] = "";
+    pcap *capture =
+        pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, reason);
+    if (capture == nullptr) {
+        std::fclose(file);
+        const std::string failure = source_->Failure();
+        throw Error(what + (failure.empty() ? reason : failure));
+    }
+    const int linkType = pcap_datalink(capture);
+    plain_->LimitTo(pcap_snapshot(capture));
+    try {
+        RequireEthernetForm(linkType);
+        LinkOf(linkType);
+    } catch (const Error &error) {
+        pcap_close(capture);
+        throw Error(HasEthernetForm(linkType) ? error.what() : what + error.what());
+    }
+    capture_ = capture;
+}
+
+Reader::Link &Reader::LinkOf(int type) {
+    const auto known = std::ranges::find(links_, type, &Link::type);
+    link_ = static_cast<size_t>(known - links_.begin());
+    if (known == links_.end()) {
+        links_.push_back({.type = type,
+                          .filter = selection_.filter.empty()
+                                        ? nullptr
+                                        : std::make_unique<FrameFilter>(selection_.filter, type)});
+    }
+    return links_[link_];
 }
 
 void Reader::WhileWaiting(std::function<bool()> goOn) {
@@ -274,10 +119,77 @@ void Reader::WhileWaiting(std::function<bool()> goOn) {
 }
 
 std::optional<Frame> Reader::Next() {
-    if (std::optional<Frame> frame = plain_->Next()) {
-        frame->number = ++frames_;
-        return frame;
+    if (takesAll_ && plain_) {
+        if (std::optional<Frame> frame = plain_->Next()) {
+            frame->number = ++frames_;
+            return frame;
+        }
     }
+    return takesAll_ && !pcapng_ ? NextByLibpcap() : NextWanted();
+}
+
+std::optional<Frame> Reader::NextWanted() {
+    while (frames_ < selection_.frames.Last()) {
+        std::optional<Frame> frame = NextOfAny();
+        if (!frame) {
+            return std::nullopt;
+        }
+        if (!selection_.frames.Contain(frame->number)) {
+            ++passedOver_;
+            continue;
+        }
+        const int type = TypeOf(*frame);
+        Link &link = LinkOf(type);
+        if (link.filter && !link.filter->Matches(*frame)) {
+            ++passedOver_;
+            continue;
+        }
+        if (type == DLT_EN10MB) {
+            return frame;
+        }
+        ++link.converted;
+        return AsEthernet(*frame, type, room_);
+    }
+    return std::nullopt;
+}
+
+int Reader::TypeOf(const Frame &frame) const {
+    if (!pcapng_) {
+        return links_.front().type;
+    }
+    const PcapngFrames::Interface &interface = pcapng_->FrameInterface();
+    if (!HasEthernetForm(interface.linkType)) {
+        throw Error(name_ + ": frame " + std::to_string(frame.number) + " is of interface " +
+                    std::to_string(pcapng_->FrameInterfaceNumber()) +
+                    (interface.name.empty() ? "" : " '" + interface.name + "'") +
+                    ", whose frames are not Ethernet but " + LinkTypeName(interface.linkType));
+    }
+    return interface.linkType;
+}
+
+std::optional<Frame> Reader::NextOfAny() {
+    std::optional<Frame> frame;
+    if (pcapng_) {
+        try {
+            frame = pcapng_->Next();
+        } catch (const Error &error) {
+            if (!source_->WasEnded()) {
+                BreakOff(error.what());
+            }
+        }
+    } else {
+        frame = plain_->Next();
+        if (!frame) {
+            return NextByLibpcap();
+        }
+    }
+    if (frame) {
+        frame->number = ++frames_;
+    }
+    return frame;
+}
+
+std::optional<Frame> Reader::NextByLibpcap() {
     pcap_pkthdr *header = nullptr;
     const u_char *bytes = nullptr;
     const int outcome = pcap_next_ex(capture_, &header, &bytes);
@@ -285,8 +197,8 @@ std::optional<Frame> Reader::Next() {
         return std::nullopt;
     }
     if (outcome != 1) {
-        throw Error(name_ + " breaks off after frame " + std::to_string(frames_) + ": " +
-                    pcap_geterr(capture_));
+        const std::string failure = source_->Failure();
+        BreakOff(failure.empty() ? pcap_geterr(capture_) : failure);
     }
     return Frame{.bytes = {bytes, header->caplen},
                  .timeNs = NanosecondsOf(header->ts),
@@ -294,8 +206,22 @@ std::optional<Frame> Reader::Next() {
                  .number = ++frames_};
 }
 
+void Reader::BreakOff(const std::string &reason) const {
+    throw Error(name_ + " breaks off after frame " + std::to_string(frames_) + ": " + reason);
+}
+
 std::optional<double> Reader::Share() const {
     return source_->Share();
+}
+
+Tally Reader::Done() const {
+    Tally tally = {.passedOver = passedOver_, .converted = {}};
+    for (const Link &link : links_) {
+        if (link.converted > 0) {
+            tally.converted[LinkTypeName(link.type)] = link.converted;
+        }
+    }
+    return tally;
 }
 
 }  // namespace capture

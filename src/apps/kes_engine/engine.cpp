@@ -74,6 +74,16 @@ void Engine::Replay(capture::Reader &capture) {
 }
 
 void Engine::ReplayOnce(capture::Reader &capture, Progress &progress) {
+    try {
+        PassAll(capture, progress);
+    } catch (...) {
+        result_.tally += capture.Done();
+        throw;
+    }
+    result_.tally += capture.Done();
+}
+
+void Engine::PassAll(capture::Reader &capture, Progress &progress) {
     capture.WhileWaiting([this] {
         forwarding_->Flush();
         return !Interrupted();

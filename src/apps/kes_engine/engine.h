@@ -76,6 +76,7 @@ class Engine {
     template <class Run>
     void Measure(Run run);
     void ReplayOnce(capture::Reader &capture, Progress &progress);
+    void PassAll(capture::Reader &capture, Progress &progress);
     void Receive(const capture::Frame &frame);
     void KeepPace();
     bool HasRoomFor(const capture::Frame &frame);

@@ -41,7 +41,8 @@ Frames from an address given with --local go down the transmit path, and are kep
 --cause-id, SOURCE is an IPv4 or IPv6 address, for UDP packets from it, or a MAC address, for all
 frames from it; the first that fits a received frame counts.
 
-The standard input is '-'. Frames that a capture cut short are replayed as what is there of them and
+The standard input is '-'. Frames of Linux cooked captures (both versions), raw IP and BSD loopback get an
+Ethernet header and are counted; other link layers are refused. Frames that a capture cut short are replayed as what is there of them and
 counted; those longer than a buffer of 65407 bytes are left out and counted. A replay that falls
 behind its --rate catches up: with the frames of a tenth of a second at once, and then at twice the
 rate at most.
@@ -121,7 +122,8 @@ void ReadValues(const RawOptions &raw, Options &options) {
 }
 
 void Describe(CLI::App &app, CommonCommandLine &line, Options &options, RawOptions &raw) {
-    app.add_option("--replay", options.capture, "pass the frames of a capture (pcap or pcapng)")
+    app.add_option("--replay", options.capture,
+                   "pass the frames of a capture: pcap or pcapng, packed with gzip or not")
         ->type_name("CAPTURE");
     app.add_flag("--explain", options.explain,
                  "say of each frame of the capture what the module would do, instead of a replay");

@@ -39,6 +39,10 @@ void PrintTotals(std::ostream &out, const Result &result) {
         row("oversize") << std::setw(10) << result.oversize
                         << "  left out: too long for a buffer\n";
     }
+    for (const auto &[linkType, frames] : result.tally.converted) {
+        row("converted") << std::setw(10) << frames << "  frames of " << linkType
+                         << ": they got an Ethernet header\n";
+    }
     number("workers", result.workers);
     number("commands", result.commands);
     number("received", result.received);
@@ -218,6 +222,7 @@ std::string JsonReport(const Result &result) {
     const Json report = {{"frames", result.frames},
                          {"cut_short", result.cutShort},
                          {"oversize", result.oversize},
+                         {"converted", Json(result.tally.converted)},
                          {"received", result.received},
                          {"returned", result.fates.returned},
                          {"taken", result.fates.taken},

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "capture/reader.h"
 #include "fates.h"
 #include "module_statistics.h"
 #include "service_instances.h"
@@ -24,6 +25,7 @@ struct Result {
     uint64_t received = 0;                   // of these; the others are transmitted
     uint64_t cutShort = 0;                   // of these, by the capture
     uint64_t oversize = 0;                   // besides these: too long for a buffer, and left out
+    capture::Tally tally;                    // of the captures that were read
     uint64_t lostLogLines = 0;               // that could not be written
     Fates fates;                             // counted by the forwarding threads
     std::vector<InstanceReport> instances;   // counted by the instances
@@ -49,7 +51,8 @@ struct Result {
 std::string TextReport(const Result &result);
 
 // For programs: one object, with "frames", "cut_short", "oversize" (besides the frames),
-// "received", "returned", "taken", "undelivered", "transmitted", "conserved", "ok", "instances"
+// "converted" {link type: frames that got an Ethernet header}, "received", "returned", "taken",
+// "undelivered", "transmitted", "conserved", "ok", "instances"
 // [{"instance", "cwp", "wapi", "messages" {words: packets}}], "counters" {class: {counter:
 // packets}}, "contradictions" [text], "drop_alarm" {the drop watch as control::DropWatchToJson says
 // it, "raises", "restores"}, "capture", "workers", "commands", "seconds", "packets_per_second",
