@@ -113,7 +113,7 @@ std::string Outcome::Summary() const {
         return Meaning();
     }
     return Meaning() + "; records sent: " + std::to_string(tally->records) +
-           ", entries of other nodes left out: " + std::to_string(tally->leftOut);
+           ", entries of other instances left out: " + std::to_string(tally->leftOut);
 }
 
 std::string Outcome::ReplyText() const {

@@ -278,7 +278,8 @@ Request EncodeTunnelQuery(const Arguments &arguments) {
 
 constexpr std::string_view kQueueFailed = "no memory, or the queue of the audits is full";
 constexpr std::string_view kNoReply = "no memory for the reply";
-constexpr std::string_view kAddFailed = "no memory, or the node is beyond the service instances";
+constexpr std::string_view kAddFailed =
+    "no memory, or the instance is beyond the last service instance";
 
 constexpr CommandSpec kCommands[] = {
     {.text = {.name = "tunnel add",

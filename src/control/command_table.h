@@ -15,7 +15,7 @@ struct ReplyFormat;
 // What of a file went into a batch.
 struct BatchTally {
     uint32_t records;
-    uint32_t leftOut;  // entries of other nodes
+    uint32_t leftOut;  // entries of other instances
 };
 
 // What a command sends.

@@ -1,4 +1,5 @@
-// The module's counters: how each is called, wherever it is shown.
+// The module's counters: how each is called, wherever it is shown. docs/vocabulary.md lists the
+// names.
 #pragma once
 
 #include <array>
@@ -37,22 +38,18 @@ inline constexpr MetricFamily kPacketFailures = {
 struct PacketCounter {
     const char *name;   // in JSON
     const char *words;  // in tables; IdentifierOf(words) is the value of the metric's label
-    const char *brief;  // where a screen is short of room
     const MetricFamily &metric;
     uint32_t LyrKesPktStat::*value;
 };
 
 inline constexpr PacketCounter kPacketCounters[] = {
-    {"received", "received", "received", kPacketsReceived, &LyrKesPktStat::rxCnt},
-    {"sent", "sent", "sent", kPacketResults, &LyrKesPktStat::sendOkCnt},
-    {"sendFailed", "send failed", "unsent", kPacketResults, &LyrKesPktStat::sendFailCnt},
-    {"processingFailed", "processing failed", "failed", kPacketResults,
-     &LyrKesPktStat::procFailCnt},
-    {"sourceMismatch", "source mismatch", "no source", kPacketFailures,
-     &LyrKesPktStat::srcMismatchCnt},
-    {"notDistributed", "not distributed", "no table", kPacketFailures, &LyrKesPktStat::distFailCnt},
-    {"sessionIdFailed", "session id failed", "no id", kPacketFailures,
-     &LyrKesPktStat::kaSessionFailCnt}};
+    {"received", "received", kPacketsReceived, &LyrKesPktStat::rxCnt},
+    {"sent", "sent", kPacketResults, &LyrKesPktStat::sendOkCnt},
+    {"sendFailed", "send failed", kPacketResults, &LyrKesPktStat::sendFailCnt},
+    {"processingFailed", "processing failed", kPacketResults, &LyrKesPktStat::procFailCnt},
+    {"sourceMismatch", "source mismatch", kPacketFailures, &LyrKesPktStat::srcMismatchCnt},
+    {"notDistributed", "not distributed", kPacketFailures, &LyrKesPktStat::distFailCnt},
+    {"sessionIdFailed", "session id failed", kPacketFailures, &LyrKesPktStat::kaSessionFailCnt}};
 static_assert(std::size(kPacketCounters) == LYR_KES_PKT_STAT_COUNTER_NUM);
 
 // The numbers of the watch over drops.
@@ -70,7 +67,7 @@ inline constexpr DropNumber kDropNumbers[] = {
      {"lyr_host_drop_watch_dropped_before_period_packets",
       "Of these, packets dropped before the period that is running."},
      &MundDropWatch::lastDropNum},
-    {"messages",
+    {"packets",
      {"lyr_host_drop_watch_packets", "Packets counted since the watch opened."},
      &MundDropWatch::totalNum},
     {"periodsWithDrops",
@@ -114,14 +111,15 @@ struct MsgTypeCounter {
 };
 
 inline constexpr MsgTypeCounter kMsgTypeCounters[] = {
-    {"handedOver", "handed over", "sent", 0, &LyrKesCwpMsgTypeStatRsp::recvCnt,
-     &MundMsgTypeStat::recvCnt, offsetof(MundMsgTypeStat, recvCnt)},
-    {"failed", "failed", "failed", 0, &LyrKesCwpMsgTypeStatRsp::dropCnt, &MundMsgTypeStat::dropCnt,
-     offsetof(MundMsgTypeStat, dropCnt)},
-    {"nextHandedOver", "next type handed over", "sent", 1, &LyrKesCwpMsgTypeStatRsp::nextRecvCnt,
+    {"sent", "sent", "sent", 0, &LyrKesCwpMsgTypeStatRsp::recvCnt, &MundMsgTypeStat::recvCnt,
+     offsetof(MundMsgTypeStat, recvCnt)},
+    {"sendFailed", "send failed", "send_failed", 0, &LyrKesCwpMsgTypeStatRsp::dropCnt,
+     &MundMsgTypeStat::dropCnt, offsetof(MundMsgTypeStat, dropCnt)},
+    {"nextSent", "next type sent", "sent", 1, &LyrKesCwpMsgTypeStatRsp::nextRecvCnt,
      &MundMsgTypeStat::nextRecvCnt, offsetof(MundMsgTypeStat, nextRecvCnt)},
-    {"nextFailed", "next type failed", "failed", 1, &LyrKesCwpMsgTypeStatRsp::nextDropCnt,
-     &MundMsgTypeStat::nextDropCnt, offsetof(MundMsgTypeStat, nextDropCnt)}};
+    {"nextSendFailed", "next type send failed", "send_failed", 1,
+     &LyrKesCwpMsgTypeStatRsp::nextDropCnt, &MundMsgTypeStat::nextDropCnt,
+     offsetof(MundMsgTypeStat, nextDropCnt)}};
 
 // An object for each class: {"class": its words, and its counters}.
 nlohmann::ordered_json PacketCountersToJson(

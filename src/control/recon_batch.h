@@ -17,7 +17,7 @@ LyrKesReconRecord Confirmation(const LyrKesCwpTunnelReq &tunnel);
 LyrKesReconRecord Confirmation(const LyrKesKaTunnelReq &session);
 
 // A whole audit of a node as one batch: its begin, what a command file registers for the node, its
-// finish. What the file registers for other nodes is left out, and counted; its other commands
+// finish. What the file registers for other instances is left out, and counted; its other commands
 // only have to make sense. A file that registers nothing for the node takes all that the node has
 // away, and that has to be meant. Throws InputError.
 Request ReconBatch(uint32_t node, const std::string &path, bool mayBeEmpty);

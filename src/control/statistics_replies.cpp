@@ -83,7 +83,7 @@ ordered_json ReadMsgTypeStats(const Bytes &request, const Ask &ask) {
             instances.push_back(std::move(counts));
         }
     }
-    ordered_json total = {{"instances", reply.entryNum}};
+    ordered_json total = {{"instanceCount", reply.entryNum}};
     for (size_t i = 0; i < std::size(kMsgTypeCounters); ++i) {
         total[kMsgTypeCounters[i].name] = totals[i];
     }
@@ -93,11 +93,11 @@ ordered_json ReadMsgTypeStats(const Bytes &request, const Ask &ask) {
 std::string RenderMsgTypeStats(const ordered_json &reply) {
     ordered_json rows = reply["instances"];
     ordered_json total = reply["total"];
-    const std::string instances = total["instances"].dump();
+    const std::string instances = total["instanceCount"].dump();
     if (rows.empty()) {
         return "nothing counted for any of " + instances + " instances";
     }
-    total["instances"] = "all " + instances;
+    total["instanceCount"] = "all " + instances;
     rows.push_back(std::move(total));
     std::vector<std::string_view> headings = {"instance"};
     for (const MsgTypeCounter &counter : kMsgTypeCounters) {
@@ -185,8 +185,7 @@ ordered_json ReadProbes(const Bytes &first, const Ask &ask) {
 }
 
 std::string RenderProbes(const ordered_json &reply) {
-    constexpr std::string_view kHeadings[] = {"position", "time",     "name",
-                                              "point",    "peer MAC", "peer IP"};
+    constexpr std::string_view kHeadings[] = {"position", "time", "name", "point", "MAC", "peer"};
     const ordered_json &records = reply["records"];
     return records.empty() ? "no probes" : RecordTable(kHeadings, records);
 }

@@ -26,7 +26,7 @@ ordered_json DecodeTunnel(const LyrKesLbDfxEntry &entry) {
             {"destination", ipv6 ? AddressText(entry.dstIpv6) : AddressText(entry.dstIp)},
             {"destinationPort", entry.dstPort},
             {"vpn", entry.vpnId},
-            {"node", entry.nodeId}};
+            {"instance", entry.nodeId}};
 }
 
 // The entries in use, which are written from the front of a page: the rest of it is zero. Only a
@@ -106,7 +106,7 @@ ordered_json ReadTunnelList(const Bytes &first, const Ask &ask) {
 
 std::string RenderTunnelList(const ordered_json &reply) {
     constexpr std::string_view kHeadings[] = {"source", "port", "destination",
-                                              "port",   "vpn",  "node"};
+                                              "port",   "vpn",  "instance"};
     const ordered_json &tunnels = reply["tunnels"];
     std::string text = tunnels.empty() ? "no tunnels" : RecordTable(kHeadings, tunnels);
     if (reply.contains("note")) {

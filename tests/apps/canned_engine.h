@@ -151,7 +151,7 @@ inline CannedEngine::Reply State(uint64_t taken) {
                          {{{"table", "IPv4"}, {"entries", 300}, {"buckets", 600}},
                           {{"table", "IPv6"}, {"entries", 0}, {"buckets", 600}},
                           {{"table", "session"}, {"entries", 0}, {"buckets", 600}}}},
-                        {"memory", {{{"tag", "a\"b\\c"}, {"blocks", 1}, {"bytes", 2}}}}};
+                        {"memory", {{{"function", "a\"b\\c"}, {"blocks", 1}, {"bytes", 2}}}}};
     return {.payload = BytesOfText(state.dump())};
 }
 

@@ -247,7 +247,7 @@ TEST(ControlCommand, AnAuditSendsWhatAFileGivesToTheNode) {
     EXPECT_EQ(Bytes(batch.begin() + 8, batch.end()), records);
 
     const Outcome done = Answered(run, {Result(0)});
-    EXPECT_EQ(done.ToText(), run + ": ok; records sent: 6, entries of other nodes left out: 3");
+    EXPECT_EQ(done.ToText(), run + ": ok; records sent: 6, entries of other instances left out: 3");
     EXPECT_EQ(nlohmann::json::parse(done.ToJson())["batch"].dump(), R"({"leftOut":3,"records":6})");
     EXPECT_EQ(Answered(run, {Result(1)}).ToText(),
               run + ": failed (1): no memory, or the queue of the audits is full");
@@ -403,11 +403,11 @@ DTLS handshake  0         0     0            0                  4294967295      
         {"msgtype show",
          {Reply(520, "4:4=32 8:4=7 20:4=4294967295 132:4=1 148:4=2 264:4=3 516:4=4")},
          R"(
-instance  handed over  failed  next type handed over  next type failed
-0         7            0       3                      0
-3         4294967295   2       0                      0
-31        1            0       0                      4
-all 32    4294967303   2       3                      4)"},
+instance  sent        send failed  next type sent  next type send failed
+0         7           0            3               0
+3         4294967295  2            0               0
+31        1           0            0               4
+all 32    4294967303  2            3               4)"},
         {"msgtype show", {Reply(520, "4:4=28")}, "\nnothing counted for any of 28 instances"},
         {"ping show",
          {Reply(52, "0:4=1 4:4=2 8:4=64 20:4=5 24:4=4294967295 40:4=7 44:4=8")},
@@ -423,7 +423,7 @@ rx out  0           7          8)"},
                 "32:4=0x07E8020A 36:4=0x00170005 48:4=0x0A000001 68:4=1"),
           Reply(16392, "0:4=3 4:4=2 14:8x2=0x4141 44:4=1 52:8x2=0x20 68:4=2 132:4=4")},
          R"(
-position  time                 name              point    peer MAC           peer IP
+position  time                 name              point    MAC                peer
 7         2024-02-10T23:00:05  ServerReq         tx out   02:00:5e:10:00:07  10.0.0.1
 8         0000-00-00T00:00:00  AAAAAAAAAAAAAAAA  rx in    00:00:00:00:00:00  20:20:20:20:20:20:20:20
 9         0000-00-00T00:00:00                    point 4  00:00:00:00:00:00  0.0.0.0)"},
@@ -435,21 +435,21 @@ position  time                 name              point    peer MAC           pee
           Reply(14340, "4:4=0xFFFFFFFF 8:4=0xFFFFFFFF 44:2=5246 46:2=1 14336:2=65535"),
           Reply(14340, "14338:2=2")},
          R"(
-source           port   destination      port  vpn  node
+source           port   destination      port  vpn  instance
 10.0.0.1         12380  10.0.0.254       5246  9    3
 255.255.255.255  5246   255.255.255.255  1     0    0)"},
         {"tunnel list --port 1 --ipv6",
          {Reply(14340, "0:4=1 12:8x2=0x20 28:8x2=0x21 44:2=1 14336:2=65535"),
           Reply(14340, "14338:2=1")},
          R"(
-source                   port  destination              port  vpn  node
+source                   port  destination              port  vpn  instance
 20:20:20:20:20:20:20:20  1     21:21:21:21:21:21:21:21  0     0    0)"},
         {"tunnel list --port 1", {Reply(14340, "14336:2=65535"), Reply(14340, "")}, "\nno tunnels"},
         // A tunnel of zeros is told from the unused part of a page by what comes behind it.
         {"tunnel list --port 0",
          {Reply(14340, "108:4=1 14336:2=65535"), Reply(14340, "14338:2=3")},
          R"(
-source   port  destination  port  vpn  node
+source   port  destination  port  vpn  instance
 0.0.0.0  0     0.0.0.0      0     0    0
 0.0.0.0  0     0.0.0.0      0     0    1
 note: 2 listed where the count, modulo 65536, is 3: the table has changed meanwhile, or has more than 65534 buckets and cannot be listed to its end, or holds a tunnel of zeros only, which a listing does not show)"},

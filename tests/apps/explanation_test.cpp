@@ -402,13 +402,13 @@ TEST_F(Explaining, IsTextAndJson) {
     EXPECT_EQ(Explain(Frame({.etherType = 0x88B4}, kOtherPort, 57)).ToJson().dump(),
               R"({"steps":[{"step":"packet","text":"WAPI, 60 bytes from 02:00:00:00:00:01 to )"
               R"(02:00:00:00:00:02, in on port 4 (interface 8), VRF 0"},{"step":"cause","text":)"
-              R"("cause action 57, which the module leaves to the engine"}],"result":)"
+              R"("cause action 57, which the module leaves to the engine"}],"meaning":)"
               R"("returned to the engine: its cause action is excluded","fate":"returned",)"
-              R"("instance":null,"value":"0"})");
+              R"("instance":null,"verdict":"0"})");
     EXPECT_TRUE(Explain(Echo("10.64.0.2", "10.0.0.1"))
                     .ToJson()
                     .dump()
-                    .ends_with(R"("fate":"undelivered","instance":3,"value":"0x10000000"})"));
+                    .ends_with(R"("fate":"undelivered","instance":3,"verdict":"0x10000000"})"));
 }
 
 // --- what is not as it should be ---

@@ -127,11 +127,11 @@ TEST_F(KesEngineCapture, OfAnyKindIsJudgedAlike) {
         const json report = Replay(options + "kind");
         for (const char *from : {"kind.gz", "- <kind", "- <kind.gz"}) {
             json same = Replay(options + from);
-            for (const char *key : {"received", "converted", "counters", "instances"}) {
+            for (const char *key : {"received", "converted", "classes", "instances"}) {
                 EXPECT_EQ(same[key], report[key]) << from << " " << key;
             }
         }
-        EXPECT_EQ(report["counters"], whole["counters"]);
+        EXPECT_EQ(report["classes"], whole["classes"]);
         EXPECT_EQ(report["instances"].size(),
                   kind.convert == Same || kind.convert == Cooked || kind.convert == Cooked2
                       ? whole["instances"].size()

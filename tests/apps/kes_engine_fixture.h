@@ -97,11 +97,12 @@ inline FramesByFile ExpectedCaptures(const Frames &frames) {
 }
 
 // The report's counters of a class.
-inline json Counters(size_t received, size_t sent, size_t sendFailed, size_t mismatch) {
-    return {{"received", received},       {"sent", sent},
-            {"sendFailed", sendFailed},   {"processingFailed", mismatch},
-            {"sourceMismatch", mismatch}, {"notDistributed", 0},
-            {"sessionIdFailed", 0}};
+inline json Counters(const char *words, size_t received, size_t sent, size_t sendFailed,
+                     size_t mismatch) {
+    return {
+        {"class", words},           {"received", received},         {"sent", sent},
+        {"sendFailed", sendFailed}, {"processingFailed", mismatch}, {"sourceMismatch", mismatch},
+        {"notDistributed", 0},      {"sessionIdFailed", 0}};
 }
 
 // Has the commands above in "commands" and one round of the traffic in "in".

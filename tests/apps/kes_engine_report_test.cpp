@@ -51,9 +51,8 @@ TEST_F(KesEngineReport, FramesAreToldApartByTheirSource) {
         EXPECT_EQ(report["ok"], c.contradictions.empty());
         EXPECT_EQ(report["conserved"], true);
         EXPECT_EQ(report["received"], Traffic().size() - c.transmitted);
-        for (const json &count :
-             {report["transmitted"], report["counters"]["dtls_handshake"]["notDistributed"],
-              report["counters"]["dtls_handshake"]["sessionIdFailed"]}) {
+        for (const json &count : {report["transmitted"], report["classes"][2]["notDistributed"],
+                                  report["classes"][2]["sessionIdFailed"]}) {
             EXPECT_EQ(count, c.transmitted);
         }
     }
@@ -73,7 +72,7 @@ TEST_F(KesEngineReport, FlagsMakeAKeepaliveWhateverItsPreamble) {
     }
     WriteCapture(Path("in"), frames);
     const json report = Replay("--exec - --replay in --rx-port 7 <commands");
-    EXPECT_EQ(report["counters"]["keepalive"], Counters(2, 1, 1, 0));
+    EXPECT_EQ(report["classes"][1], Counters("keepalive", 2, 1, 1, 0));
     EXPECT_EQ(report["contradictions"], json::array());
 }
 
@@ -81,7 +80,7 @@ TEST_F(KesEngineReport, AModuleNeedNotKeepCounters) {
     WriteCapture(Path("in"), {});
     const std::string arguments = "--replay in --module " + kModules + "sample_module.so";
     const json report = Replay(arguments);
-    EXPECT_TRUE(report["counters"].is_null() && report["drop_alarm"].is_null()) << report;
+    EXPECT_TRUE(report["classes"].is_null() && report["drops"].is_null()) << report;
     EXPECT_THAT(Run(arguments).out, HasSubstr("no counters"));
 }
 
@@ -120,7 +119,7 @@ TEST_F(KesEngineReport, ForPeopleIsAligned) {
           "counters                    control       keepalive  DTLS handshake",
           "sent                              5               1               1",
           "source mismatch                   1               0               0",
-          "drop alarm not raised, 2 of 2 messages dropped, 0 periods with drops; 0 raises, 0 "
+          "drop alarm not raised, 2 of 2 packets dropped, 0 periods with drops; 0 raises, 0 "
           "restores"}) {
         EXPECT_EQ(std::ranges::count(lines, line), 1) << line;
     }
@@ -192,7 +191,7 @@ TEST_F(KesEngineReport, AFullDiskIsTold) {
     EXPECT_EQ(log.err,
               "kes_engine: cannot write the log '/dev/full': No space left on device; its lines "
               "are lost\n");
-    EXPECT_GT(json::parse(log.out)["lost_log_lines"], 200 * Traffic().size());
+    EXPECT_GT(json::parse(log.out)["lostLogLines"], 200 * Traffic().size());
 }
 
 }  // namespace

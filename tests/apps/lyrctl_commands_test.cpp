@@ -100,7 +100,7 @@ TEST_F(LyrctlCommands, RefusalsAreToldWithTheirReason) {
         const char *reason;
         const char *json;
     } cases[] = {
-        {"tunnel default --node 1", "failed (1): no memory, or the node is beyond",
+        {"tunnel default --node 1", "failed (1): no memory, or the instance is beyond",
          R"("operation":"CwpTunnel","ok":false,"result":1,)"},
         {"tunnel default --node 2", "instance 2 is beyond the service instances, 0 to 1",
          R"("operation":"CwpTunnel","ok":false,"result":null,)"},

@@ -24,12 +24,16 @@ total                 3000         2000          100          900            7
 
 drops  20 of 345 packets; ALARM RAISED, 2 of 5 quiet periods
 
-per second      received    sent  unsent  failed  no source  no table   no id
-control                0       0       0       0          0         0       0
-keepalive              0       0       0       0          0         0       0
-DTLS handshake         0       0       0       0          0         0       0
+per second         control    keepalive  DTLS handshake
+received                 0            0               0
+sent                     0            0               0
+send failed              0            0               0
+processing failed        0            0               0
+source mismatch          0            0               0
+not distributed          0            0               0
+session id failed        0            0               0
 
-table              entries      buckets     a bucket
+table              entries      buckets   per bucket
 IPv4                   300          600        0.500
 IPv6                     0          600        0.000
 session                  0          600        0.000
@@ -58,9 +62,9 @@ instance       cwp/s      wapi/s     share         total
     expect(top["received"]["perSecond"], 2000);
     expect(top["fates"]["taken"]["perSecond"], 2000);
     expect(top["fates"]["returned"]["perSecond"], 0);
-    expect(top["classes"][0]["received"], 500);
-    expect(top["classes"][1]["received"], 30);
-    expect(top["instances"][0]["cwpPerSecond"], 2000);
+    expect(top["classes"][0]["received"]["perSecond"], 500);
+    expect(top["classes"][1]["received"]["perSecond"], 30);
+    expect(top["instances"][0]["cwp"]["perSecond"], 2000);
     EXPECT_EQ(top["instances"][0]["share"], 1.0);
     EXPECT_EQ(top["drops"]["alarmRaised"], true);
     // A counter has one name, whoever tells it.

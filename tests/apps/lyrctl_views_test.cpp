@@ -47,7 +47,7 @@ TEST_F(LyrctlViews, ObjectsAreLaidOut) {
          "periodStart          2023-11-14T22:13:20+00:00\n"
          "dropped              20\n"
          "droppedBeforePeriod  15\n"
-         "messages             345\n"
+         "packets              345\n"
          "periodsWithDrops     0\n"
          "quietPeriods         2\n"},
         {"inspect g_some",
@@ -61,7 +61,7 @@ TEST_F(LyrctlViews, ObjectsAreLaidOut) {
          R"("hex":"00000000000000000000000000000000"}})"
          "\n"},
         {"wapi show --json", R"({"command":"wapi show","ok":true,"meaning":"ok",)"
-                             R"("reply":{"firstInstance":2,"instances":4}})"
+                             R"("reply":{"firstInstance":2,"instanceCount":4}})"
                              "\n"},
     };
     for (const auto &c : cases) {
@@ -93,12 +93,12 @@ TEST_F(LyrctlViews, MetricsAreInTheExpositionFormat) {
         const char *line :
         {R"(lyr_host_packets_total{class="dtls_handshake",result="send_failed"} 3)",
          R"(lyr_host_processing_failures_total{class="dtls_handshake",reason="not_distributed"} 2)",
-         R"(lyr_host_handoffs_total{type="wapi",result="failed"} 14)",
+         R"(lyr_host_handoffs_total{type="wapi",result="send_failed"} 14)",
          R"(lyr_host_drop_alarm_raised 1)", R"(lyr_host_table_entries{table="ipv4"} 300)",
          R"(lyr_host_sources 2)", R"(lyr_host_service_instances 2)",
          R"(lyr_host_ping_packets_total{point="rx_in"} 8589934592)",
-         R"(lyr_host_message_type_handoffs_total{message_type="Echo Response",instance="1",result="failed"} 40)",
-         R"(lyr_host_memory_blocks{tag="a\"b\\c"} 1)",
+         R"(lyr_host_message_type_handoffs_total{message_type="Echo Response",instance="1",result="send_failed"} 40)",
+         R"(lyr_host_memory_blocks{function="a\"b\\c"} 1)",
          R"(lyr_engine_packets_total{fate="undelivered"} 100)",
          R"(lyr_engine_instance_packets_total{instance="3",type="wapi"} 2)"}) {
         EXPECT_THAT(run.out, HasSubstr(std::string("\n") + line + "\n"));
@@ -111,7 +111,7 @@ TEST_F(LyrctlViews, FramesAreExplained) {
         MUND_WIRE_EXPLAIN,
         {{.payload = BytesOfText(
               R"({"steps":[{"step":"class","text":"control"},{"step":"instance","text":"3"}],)"
-              R"("result":"handed over","fate":"taken","instance":3})")}});
+              R"("meaning":"handed over","fate":"taken","instance":3})")}});
     Outcome run = Do(capture + " --frame 2 --rx-port 7 --vrf 8 --cause 9");
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.out, "frame 2\n  1. class     control\n  2. instance  3\n  => handed over\n");

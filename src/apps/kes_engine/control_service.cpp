@@ -39,7 +39,7 @@ Json MemoryToJson(const std::vector<standin::MemoryOfPlace> &memory) {
     }
     Json list = Json::array();
     for (const auto &[function, use] : byFunction) {
-        list.push_back({{"tag", function}, {"blocks", use.blocks}, {"bytes", use.bytes}});
+        list.push_back({{"function", function}, {"blocks", use.blocks}, {"bytes", use.bytes}});
     }
     return list;
 }

@@ -138,7 +138,7 @@ void Engine::Print(const capture::Frame &frame, const Explanation &explanation) 
     if (options_.jsonReport) {
         nlohmann::ordered_json object = {{"frame", frame.number}};
         if (frame.IsCutShort()) {
-            object["missing_bytes"] = frame.MissingBytes();
+            object["missingBytes"] = frame.MissingBytes();
         }
         object.update(explanation.ToJson());
         std::cout << control::JsonLine(object) << '\n';

@@ -43,13 +43,13 @@ nlohmann::ordered_json Explanation::ToJson() const {
     for (const Step &step : steps) {
         json["steps"].push_back({{"step", step.step}, {"text", step.text}});
     }
-    json["result"] = text;
+    json["meaning"] = text;
     json["fate"] = FateName(fate);
     json["instance"] = nullptr;
     if (instance) {
         json["instance"] = *instance;
     }
-    json["value"] = ValueText(result);
+    json["verdict"] = ValueText(result);
     return json;
 }
 

@@ -30,8 +30,8 @@ struct Explanation {
     uint64_t result = 0;               // HOST_HOOK_*, what the engine would be told
     std::string text;                  // the result in words
 
-    // {"steps": [{"step": name, "text": text}, ...], "result": text,
-    //  "fate": "taken", "returned" or "undelivered", "instance": N or null, "value": "0x1000000"}
+    // {"steps": [{"step": name, "text": text}, ...], "meaning": text,
+    //  "fate": "taken", "returned" or "undelivered", "instance": N or null, "verdict": "0x1000000"}
     nlohmann::ordered_json ToJson() const;
     // The steps, one numbered line each, and the result.
     std::string ToText() const;

@@ -29,7 +29,7 @@ constexpr const char *kExamples = R"(Examples:
       four service instances, four forwarding threads, a report for a program
 
 The report goes to standard output: where every packet went, the module's own counters, and its alarm
-for dropped messages. What came of the commands, and errors, go to standard error. A run goes wrong,
+for dropped packets. What came of the commands, and errors, go to standard error. A run goes wrong,
 too, if a packet is lost or if the counters contradict what was seen. With several workers the latter
 is reported as a note, since the module counts without locks.
 SIGINT and SIGTERM stop a run in order, with the report; a second one ends it at once. SIGHUP opens

@@ -106,7 +106,7 @@ void PrintDropAlarm(std::ostream &out, const Result &result) {
     const bool raised = watch.alarmRaised != 0;
     out << "\ndrop alarm " << (raised ? "raised" : "not raised");
     if (watch.periodStart != MUND_DROP_WATCH_CLOSED) {
-        out << ", " << watch.dropNum << " of " << watch.totalNum << " messages dropped, "
+        out << ", " << watch.dropNum << " of " << watch.totalNum << " packets dropped, "
             << (raised ? watch.contNoDropPeriods : watch.contDropPeriods)
             << (raised ? " quiet periods" : " periods with drops");
     }
@@ -132,16 +132,11 @@ Json InstanceToJson(const InstanceReport &report) {
             {"messages", std::move(messages)}};
 }
 
-Json CountersToJson(const Result &result) {
-    Json classes;
-    for (size_t row = 0; result.counters && row < result.counters->size(); ++row) {
-        classes[control::IdentifierOf(kPacketClassWords[row])] =
-            control::PacketCountersToJson((*result.counters)[row]);
-    }
-    return classes;
+Json ClassesToJson(const Result &result) {
+    return result.counters ? control::PacketCountersToJson(*result.counters) : Json();
 }
 
-Json DropAlarmToJson(const Result &result) {
+Json DropsToJson(const Result &result) {
     if (!result.dropWatch) {
         return nullptr;
     }
@@ -220,7 +215,7 @@ std::string JsonReport(const Result &result) {
         instances.push_back(InstanceToJson(report));
     }
     const Json report = {{"frames", result.frames},
-                         {"cut_short", result.cutShort},
+                         {"cutShort", result.cutShort},
                          {"oversize", result.oversize},
                          {"converted", Json(result.tally.converted)},
                          {"received", result.received},
@@ -231,17 +226,17 @@ std::string JsonReport(const Result &result) {
                          {"conserved", result.Conserved()},
                          {"ok", result.Ok()},
                          {"instances", std::move(instances)},
-                         {"counters", CountersToJson(result)},
+                         {"classes", ClassesToJson(result)},
                          {"contradictions", result.Contradictions()},
-                         {"drop_alarm", DropAlarmToJson(result)},
+                         {"drops", DropsToJson(result)},
                          {"capture", result.capture},
                          {"workers", result.workers},
                          {"commands", result.commands},
                          {"seconds", result.seconds},
-                         {"packets_per_second", PacketsPerSecond(result)},
+                         {"packetsPerSecond", PacketsPerSecond(result)},
                          {"leftovers", result.leftovers},
                          {"failures", result.failures},
-                         {"lost_log_lines", result.lostLogLines}};
+                         {"lostLogLines", result.lostLogLines}};
     return report.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

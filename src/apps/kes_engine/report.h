@@ -50,13 +50,13 @@ struct Result {
 // For people: aligned, ending in a newline.
 std::string TextReport(const Result &result);
 
-// For programs: one object, with "frames", "cut_short", "oversize" (besides the frames),
+// For programs: one object, with "frames", "cutShort", "oversize" (besides the frames),
 // "converted" {link type: frames that got an Ethernet header}, "received", "returned", "taken",
 // "undelivered", "transmitted", "conserved", "ok", "instances"
-// [{"instance", "cwp", "wapi", "messages" {words: packets}}], "counters" {class: {counter:
-// packets}}, "contradictions" [text], "drop_alarm" {the drop watch as control::DropWatchToJson says
-// it, "raises", "restores"}, "capture", "workers", "commands", "seconds", "packets_per_second",
-// "leftovers" [text], "failures" [text], "lost_log_lines". What the module does not offer is null.
+// [{"instance", "cwp", "wapi", "messages" {words: packets}}], "classes" [{"class", COUNTER:
+// packets}], "contradictions" [text], "drops" {the drop watch as control::DropWatchToJson says
+// it, "raises", "restores"}, "capture", "workers", "commands", "seconds", "packetsPerSecond",
+// "leftovers" [text], "failures" [text], "lostLogLines". What the module does not offer is null.
 std::string JsonReport(const Result &result);
 
 }  // namespace kes_engine

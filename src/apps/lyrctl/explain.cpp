@@ -37,14 +37,14 @@ void PrintSteps(const Frame &frame, const ordered_json &answer) {
             std::cout << "  " << ++number << ". " << name << "  " << TextIn(step, "text") << '\n';
         }
     }
-    const std::string result = TextIn(answer, "result");
-    std::cout << "  => " << (result.empty() ? TextIn(answer, "fate") : result) << '\n';
+    const std::string meaning = TextIn(answer, "meaning");
+    std::cout << "  => " << (meaning.empty() ? TextIn(answer, "fate") : meaning) << '\n';
 }
 
 void PrintObject(const Frame &frame, const ordered_json &answer) {
     ordered_json object = {{"frame", frame.number}};
     if (frame.IsCutShort()) {
-        object["missing_bytes"] = frame.MissingBytes();
+        object["missingBytes"] = frame.MissingBytes();
     }
     object.update(answer);
     object["frame"] = frame.number;

@@ -85,7 +85,7 @@ void AddHandOffs(Metrics &metrics, control::Connection &engine) {
                     "Packets put into the channel of a service instance, and those refused there.");
     for (size_t i = 0; i < handedOver.size(); ++i) {
         metrics.Sample({{"type", kPacketTypeWords[i]}, {"result", "sent"}}, handedOver[i])
-            .Sample({{"type", kPacketTypeWords[i]}, {"result", "failed"}}, failed[i]);
+            .Sample({{"type", kPacketTypeWords[i]}, {"result", "send_failed"}}, failed[i]);
     }
     metrics.Counter("lyr_host_wapi_frames_total", "WAPI frames meant for a service instance.")
         .Sample(ReadObject<uint32_t>(engine, MUND_OBJECT_WAPI_FRAMES));
@@ -170,11 +170,11 @@ void AddMemory(Metrics &metrics, const Reading &reading) {
     metrics.Gauge("lyr_host_memory_blocks",
                   "Blocks that the module holds, by allocating function.");
     for (const ordered_json &use : uses) {
-        metrics.Sample({{"tag", use.at("tag")}}, use.at("blocks").get<uint64_t>());
+        metrics.Sample({{"function", use.at("function")}}, use.at("blocks").get<uint64_t>());
     }
     metrics.Gauge("lyr_host_memory_bytes", "Bytes that the module holds, by allocating function.");
     for (const ordered_json &use : uses) {
-        metrics.Sample({{"tag", use.at("tag")}}, use.at("bytes").get<uint64_t>());
+        metrics.Sample({{"function", use.at("function")}}, use.at("bytes").get<uint64_t>());
     }
 }
 

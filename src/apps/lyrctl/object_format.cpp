@@ -210,7 +210,7 @@ ordered_json Decode(const MundTraceConfig &trace) {
 
 ordered_json DecodeStationService(uint64_t range) {
     return {{"firstInstance", static_cast<uint32_t>(range)},
-            {"instances", static_cast<uint32_t>(range >> 32)}};
+            {"instanceCount", static_cast<uint32_t>(range >> 32)}};
 }
 
 std::string HexText(Bytes bytes) {

@@ -158,7 +158,7 @@ ordered_json ReadWapi(Client &client, const Arguments &) {
 
 std::string RenderWapi(const ordered_json &reply) {
     const uint64_t first = reply["firstInstance"];
-    const uint64_t count = reply["instances"];
+    const uint64_t count = reply["instanceCount"];
     if (count == 0) {
         return "no service instance serves stations";
     }

@@ -195,20 +195,18 @@ Lines Fates(const Reading &later, const Interval &interval, size_t width) {
 
 Lines Classes(const Interval &interval, size_t width) {
     std::vector<Row> rows = {{"per second"}};
+    rows[0].insert(rows[0].end(), kPacketClassWords.begin(), kPacketClassWords.end());
     for (const PacketCounter &counter : kPacketCounters) {
-        rows[0].emplace_back(counter.brief);
-    }
-    for (size_t i = 0; i < std::size(kPacketClassWords); ++i) {
-        Row &row = rows.emplace_back(Row{kPacketClassWords[i]});
-        for (const PacketCounter &counter : kPacketCounters) {
+        Row &row = rows.emplace_back(Row{counter.words});
+        for (size_t i = 0; i < kPacketClassWords.size(); ++i) {
             row.push_back(NumberText(interval.Class(i, counter.value)));
         }
     }
-    return Table(rows, {14, 10, 8, 8, 8, 11, 10, 8}, width);
+    return Table(rows, {17, 9, 13, 16}, width);
 }
 
 Lines Tables(const Reading &later, size_t width) {
-    std::vector<Row> rows = {{"table", "entries", "buckets", "a bucket"}};
+    std::vector<Row> rows = {{"table", "entries", "buckets", "per bucket"}};
     for (const TableFill &table : later.tables) {
         rows.push_back({table.name, std::to_string(table.entries), std::to_string(table.buckets),
                         Format("%.3f", EntriesPerBucket(table))});
@@ -268,6 +266,10 @@ Lines Instances(std::vector<InstancePackets> busiest, const Interval &interval, 
     return lines;
 }
 
+ordered_json Count(uint64_t total, double perSecond) {
+    return {{"total", total}, {"perSecond", perSecond}};
+}
+
 size_t HeightOf(const std::vector<Lines> &parts) {
     size_t height = 0;
     for (const Lines &part : parts) {
@@ -307,18 +309,18 @@ Lines TopLines(const Reading &earlier, const Reading &later, size_t width, size_
 
 ordered_json TopJson(const Reading &earlier, const Reading &later) {
     const Interval interval(earlier, later);
-    ordered_json json = {
-        {"time", control::TimeText(std::time(nullptr))},
-        {"seconds", interval.Seconds()},
-        {"received", {{"total", later.received}, {"perSecond", interval.Received()}}}};
+    ordered_json json = {{"time", control::TimeText(std::time(nullptr))},
+                         {"seconds", interval.Seconds()},
+                         {"received", Count(later.received, interval.Received())}};
     for (size_t i = 0; i < kFateNum; ++i) {
-        json["fates"][kFates[i]] = {{"total", FateOf(later, i)}, {"perSecond", interval.Fate(i)}};
+        json["fates"][kFates[i]] = Count(FateOf(later, i), interval.Fate(i));
     }
     for (size_t row = 0; row < std::size(kPacketClassWords); ++row) {
         ordered_json &rates = json["classes"].emplace_back();
         rates["class"] = kPacketClassWords[row];
         for (const PacketCounter &counter : kPacketCounters) {
-            rates[counter.name] = interval.Class(row, counter.value);
+            rates[counter.name] =
+                Count(later.classes[row].*counter.value, interval.Class(row, counter.value));
         }
     }
     json["tables"] = ordered_json::array();
@@ -332,9 +334,9 @@ ordered_json TopJson(const Reading &earlier, const Reading &later) {
     json["instances"] = ordered_json::array();
     for (const InstancePackets &packets : later.instances) {
         json["instances"].push_back({{"instance", packets.instance},
-                                     {"cwpPerSecond", interval.Cwp(packets)},
-                                     {"wapiPerSecond", interval.Wapi(packets)},
-                                     {"total", packets.Total()},
+                                     {"cwp", Count(packets.cwp, interval.Cwp(packets))},
+                                     {"wapi", Count(packets.wapi, interval.Wapi(packets))},
+                                     {"packets", Count(packets.Total(), interval.Rate(packets))},
                                      {"share", interval.Share(packets)}});
     }
     return json;

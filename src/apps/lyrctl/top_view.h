@@ -24,8 +24,8 @@ std::vector<Line> TopLines(const Reading &earlier, const Reading &later, size_t 
                            size_t height);
 
 // {"time", "seconds", "received": {"total", "perSecond"}, "fates": {FATE: the same}, "classes":
-// [{"class", COUNTER: per second}], "instances": [{"instance", "cwpPerSecond", "wapiPerSecond",
-// "total", "share"}], "tables": [{"table", "entries", "buckets", "entriesPerBucket"}], "drops":
+// [{"class", COUNTER: the same}], "instances": [{"instance", "cwp", "wapi", "packets": the same,
+// "share"}], "tables": [{"table", "entries", "buckets", "entriesPerBucket"}], "drops":
 // {...}}
 ordered_json TopJson(const Reading &earlier, const Reading &later);
 
