@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <optional>
 
+#include "capwap/message.h"
 #include "capwap/message_type.h"
 #include "capwap/packet_builder.h"
+#include "capwap/wire.h"
 
 namespace capwap {
 namespace {
@@ -16,58 +18,7 @@ constexpr Content Words(std::string_view words) {
 constexpr Content kDamaged = Words("damaged"), kForeign = Words("not CAPWAP"),
                   kFragment = Words("IP fragment");
 
-// Reads fields in network order. Reading past the end gives zeros and is remembered.
-class Reader {
-  public:
-    explicit Reader(std::span<const uint8_t> bytes) : left_(bytes) {}
-
-    uint32_t U8() {
-        auto byte = Take(1);
-        return byte.empty() ? 0 : byte[0];
-    }
-    uint32_t U16() {
-        uint32_t high = U8();
-        return high << 8 | U8();
-    }
-    uint32_t U32() {
-        uint32_t high = U16();
-        return high << 16 | U16();
-    }
-    // The next `size` bytes, or none when there are fewer.
-    std::span<const uint8_t> Take(size_t size) {
-        if (size > left_.size()) {
-            failed_ = true;
-            left_ = {};
-            return {};
-        }
-        auto taken = left_.first(size);
-        left_ = left_.subspan(size);
-        return taken;
-    }
-    std::span<const uint8_t> Left() const {
-        return left_;
-    }
-    bool Failed() const {
-        return failed_;
-    }
-
-  private:
-    std::span<const uint8_t> left_;
-    bool failed_ = false;
-};
-
-// A run of message elements (RFC 5415, section 4.6), to its last byte.
-bool AreElements(std::span<const uint8_t> run) {
-    Reader in(run);
-    while (!in.Left().empty() && !in.Failed()) {
-        in.U16();
-        in.Take(in.U16());
-    }
-    return !in.Failed();
-}
-
 Content DescribeDtls(Reader in) {
-    in.Take(3);  // the rest of the CAPWAP DTLS header
     uint32_t contentType = in.U8();
     in.Take(10);  // version, epoch and sequence number
     in.Take(in.U16());
@@ -88,24 +39,17 @@ Content DescribeDtls(Reader in) {
     }
 }
 
-Content DescribeControl(Reader in) {
-    uint32_t type = in.U32();
-    in.U8();  // sequence number
-    uint32_t length = in.U16();
-    in.U8();  // flags
-    // The length counts itself and the flags.
-    if (in.Failed() || in.Left().size() + 3 != length || !AreElements(in.Left())) {
+Content DescribeControl(std::span<const uint8_t> rest) {
+    const std::optional<Message> message = ReadMessage(rest);
+    if (!message) {
         return kDamaged;
     }
-    std::string_view name = MessageTypeName(type);
-    return name.empty() ? Content{"message type ", type} : Words(name);
+    std::string_view name = MessageTypeName(message->type);
+    return name.empty() ? Content{"message type ", message->type} : Words(name);
 }
 
-Content DescribeKeepalive(Reader in) {
-    constexpr uint32_t kLength = 22, kSessionId = 35, kSessionIdLength = 16;
-    bool right = in.U16() == kLength && in.U16() == kSessionId && in.U16() == kSessionIdLength &&
-                 in.Left().size() == kSessionIdLength;
-    return right ? Words("Data keepalive") : kDamaged;
+Content DescribeKeepalive(std::span<const uint8_t> rest) {
+    return ReadKeepalive(rest) ? Words("Data keepalive") : kDamaged;
 }
 
 // The extension header: its length, which counts itself, and elements whose lengths do too.
@@ -127,39 +71,24 @@ bool StartsWithExtension(Reader in) {
 }
 
 Content DescribeCapwap(std::span<const uint8_t> payload, bool control) {
-    Reader in(payload);
-    uint32_t preamble = in.U8();
-    if (in.Failed() || preamble > 1) {
+    const std::optional<Unwrapped> packet = ReadHeader(payload);
+    if (!packet) {
         return kDamaged;
     }
-    if (preamble == 1) {
-        return DescribeDtls(in);
+    if (packet->dtls) {
+        return DescribeDtls(Reader(packet->rest));
     }
-
-    uint32_t hlen = in.U8() >> 3;
-    in.U8();
-    uint32_t flags = in.U8();
-    bool fragment = (flags & 0x80) != 0, keepalive = (flags & 0x08) != 0,
-         extension = (flags & 0x04) != 0;
-    in.U16();
-    in.U16();
-    if (hlen < 2) {
-        return kDamaged;
-    }
-    in.Take(4 * hlen - 8);
-    if (in.Failed()) {
-        return kDamaged;
-    }
-    if (fragment) {
+    if (packet->fragment) {
         return Words("CAPWAP fragment");
     }
     if (control) {
-        return DescribeControl(in);
+        return DescribeControl(packet->rest);
     }
-    if (keepalive) {
-        return DescribeKeepalive(in);
+    if (packet->keepalive) {
+        return DescribeKeepalive(packet->rest);
     }
-    return !extension || StartsWithExtension(in) ? Words("Data") : kDamaged;
+    const bool whole = !packet->extension || StartsWithExtension(Reader(packet->rest));
+    return whole ? Words("Data") : kDamaged;
 }
 
 Content DescribeUdp(std::span<const uint8_t> datagram) {

@@ -1,4 +1,4 @@
-// Writing packet bytes in network order.
+// Packet bytes in network order, written and read.
 #pragma once
 
 #include <algorithm>
@@ -67,6 +67,46 @@ class Writer {
 
   private:
     std::vector<uint8_t> bytes_;
+};
+
+// Reads fields in network order. Reading past the end gives zeros and is remembered.
+class Reader {
+  public:
+    explicit Reader(std::span<const uint8_t> bytes) : left_(bytes) {}
+
+    uint32_t U8() {
+        auto byte = Take(1);
+        return byte.empty() ? 0 : byte[0];
+    }
+    uint32_t U16() {
+        uint32_t high = U8();
+        return high << 8 | U8();
+    }
+    uint32_t U32() {
+        uint32_t high = U16();
+        return high << 16 | U16();
+    }
+    // The next `size` bytes, or none when there are fewer.
+    std::span<const uint8_t> Take(size_t size) {
+        if (size > left_.size()) {
+            failed_ = true;
+            left_ = {};
+            return {};
+        }
+        auto taken = left_.first(size);
+        left_ = left_.subspan(size);
+        return taken;
+    }
+    std::span<const uint8_t> Left() const {
+        return left_;
+    }
+    bool Failed() const {
+        return failed_;
+    }
+
+  private:
+    std::span<const uint8_t> left_;
+    bool failed_ = false;
 };
 
 }  // namespace capwap

@@ -19,6 +19,7 @@ struct TrafficOptions {
     uint32_t rounds = 20;        // turns that each access point has after its set-up
     uint32_t controller = capwap::Ipv4("10.0.0.1");
     capwap::Ipv6Words controller6 = capwap::Ipv6("2001:db8::1");
+    std::string controllerName = "controller-1";
     Mix mix = Mix::All();
     // Percentages of the access points.
     uint32_t ipv6Percent = 25;

@@ -19,7 +19,7 @@ constexpr uint8_t kRadios[] = {1, 2};
 constexpr uint8_t kWlanId = 1;
 constexpr uint16_t kReportSeconds = 120;
 constexpr uint16_t kEssAndShortSlot = 0x8020;  // as RFC 5416, section 6.1, orders the bits
-constexpr std::string_view kController = "controller-1", kFirmware = "2.5.0";
+constexpr std::string_view kFirmware = "2.5.0";
 
 Bytes Join(std::initializer_list<Bytes> parts) {
     Writer out;
@@ -78,8 +78,8 @@ Bytes AcLists(const Conversation &in) {
                  Element(3, Writer().Words(in.options.controller6).Take())});
 }
 
-Bytes AcName() {
-    return TextElement(4, kController);
+Bytes AcName(const Conversation &in) {
+    return TextElement(4, in.options.controllerName);
 }
 
 Bytes AcTimestamp(const Conversation &in) {
@@ -322,7 +322,7 @@ Bytes Capabilities(const Conversation &in) {
 
 // What the controller tells of itself in each kind of discovery and in the Join Response.
 Bytes Services(const Conversation &in) {
-    return Join({AcDescriptor(in), AcName(), ForEachRadio(RadioInformation), ControlAddress(in)});
+    return Join({AcDescriptor(in), AcName(in), ForEachRadio(RadioInformation), ControlAddress(in)});
 }
 
 Bytes JoinRequest(const Conversation &in) {
@@ -333,7 +333,7 @@ Bytes JoinRequest(const Conversation &in) {
 
 Bytes ConfigurationStatusRequest(const Conversation &in) {
     constexpr uint8_t kWholeWtp = 0xFF;
-    return Join({AcName(), RadioAdministrativeState(kWholeWtp),
+    return Join({AcName(in), RadioAdministrativeState(kWholeWtp),
                  ForEachRadio(RadioAdministrativeState), StatisticsTimer(), WtpRebootStatistics(in),
                  ForEachRadio(RadioInformation)});
 }
