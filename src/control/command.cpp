@@ -1,5 +1,6 @@
 #include "control/command.h"
 
+#include "client/result_text.h"
 #include "control/command_lines.h"
 #include "control/json_line.h"
 #include "control/reply_format.h"
@@ -7,8 +8,6 @@
 
 namespace control {
 namespace {
-
-constexpr uint32_t kNoTable = 0xFFFFFFFF;
 
 std::string_view OperationName(MundOperation operation) {
 #define MUND_OPERATION_NAME(name, requestSize, replySize) #name,
@@ -94,18 +93,11 @@ std::string Outcome::Meaning() const {
         return failure;
     }
     const std::string_view why = reason.empty() ? spec->failure : reason;
-    switch (result) {
-        case MUND_RESULT_OK:
-            return "ok";
-        case MUND_RESULT_FAILED:
-            return "failed (1)" + std::string(why.empty() ? "" : ": ") + std::string(why);
-        case MUND_RESULT_REFUSED:
-            return "refused (2): the module does not know such a request";
-        case kNoTable:
-            return "failed (0xFFFFFFFF): no table, or a broken chain in it";
-        default:
-            return "result " + std::to_string(result);
+    std::string meaning = client::ResultText(result);
+    if (result == MUND_RESULT_FAILED && !why.empty()) {
+        meaning.append(": ").append(why);
     }
+    return meaning;
 }
 
 std::string Outcome::Summary() const {

@@ -1,8 +1,9 @@
-// A client's connection to an engine's control socket.
+// A connection to an engine's control socket: the client library's, for C++.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <span>
@@ -11,7 +12,7 @@
 #include <string_view>
 
 #include "control/caller.h"
-#include "mund/control_socket.h"
+#include "lyr/client.h"
 
 namespace control {
 
@@ -37,10 +38,14 @@ class Connection {
     // than 30 seconds.
     Answer Call(MundOperation operation, std::span<const uint8_t> request);
 
-    // The engine's state. These throw NoEngine and Refused.
+    // The reply to a request of any other code. It and the next ones throw NoEngine and Refused.
+    Bytes Ask(uint16_t code, std::span<const uint8_t> payload);
+    // The engine's state.
     nlohmann::ordered_json State();
     // The bytes of an exported object, or of the block that one of its pointers points at.
     Bytes Object(std::string_view name, std::optional<uint32_t> slot = std::nullopt);
+    // Reads an object of a layout's size; Refused for one of another.
+    void ReadObject(std::string_view name, std::span<uint8_t> layout);
     // What the module would do with a packet.
     nlohmann::ordered_json Explain(const MundWireExplainReq &arrival,
                                    std::span<const uint8_t> frame);
@@ -58,20 +63,16 @@ class Connection {
                 int descriptor = -1);
 
   private:
-    struct Reply {
-        MundWireHeader header;
-        Bytes payload;
+    struct Free {
+        void operator()(LyrClient *client) const {
+            LyrClientFree(client);
+        }
     };
 
-    Reply Exchange(uint16_t code, std::span<const uint8_t> payload);
-    // Throws Refused unless the status is MUND_WIRE_OK.
-    Bytes Ask(uint16_t code, std::span<const uint8_t> payload);
-    nlohmann::ordered_json AskJson(uint16_t code, std::span<const uint8_t> payload);
-    Reply Receive(uint16_t code);
-    [[noreturn]] void FailToReceive() const;
+    // Throws what stands for the outcome of a call, unless it is a good one.
+    void Check(LyrClientOutcome outcome) const;
 
-    std::string path_;
-    mund::Descriptor socket_;
+    std::unique_ptr<LyrClient, Free> client_;
 };
 
 }  // namespace control

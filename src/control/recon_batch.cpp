@@ -1,10 +1,10 @@
 #include "control/recon_batch.h"
 
 #include <algorithm>
-#include <cstring>
 #include <optional>
 #include <vector>
 
+#include "client/recon_frame.h"
 #include "control/command.h"
 #include "control/command_lines.h"
 #include "control/input_error.h"
@@ -39,16 +39,6 @@ std::optional<LyrKesReconRecord> ConfirmationOf(std::span<const std::string> wor
         default:
             return std::nullopt;
     }
-}
-
-Bytes BatchOf(const std::vector<LyrKesReconRecord> &records) {
-    constexpr size_t kHeader = offsetof(LyrKesBatchReconReq, records);
-    const LyrKesBatchReconReq header = {static_cast<uint32_t>(records.size()), 0, nullptr};
-    const size_t size = records.size() * sizeof records[0];
-    Bytes bytes(kHeader + size);
-    std::memcpy(bytes.data(), &header, kHeader);
-    std::memcpy(&bytes[kHeader], records.data(), size);
-    return bytes;
 }
 
 }  // namespace
@@ -93,7 +83,8 @@ Request ReconBatch(uint32_t node, const std::string &path, bool mayBeEmpty) {
                          "that this is meant");
     }
     records.push_back(AuditRecord(LYR_KES_RECON_FINISH, node));
-    return {BatchOf(records), node, BatchTally{static_cast<uint32_t>(records.size()), leftOut}};
+    return {client::BatchOf(records), node,
+            BatchTally{static_cast<uint32_t>(records.size()), leftOut}};
 }
 
 }  // namespace control

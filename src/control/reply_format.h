@@ -5,9 +5,9 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <span>
-#include <stdexcept>
 #include <string>
 
+#include "client/pages.h"
 #include "control/caller.h"
 #include "control/message_bytes.h"
 #include "mund/messages.h"
@@ -19,10 +19,7 @@ namespace control {
 using Ask = std::function<Answer(std::span<const uint8_t> request)>;
 
 // There is no answer, or none that a command can go on with.
-class ReplyError : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
+using ReplyError = client::BadReply;
 
 // The operation ran and says that it did not succeed.
 struct OperationFailed {

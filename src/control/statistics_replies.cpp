@@ -152,35 +152,17 @@ ordered_json DecodeProbe(uint32_t position, const LyrKesCwpTraceEntry &entry) {
             {"peer", peer.ipVer == 0 ? AddressText(peer.ipv4Addr) : AddressText(peer.ipv6Addr)}};
 }
 
-void CheckProbePage(const LyrKesCwpTraceRecordRsp &page, uint32_t from) {
-    const bool more = page.result == LYR_KES_PROBE_MORE;
-    if (!more && page.result != LYR_KES_PROBE_LAST) {
-        throw ReplyError("the reply's result is " + std::to_string(page.result) + ", neither " +
-                         std::to_string(LYR_KES_PROBE_MORE) + " nor " +
-                         std::to_string(LYR_KES_PROBE_LAST));
-    }
-    if (page.entryNum > LYR_KES_PROBE_PAGE_NUM) {
-        throw ReplyError("the reply has " + std::to_string(page.entryNum) + " records, of " +
-                         std::to_string(LYR_KES_PROBE_PAGE_NUM) + " at most");
-    }
-    if (more && (page.entryNum == 0 || page.entryNum > UINT32_MAX - from)) {
-        throw ReplyError("the trace does not end: more is said to follow the " +
-                         std::to_string(page.entryNum) + " records from " + std::to_string(from));
-    }
-}
-
 ordered_json ReadProbes(const Bytes &first, const Ask &ask) {
-    auto request = MessageOf<LyrKesCwpTraceRecordReq>(first);
     ordered_json records = ordered_json::array();
-    for (bool more = true; more;) {
-        const auto page = AskFor<LyrKesCwpTraceRecordRsp>(ask, BytesOf(request));
-        CheckProbePage(page, request.startIdx);
-        for (uint32_t i = 0; i < page.entryNum; ++i) {
-            records.push_back(DecodeProbe(request.startIdx + i, page.entries[i]));
-        }
-        request.startIdx += page.entryNum;
-        more = page.result == LYR_KES_PROBE_MORE;
-    }
+    client::ForEachProbe(
+        MessageOf<LyrKesCwpTraceRecordReq>(first),
+        [&](const LyrKesCwpTraceRecordReq &asked) {
+            return AskFor<LyrKesCwpTraceRecordRsp>(ask, BytesOf(asked));
+        },
+        [&](uint32_t position, const LyrKesCwpTraceEntry &entry) {
+            records.push_back(DecodeProbe(position, entry));
+            return true;
+        });
     return {{"records", std::move(records)}};
 }
 

@@ -1,7 +1,5 @@
 #include "control/values.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <cctype>
 #include <charconv>
@@ -11,6 +9,7 @@
 #include <string>
 
 #include "capwap/message_type.h"
+#include "client/address_text.h"
 #include "control/input_error.h"
 #include "mund/module_objects.h"
 
@@ -47,34 +46,11 @@ uint32_t ParseNumber(std::string_view name, std::string_view text, uint32_t max)
 }
 
 LyrKesRpcIpAddr ParseAddress(std::string_view name, std::string_view text) {
-    const std::string terminated(text);
-    LyrKesRpcIpAddr address = {};
-    in_addr ipv4;
-    in6_addr ipv6;
-    if (inet_pton(AF_INET, terminated.c_str(), &ipv4) == 1) {
-        address.ipv4Addr = ntohl(ipv4.s_addr);
-    } else if (inet_pton(AF_INET6, terminated.c_str(), &ipv6) == 1) {
-        address.ipVer = 1;
-        for (size_t i = 0; i < 8; ++i) {
-            address.ipv6Addr[i] = ntohs(ipv6.s6_addr16[i]);
-        }
-    } else {
+    const std::optional<LyrKesRpcIpAddr> address = client::AddressFromText(std::string(text));
+    if (!address) {
         Reject(name, text, "an IPv4 or IPv6 address");
     }
-    return address;
-}
-
-std::string AddressText(uint32_t ipv4) {
-    const in_addr address = {htonl(ipv4)};
-    char text[INET_ADDRSTRLEN];
-    return inet_ntop(AF_INET, &address, text, sizeof text);
-}
-
-std::string AddressText(const uint16_t (&ipv6)[8]) {
-    in6_addr address;
-    std::ranges::transform(ipv6, address.s6_addr16, htons);
-    char text[INET6_ADDRSTRLEN];
-    return inet_ntop(AF_INET6, &address, text, sizeof text);
+    return *address;
 }
 
 std::string AddressText(const uint32_t (&ipv6)[4]) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "client/address_text.h"
 #include "mund/messages.h"
 
 namespace control {
@@ -18,10 +19,8 @@ uint32_t ParseNumber(std::string_view name, std::string_view text, uint32_t max 
 // An IPv4 or IPv6 address in its usual text form.
 LyrKesRpcIpAddr ParseAddress(std::string_view name, std::string_view text);
 
-// An address in its usual text form: a u32 in host order, or eight groups in host order.
-std::string AddressText(uint32_t ipv4);
-std::string AddressText(const uint16_t (&ipv6)[8]);
-// The same of four words in host order.
+// An address in its usual text form: a u32, eight groups, or four words, all in host order.
+using client::AddressText;
 std::string AddressText(const uint32_t (&ipv6)[4]);
 
 // Six bytes in hexadecimal, with ':' between them.

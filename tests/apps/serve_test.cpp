@@ -11,6 +11,7 @@
 #include "capture.h"
 #include "control/command.h"
 #include "control/connection.h"
+#include "mund/control_socket.h"
 #include "program.h"
 
 namespace programs {

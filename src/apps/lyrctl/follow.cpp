@@ -14,8 +14,10 @@
 
 #include "control/input_error.h"
 #include "control/json_line.h"
+#include "control/message_bytes.h"
 #include "control/values.h"
 #include "module_object.h"
+#include "mund/control_socket.h"
 #include "mund/module_objects.h"
 #include "own_commands.h"
 

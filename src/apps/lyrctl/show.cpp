@@ -1,5 +1,6 @@
 // What exported objects hold: the show commands, and inspect.
 #include <algorithm>
+#include <array>
 
 #include "control/counters.h"
 #include "control/record_table.h"
@@ -111,13 +112,12 @@ control::Bytes BytesFrom(const std::string &hex) {
 }  // namespace
 
 ordered_json ReadSources(Client &client, const Arguments &) {
-    const auto bytes = client.Engine().Object(MUND_OBJECT_SOURCES);
-    const KnownObject &object = *FindObject(MUND_OBJECT_SOURCES);
-    CheckSize(object.name, bytes.size(), object.size);
+    using Sources = std::array<MundSourceRecord, LYR_KES_CWP_SRC_NUM>;
     ordered_json sources = ordered_json::array();
-    for (const ordered_json &source : object.decode(bytes)) {
+    for (const MundSourceRecord &source :
+         ReadObject<Sources>(client.Engine(), MUND_OBJECT_SOURCES)) {
         sources.push_back({{"position", sources.size()}});
-        sources.back().update(source);
+        sources.back().update(Decode(source));
     }
     return {{"sources", std::move(sources)}};
 }
