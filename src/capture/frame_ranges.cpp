@@ -35,13 +35,14 @@ std::optional<std::pair<uint64_t, uint64_t>> RangeOf(std::string_view text) {
 
 }  // namespace
 
-FrameRanges::FrameRanges(std::string_view name, std::string_view text) : text_(text) {
+FrameRanges::FrameRanges(std::string_view name, std::string_view text)
+    : text_(std::string(name) + " '" + std::string(text) + "'") {
     for (std::string_view rest = text;;) {
         const size_t comma = rest.find(',');
         const std::string_view part = rest.substr(0, comma);
         const auto range = RangeOf(part);
         if (!range) {
-            throw Error(std::string(name) + " '" + text_ + "': '" + std::string(part) +
+            throw Error(text_ + ": '" + std::string(part) +
                         "' is not a frame or a range of frames, counted from 1, such as 7, 3-9, "
                         "100- or -20");
         }

@@ -21,11 +21,15 @@ class FrameRanges {
         return ranges_.empty();
     }
     bool Contain(uint64_t number) const;
+    // None before this one is meant.
+    uint64_t First() const {
+        return AreAll() ? 1 : ranges_.front().first;
+    }
     // No frame behind this one is meant.
     uint64_t Last() const {
         return AreAll() ? UINT64_MAX : ranges_.back().second;
     }
-    // As they were given.
+    // As they were given, behind what they stand for: "--frames '3-9'".
     const std::string &Text() const {
         return text_;
     }

@@ -132,6 +132,7 @@ std::optional<Frame> Reader::NextWanted() {
     while (frames_ < selection_.frames.Last()) {
         std::optional<Frame> frame = NextOfAny();
         if (!frame) {
+            RequireWantedNumber();
             return std::nullopt;
         }
         if (!selection_.frames.Contain(frame->number)) {
@@ -151,6 +152,14 @@ std::optional<Frame> Reader::NextWanted() {
         return AsEthernet(*frame, type, room_);
     }
     return std::nullopt;
+}
+
+void Reader::RequireWantedNumber() const {
+    if (frames_ < selection_.frames.First() && !selection_.frames.AreAll() &&
+        !source_->WasEnded()) {
+        throw Error(selection_.frames.Text() + ": " + name_ + " has " + std::to_string(frames_) +
+                    " frames");
+    }
 }
 
 int Reader::TypeOf(const Frame &frame) const {

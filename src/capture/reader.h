@@ -56,7 +56,8 @@ class Reader {
     void WhileWaiting(std::function<bool()> goOn);
 
     // The next frame that is wanted, as Ethernet, whose bytes stay until the next call; nothing at
-    // the end, or behind the last that can be wanted. Throws Error where the capture breaks off.
+    // the end, or behind the last that can be wanted. Throws Error where the capture breaks off,
+    // and at its end if it has none of the numbers that are wanted.
     std::optional<Frame> Next();
 
     // How much of the file has been read, from 0 to 1; nothing for one whose length is unknown.
@@ -82,6 +83,7 @@ class Reader {
     std::optional<Frame> NextOfAny();
     std::optional<Frame> NextByLibpcap();
     std::optional<Frame> NextWanted();
+    void RequireWantedNumber() const;
     // Throws Error for a frame whose interface is of another kind.
     int TypeOf(const Frame &frame) const;
     [[noreturn]] void BreakOff(const std::string &reason) const;

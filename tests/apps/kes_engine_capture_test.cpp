@@ -2,6 +2,7 @@
 #include <cstring>
 #include <optional>
 
+#include "kes_engine/pace.h"
 #include "kes_engine_fixture.h"
 
 namespace programs {
@@ -174,6 +175,62 @@ TEST_F(KesEngineCapture, SaysWhereItBreaksOff) {
         EXPECT_EQ(outcome.status, c.status) << c.error;
         EXPECT_THAT(outcome.err, testing::HasSubstr(c.error));
     }
+}
+
+TEST_F(KesEngineCapture, FramesAreSelected) {
+    Write("all", PcapngOfAll());
+    const size_t all = Replay("--replay all")["received"];
+    const struct {
+        const char *selection;
+        size_t received;  // of the fifteen frames of Ethernet, which come first
+    } cases[] = {
+        {"--frames 3,14-15,2-4,15", 5},
+        {"--frames -7 --filter 'udp port 5246'", 4},  // one has tags, one is of DTLS on 5247
+        {"--frames 8,9-15 --filter 'ether proto 0x88b4 or arp'", 2},
+        {"--frames 15-15 --filter tcp", 0},
+    };
+    for (const auto &c : cases) {
+        const json report = Replay("--replay all " + std::string(c.selection));
+        EXPECT_EQ(report["received"], c.received) << c.selection;
+        EXPECT_LE(report["passedOver"], 15) << c.selection << " has read the rest";
+    }
+    const json report = Replay("--replay all --frames 16- --filter udp");
+    EXPECT_GT(report["received"], 15);
+    EXPECT_EQ(report["received"].get<size_t>() + report["passedOver"].get<size_t>(), all);
+    const std::pair<const char *, const char *> mistakes[] = {
+        {"--frames 7-3", "--frames '7-3': '7-3' is not a frame or a range of frames"},
+        {"--filter 'udp prot'", "--filter 'udp prot': can't parse filter expression"},
+        {"--speed 2 --rate 3", "--speed '2' goes without --rate '3'"},
+        {"--speed -1", "--speed '-1' is not a number above 0"},
+        {"--buffer-size 1MiB", "--buffer-size needs --listen"},
+        {"--listen lo --buffer-size 64", "--buffer-size '64' is not a size"},
+    };
+    for (const auto &[options, error] : mistakes) {
+        const Outcome outcome = Run("--replay in " + std::string(options));
+        EXPECT_EQ(outcome.status, 2) << options;
+        EXPECT_THAT(outcome.err, testing::HasSubstr(error));
+    }
+    EXPECT_THAT(Run("--replay in --frames 99- --log log").err,
+                testing::HasSubstr("--frames '99-': 'in' has 15 frames"));
+}
+
+TEST(OwnTimes, AreKeptAndNeverWaitedForBackward) {
+    using kes_engine::OwnTimes;
+    using std::chrono::milliseconds;
+    OwnTimes times(2);
+    const OwnTimes::Clock::time_point start(std::chrono::hours(1));
+    const auto after = [&](int64_t ms, int64_t now) {
+        const auto moment = times.Next(start + milliseconds(now), ms * 1'000'000);
+        return std::chrono::duration_cast<milliseconds>(moment - start).count();
+    };
+    EXPECT_EQ(after(5000, 0), 0);
+    EXPECT_EQ(after(5400, 1), 200);
+    EXPECT_EQ(after(5300, 200), 200);  // a little backward
+    EXPECT_EQ(after(5600, 900), 300);  // due long since
+    EXPECT_EQ(after(1000, 950), 950);  // another capture
+    EXPECT_EQ(after(1100, 950), 1000);
+    times.Begin();
+    EXPECT_EQ(after(9000, 2000), 2000);
 }
 
 }  // namespace

@@ -26,6 +26,9 @@ Engine::Engine(const Options &options, const OutputDirectory &out)
       pool_(kPacketBuffers),
       run_(options.module),
       result_(run_.Outcome()) {
+    if (options.speed > 0) {
+        ownTimes_.emplace(options.speed);
+    }
     result_.capture = options.Source();
     result_.workers = options.workers;
     result_.served = options.Serves();
@@ -67,7 +70,7 @@ void Engine::Replay(capture::Reader &capture) {
         for (uint32_t round = 2;
              repeats && !Interrupted() && (options_.loops == 0 || round <= options_.loops);
              ++round) {
-            capture::Reader again(options_.capture);
+            capture::Reader again(options_.capture, options_.selection);
             ReplayOnce(again, progress);
         }
     });
@@ -88,12 +91,15 @@ void Engine::PassAll(capture::Reader &capture, Progress &progress) {
         forwarding_->Flush();
         return !Interrupted();
     });
+    if (ownTimes_) {
+        ownTimes_->Begin();
+    }
     while (!Interrupted()) {
         const std::optional<capture::Frame> frame = capture.Next();
         if (!frame) {
             return;
         }
-        KeepPace();
+        KeepPace(*frame);
         Receive(*frame);
         if (progress.Due(frames_)) {
             progress.Show(frames_, options_.loops == 1 ? capture.Share() : std::nullopt);
@@ -101,12 +107,14 @@ void Engine::PassAll(capture::Reader &capture, Progress &progress) {
     }
 }
 
-void Engine::KeepPace() {
-    if (!pace_.HasLimit()) {
+void Engine::KeepPace(const capture::Frame &frame) {
+    if (!pace_.HasLimit() && !ownTimes_) {
         return;
     }
     const Pace::Clock::time_point now = Pace::Clock::now();
-    if (const Pace::Clock::time_point moment = pace_.Next(now); moment > now) {
+    const Pace::Clock::time_point moment =
+        ownTimes_ ? ownTimes_->Next(now, frame.timeNs) : pace_.Next(now);
+    if (moment > now) {
         forwarding_->Flush();
         SleepUntil(moment);
     }
@@ -156,21 +164,34 @@ standin::Arrival Engine::ArrivalOf(const capture::Frame &frame) const {
             .diagnose = options_.diagnose};
 }
 
-void Engine::Listen(LiveReader &interface) {
-    Measure([&] {
-        while (!Interrupted()) {
-            const std::optional<capture::Frame> frame = interface.Next();
-            if (frame) {
-                Receive(*frame);
-            } else {
-                forwarding_->Flush();
-                interface.Wait(kListenSlice);
-            }
+void Engine::Listen(LiveReaders &interfaces) {
+    Measure([&] { ReceiveFrom(interfaces); });
+    run_.Note(interfaces.Failures());
+    result_.interfaces = interfaces.Counts();
+    result_.tally += interfaces.Done();
+    for (const InterfaceCounts &counts : result_.interfaces) {
+        if (counts.dropped > 0) {
+            run_.Note({"--listen " + counts.interface + ": " + std::to_string(counts.dropped) +
+                       " frames came faster than they could be received"});
         }
-    });
-    if (const uint64_t lost = interface.Lost(); lost > 0) {
-        run_.Note({"--listen " + options_.interface + ": " + std::to_string(lost) +
-                   " frames came faster than they could be received"});
+    }
+}
+
+void Engine::ReceiveFrom(LiveReaders &interfaces) {
+    const capture::FrameRanges &wanted = options_.selection.frames;
+    for (uint64_t last = 0; !Interrupted() && interfaces.AnyLeft() && last < wanted.Last();) {
+        const std::optional<capture::Frame> frame = interfaces.Next();
+        if (!frame) {
+            forwarding_->Flush();
+            interfaces.Wait(kListenSlice);
+            continue;
+        }
+        last = frame->number;
+        if (wanted.Contain(last)) {
+            Receive(*frame);
+        } else {
+            ++result_.tally.passedOver;
+        }
     }
 }
 

@@ -51,9 +51,9 @@ class Engine {
     // standard output that goes away ends it.
     void Explain(capture::Reader &capture);
 
-    // Receives frames from an interface until it is interrupted. An interface that goes away is
-    // told in the result.
-    void Listen(LiveReader &interface);
+    // Receives frames from interfaces until it is interrupted, or has received all that are
+    // selected. An interface that goes away is told in the result, and the others go on.
+    void Listen(LiveReaders &interfaces);
 
     // What is known while frames come in. Callable from any thread, once the engine has started.
     State StateNow() const;
@@ -78,7 +78,8 @@ class Engine {
     void ReplayOnce(capture::Reader &capture, Progress &progress);
     void PassAll(capture::Reader &capture, Progress &progress);
     void Receive(const capture::Frame &frame);
-    void KeepPace();
+    void KeepPace(const capture::Frame &frame);
+    void ReceiveFrom(LiveReaders &interfaces);
     bool HasRoomFor(const capture::Frame &frame);
     void Print(const capture::Frame &frame, const Explanation &explanation) const;
     standin::Arrival ArrivalOf(const capture::Frame &frame) const;
@@ -87,6 +88,7 @@ class Engine {
     const Options &options_;
     const OutputDirectory &out_;
     Pace pace_;
+    std::optional<OwnTimes> ownTimes_;  // that are kept instead
     std::atomic<uint64_t> frames_{0};
     std::atomic<uint64_t> received_{0};  // of these
     standin::MbufPool pool_;

@@ -27,12 +27,9 @@ ExitStatus Run(const Options &options) {
     const std::vector<control::Command> later = ReadCommands(options.laterCommandFiles);
     std::optional<capture::Reader> capture;
     if (!options.capture.empty()) {
-        capture.emplace(options.capture);
+        capture.emplace(options.capture, options.selection);
     }
-    std::optional<LiveReader> interface;
-    if (!options.interface.empty()) {
-        interface.emplace(options.interface);
-    }
+    LiveReaders interfaces(options.interfaces, options.listening);
     OutputDirectory out(options.outDirectory, options.capture);
     LineLog log(options.logFile);
     PrepareForFiles();
@@ -56,8 +53,8 @@ ExitStatus Run(const Options &options) {
     } else if (capture) {
         engine.Replay(*capture);
     }
-    if (interface) {
-        engine.Listen(*interface);
+    if (interfaces.AnyLeft()) {
+        engine.Listen(interfaces);
     }
     engine.ExecuteAfter(later);
     if (options.stay) {

@@ -2,6 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <tuple>
 
 #include "capture/reader.h"
 #include "control/command_table.h"
@@ -25,6 +28,8 @@ constexpr const char *kExamples = R"(Examples:
       says step by step where each packet would go, and why
   kes_engine --exec tunnels.txt --serve --listen eth1
       serves live traffic, and clients on the control socket, until it is interrupted
+  kes_engine --exec tunnels.txt --replay day.pcapng.gz --filter 'host 10.64.0.3' --speed 10
+      replays one access point's frames, ten times as fast as they came
   kes_engine --capability WCWP_SPEC_SVC_NUM=3 --workers 4 --replay big.pcapng --report json
       four service instances, four forwarding threads, a report for a program
 
@@ -41,11 +46,18 @@ Frames from an address given with --local go down the transmit path, and are kep
 --cause-id, SOURCE is an IPv4 or IPv6 address, for UDP packets from it, or a MAC address, for all
 frames from it; the first that fits a received frame counts.
 
-The standard input is '-'. Frames of Linux cooked captures (both versions), raw IP and BSD loopback get an
-Ethernet header and are counted; other link layers are refused. Frames that a capture cut short are replayed as what is there of them and
-counted; those longer than a buffer of 65407 bytes are left out and counted. A replay that falls
-behind its --rate catches up: with the frames of a tenth of a second at once, and then at twice the
-rate at most.
+The standard input is '-'. Frames of Linux cooked captures (both versions), raw IP and BSD loopback
+get an Ethernet header and are counted; other link layers are refused. Frames that a capture cut short
+are replayed as what is there of them and counted; those longer than a buffer of 65407 bytes are left
+out and counted.
+
+--frames counts as the capture does, and --filter is compiled for the capture's own link layer; both
+together mean frames that fit both. Where --listen is given, the kernel applies the filter, and what
+has come is counted over all interfaces; the last frame that is meant ends it.
+
+A replay that falls behind its --rate catches up: with the frames of a tenth of a second at once, and
+then at twice the rate at most. With --speed, frames that are due go at once, and times that go
+backward are not waited for: by more than a second, the times begin anew there.
 
 Captures written with --out have times in nanoseconds. With several workers, frames of one flow
 keep their order; those of different flows may change places. Captures that an earlier run left
@@ -62,7 +74,35 @@ struct RawOptions {
     std::string rxPort = "0";
     std::string loops = "1";
     std::string rate;
+    std::optional<std::string> speed;
+    std::optional<std::string> frames;
+    std::optional<std::string> bufferSize;
 };
+
+// Throws UsageError for a text that is not a number above 0.
+double ParseSpeed(const std::string &text) {
+    double speed = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), speed);
+    if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(speed) ||
+        speed <= 0) {
+        throw UsageError("--speed '" + text + "' is not a number above 0, such as 1, 0.5 or 60");
+    }
+    return speed;
+}
+
+// The same for a size with its unit, in bytes.
+uint32_t ParseBufferSize(const std::string &text) {
+    constexpr uint32_t kMost = INT32_MAX;
+    uint64_t size = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), size);
+    const std::string unit(end, text.data() + text.size());
+    const unsigned shift = unit == "KiB" ? 10 : unit == "MiB" ? 20 : 0;
+    if (error != std::errc() || shift == 0 || size == 0 || size > kMost >> shift) {
+        throw UsageError("--buffer-size '" + text +
+                         "' is not a size from 1KiB to 2047MiB, such as 512KiB or 64MiB");
+    }
+    return static_cast<uint32_t>(size << shift);
+}
 
 // Throws UsageError for what would be read again after its end.
 void RefuseSecondReading(const Options &options) {
@@ -82,11 +122,43 @@ void RefuseSecondReading(const Options &options) {
 void RefuseWithoutCapture(const Options &options, const RawOptions &raw) {
     const std::pair<const char *, bool> given[] = {{"--explain", options.explain},
                                                    {"--rate", !raw.rate.empty()},
+                                                   {"--speed", raw.speed.has_value()},
                                                    {"--loop", raw.loops != RawOptions().loops}};
     for (const auto &[option, isGiven] : given) {
         if (isGiven) {
             throw UsageError(std::string(option) + " needs --replay");
         }
+    }
+}
+
+// And for what only an interface can, or what needs frames from somewhere.
+void RefuseWithoutInterface(const Options &options, const RawOptions &raw) {
+    const std::tuple<const char *, bool, bool> given[] = {
+        {"--promiscuous", options.listening.promiscuous, false},
+        {"--buffer-size", raw.bufferSize.has_value(), false},
+        {"--filter", !options.selection.filter.empty(), true},
+        {"--frames", raw.frames.has_value(), true}};
+    for (const auto &[option, isGiven, ofCaptures] : given) {
+        if (isGiven && !(ofCaptures && !options.capture.empty())) {
+            throw UsageError(std::string(option) +
+                             (ofCaptures ? " needs --replay or --listen" : " needs --listen"));
+        }
+    }
+}
+
+void ReadSelection(const RawOptions &raw, Options &options) {
+    if (raw.frames) {
+        options.selection.frames = capture::FrameRanges("--frames", *raw.frames);
+    }
+    if (raw.speed) {
+        if (!raw.rate.empty()) {
+            throw UsageError("--speed '" + *raw.speed + "' goes without --rate '" + raw.rate + "'");
+        }
+        options.speed = ParseSpeed(*raw.speed);
+    }
+    options.listening.filter = options.selection.filter;
+    if (raw.bufferSize) {
+        options.listening.bufferBytes = ParseBufferSize(*raw.bufferSize);
     }
 }
 
@@ -107,16 +179,20 @@ void ReadValues(const RawOptions &raw, Options &options) {
             throw UsageError("--rate '0': at least one frame a second");
         }
     }
-    if (options.capture.empty() && options.interface.empty() && !options.stay) {
+    ReadSelection(raw, options);
+    if (options.capture.empty() && options.interfaces.empty() && !options.stay) {
         throw UsageError("one of --replay, --listen and --serve is required");
     }
     if (options.capture.empty()) {
         RefuseWithoutCapture(options, raw);
     }
+    if (options.interfaces.empty()) {
+        RefuseWithoutInterface(options, raw);
+    }
     if (options.explain && !options.frameRules.local.empty()) {
         throw UsageError("--explain tells of received frames: it goes without --local");
     }
-    if (options.controlPath.empty() && (options.stay || !options.interface.empty())) {
+    if (options.controlPath.empty() && (options.stay || !options.interfaces.empty())) {
         options.controlPath = mund::DefaultSocketPath();
     }
 }
@@ -133,9 +209,28 @@ void Describe(CLI::App &app, CommonCommandLine &line, Options &options, RawOptio
     app.add_option("--rate", raw.rate, "frames a second of a replay")
         ->type_name("PPS")
         ->default_str("as fast as possible");
-    app.add_option("--listen", options.interface,
-                   "receive frames from a network interface, until interrupted")
+    app.add_option("--speed", raw.speed,
+                   "replay at so many times the capture's own times: 1 as they were, 10 ten times "
+                   "as fast; not with --rate")
+        ->type_name("X");
+    app.add_option("--filter", options.selection.filter,
+                   "only frames that match, in libpcap's language (pcap-filter(7))")
+        ->type_name("EXPR");
+    app.add_option("--frames", raw.frames,
+                   "only the frames of these numbers, from 1: 7, 3-9, 100-, -20, or several with "
+                   "commas between")
+        ->type_name("LIST");
+    line.Repeated("--listen", options.interfaces,
+                  "receive frames from a network interface, until interrupted (repeatable, or "
+                  "several with commas between)")
+        ->delimiter(',')
         ->type_name("INTERFACE");
+    app.add_flag("--promiscuous", options.listening.promiscuous,
+                 "listen to frames for others, too");
+    app.add_option("--buffer-size", raw.bufferSize,
+                   "the kernel's buffer for an interface that is listened to, in KiB or MiB")
+        ->type_name("SIZE")
+        ->default_str("16MiB");
     app.add_flag("--serve", options.stay, "stay up for clients, until interrupted");
     app.add_option("--workers", raw.workers, "forwarding threads; a flow stays on one")
         ->type_name("N")

@@ -27,4 +27,28 @@ class Pace {
     Clock::time_point earliest_{};  // that it could have gone
 };
 
+// Keeps a capture's own times, so many times as fast. A frame that is due, or whose time is before
+// that of another one before it, goes at once. Times that go backward by more than a second, as
+// where captures were joined, begin anew there.
+class OwnTimes {
+  public:
+    using Clock = Pace::Clock;
+
+    explicit OwnTimes(double speed) : speed_(speed) {}
+
+    // The next frame goes at once, and others are timed by it.
+    void Begin() {
+        begun_ = false;
+    }
+    // When a frame of a time, in nanoseconds, may go, asked at `now`, once for each.
+    Clock::time_point Next(Clock::time_point now, int64_t timeNs);
+
+  private:
+    const double speed_;
+    bool begun_ = false;
+    Clock::time_point start_{};  // when the first frame went
+    int64_t first_ = 0;          // its time
+    int64_t latest_ = 0;         // of all since
+};
+
 }  // namespace kes_engine

@@ -43,6 +43,15 @@ void PrintTotals(std::ostream &out, const Result &result) {
         row("converted") << std::setw(10) << frames << "  frames of " << linkType
                          << ": they got an Ethernet header\n";
     }
+    if (result.tally.passedOver > 0) {
+        row("passed over") << std::setw(10) << result.tally.passedOver
+                           << "  frames that were not selected\n";
+    }
+    for (const InterfaceCounts &counts : result.interfaces) {
+        row("interface") << std::setw(10) << counts.frames << "  frames of "
+                         << counts.interface << ", " << counts.dropped << " dropped by the kernel, "
+                         << counts.droppedByInterface << " by the interface\n";
+    }
     number("workers", result.workers);
     number("commands", result.commands);
     number("received", result.received);
@@ -132,6 +141,17 @@ Json InstanceToJson(const InstanceReport &report) {
             {"messages", std::move(messages)}};
 }
 
+Json InterfacesToJson(const Result &result) {
+    Json interfaces = Json::array();
+    for (const InterfaceCounts &counts : result.interfaces) {
+        interfaces.push_back({{"name", counts.interface},
+                              {"frames", counts.frames},
+                              {"kernelDrops", counts.dropped},
+                              {"interfaceDrops", counts.droppedByInterface}});
+    }
+    return interfaces;
+}
+
 Json ClassesToJson(const Result &result) {
     return result.counters ? control::PacketCountersToJson(*result.counters) : Json();
 }
@@ -218,6 +238,8 @@ std::string JsonReport(const Result &result) {
                          {"cutShort", result.cutShort},
                          {"oversize", result.oversize},
                          {"converted", Json(result.tally.converted)},
+                         {"passedOver", result.tally.passedOver},
+                         {"interfaces", InterfacesToJson(result)},
                          {"received", result.received},
                          {"returned", result.fates.returned},
                          {"taken", result.fates.taken},

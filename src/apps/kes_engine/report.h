@@ -9,6 +9,7 @@
 
 #include "capture/reader.h"
 #include "fates.h"
+#include "interface_counts.h"
 #include "module_statistics.h"
 #include "service_instances.h"
 #include "standin/runtime.h"
@@ -18,19 +19,20 @@ namespace kes_engine {
 struct Result {
     std::string capture;
     uint32_t workers = 0;
-    bool served = false;                     // clients may have reset the module's counters
-    size_t commands = 0;                     // control commands run
-    double seconds = 0;                      // from the first frame to the last one's fate
-    uint64_t frames = 0;                     // counted where they come in
-    uint64_t received = 0;                   // of these; the others are transmitted
-    uint64_t cutShort = 0;                   // of these, by the capture
-    uint64_t oversize = 0;                   // besides these: too long for a buffer, and left out
-    capture::Tally tally;                    // of the captures that were read
-    uint64_t lostLogLines = 0;               // that could not be written
-    Fates fates;                             // counted by the forwarding threads
-    std::vector<InstanceReport> instances;   // counted by the instances
-    std::optional<PacketCounters> counters;  // of the module, if it offers any: the replay's
-    std::optional<MundDropWatch> dropWatch;  // of the module, if it has one
+    bool served = false;                      // clients may have reset the module's counters
+    size_t commands = 0;                      // control commands run
+    double seconds = 0;                       // from the first frame to the last one's fate
+    uint64_t frames = 0;                      // counted where they come in
+    uint64_t received = 0;                    // of these; the others are transmitted
+    uint64_t cutShort = 0;                    // of these, by the capture
+    uint64_t oversize = 0;                    // besides these: too long for a buffer, and left out
+    capture::Tally tally;                     // of what frames came from
+    std::vector<InterfaceCounts> interfaces;  // that were listened to
+    uint64_t lostLogLines = 0;                // that could not be written
+    Fates fates;                              // counted by the forwarding threads
+    std::vector<InstanceReport> instances;    // counted by the instances
+    std::optional<PacketCounters> counters;   // of the module, if it offers any: the replay's
+    std::optional<MundDropWatch> dropWatch;   // of the module, if it has one
     standin::AlarmCounts alarms;
     std::vector<std::string> leftovers;  // what the module left behind
     std::vector<std::string> failures;   // what went wrong otherwise, one line each
@@ -51,7 +53,9 @@ struct Result {
 std::string TextReport(const Result &result);
 
 // For programs: one object, with "frames", "cutShort", "oversize" (besides the frames),
-// "converted" {link type: frames that got an Ethernet header}, "received", "returned", "taken",
+// "converted" {link type: frames that got an Ethernet header}, "passedOver" (not selected),
+// "interfaces"
+// [{"name", "frames", "kernelDrops", "interfaceDrops"}], "received", "returned", "taken",
 // "undelivered", "transmitted", "conserved", "ok", "instances"
 // [{"instance", "cwp", "wapi", "messages" {words: packets}}], "classes" [{"class", COUNTER:
 // packets}], "contradictions" [text], "drops" {the drop watch as control::DropWatchToJson says

@@ -65,10 +65,14 @@ constexpr OwnCommand kOwnCommands[] = {
      .render = RenderInspected},
     {.text =
          {.name = "explain",
-          .usage = "--capture FILE [--frame N] [--rx-port N] [--vrf N] [--cause N]",
+          .usage = "--capture FILE [--frame N] [--frames LIST] [--filter EXPR] [--rx-port N] "
+                   "[--vrf N] [--cause N]",
           .help =
               "Tell step by step what the module would do with the frames of a capture, or with "
-              "the N-th of them, from 1, and why. Nothing is sent and nothing counted. --rx-port, "
+              "the N-th of them, from 1, and why. --frames has several: 7, 3-9, 100-, -20, with "
+              "commas between; --filter those that match an expression of libpcap "
+              "(pcap-filter(7)). "
+              "Nothing is sent and nothing counted. --rx-port, "
               "--vrf and --cause, 0 if not given, are how the frames come in. With --json, an "
               "object a frame.",
           .example = "--capture session.pcap --frame 3 --rx-port 7"},

@@ -51,43 +51,49 @@ void PrintObject(const Frame &frame, const ordered_json &answer) {
     std::cout << control::JsonLine(object) << '\n';
 }
 
-std::unique_ptr<capture::Reader> Open(const std::string &path) {
-    try {
-        return std::make_unique<capture::Reader>(path);
-    } catch (const capture::Error &error) {
-        throw control::InputError("--capture: " + std::string(error.what()));
+capture::Selection SelectionOf(const control::Arguments &arguments) {
+    const std::string *frame = arguments.Find("--frame"), *frames = arguments.Find("--frames");
+    if (frame != nullptr && frames != nullptr) {
+        throw control::InputError("--frame '" + *frame + "' goes without --frames '" + *frames +
+                                  "'");
     }
+    capture::Selection selection;
+    if (const std::string *filter = arguments.Find("--filter")) {
+        selection.filter = *filter;
+    }
+    if (frame != nullptr || frames != nullptr) {
+        selection.frames = frame != nullptr ? capture::FrameRanges("--frame", *frame)
+                                            : capture::FrameRanges("--frames", *frames);
+    }
+    return selection;
+}
+
+// What is wrong with another option names it.
+control::InputError ComplaintOf(const capture::Error &error) {
+    const std::string what = error.what();
+    return control::InputError((what.starts_with("--") ? "" : "--capture: ") + what);
 }
 
 }  // namespace
 
 ExitStatus ExplainCapture(Client &client, const control::Arguments &arguments) {
     const std::string &path = arguments["--capture"];
-    const uint32_t wanted = NumberOrZero(arguments, "--frame");
     const MundWireExplainReq arrival = {
         .rxPort = NumberOrZero(arguments, "--rx-port"),
         .vrf = NumberOrZero(arguments, "--vrf"),
         .causeAction = NumberOrZero(arguments, "--cause", UINT16_MAX),
         .reserved = 0};
-    if (wanted == 0 && arguments.Find("--frame") != nullptr) {
-        throw control::InputError("--frame '0': frames are counted from 1");
-    }
-    const std::unique_ptr<capture::Reader> frames = Open(path);
-    uint64_t last = 0;
-    while (const std::optional<Frame> frame = frames->Next()) {
-        last = frame->number;
-        if (wanted != 0 && last != wanted) {
-            continue;
+    try {
+        capture::Reader frames(path, SelectionOf(arguments));
+        while (const std::optional<Frame> frame = frames.Next()) {
+            const ordered_json answer = client.Engine().Explain(arrival, frame->bytes);
+            client.Json() ? PrintObject(*frame, answer) : PrintSteps(*frame, answer);
+            if (!std::cout.flush()) {
+                break;
+            }
         }
-        const ordered_json answer = client.Engine().Explain(arrival, frame->bytes);
-        client.Json() ? PrintObject(*frame, answer) : PrintSteps(*frame, answer);
-        if (last == wanted || !std::cout.flush()) {
-            return kOk;
-        }
-    }
-    if (wanted != 0) {
-        throw control::InputError("--frame '" + std::to_string(wanted) + "': '" + path + "' has " +
-                                  std::to_string(last) + " frames");
+    } catch (const capture::Error &error) {
+        throw ComplaintOf(error);
     }
     return kOk;
 }
