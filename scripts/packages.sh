@@ -1,7 +1,8 @@
 # Sourced by the other scripts: what the project needs of the distribution, and how it gets there.
 
-build_packages=(g++ cmake ninja-build pkg-config libpcap-dev zlib1g-dev libcli11-dev nlohmann-json3-dev)
-test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils tshark iproute2 python3)
+build_packages=(g++ cmake ninja-build pkg-config libpcap-dev zlib1g-dev libcli11-dev nlohmann-json3-dev
+    libmicrohttpd-dev)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils tshark iproute2 python3 prometheus)
 bench_packages=(libbenchmark-dev libdpdk-dev tcpdump)
 lint_packages=(clang-format clang-tidy)
 fuzz_packages=(clang llvm)

@@ -86,11 +86,6 @@ Bytes Connection::Object(std::string_view name, std::optional<uint32_t> slot) {
     return BytesFrom(bytes, size);
 }
 
-void Connection::ReadObject(std::string_view name, std::span<uint8_t> layout) {
-    Check(LyrClientReadObject(client_.get(), std::string(name).c_str(), layout.data(),
-                              layout.size()));
-}
-
 nlohmann::ordered_json Connection::Explain(const MundWireExplainReq &arrival,
                                            std::span<const uint8_t> frame) {
     const char *text = nullptr;

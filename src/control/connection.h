@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-#include "control/caller.h"
+#include "control/engine_view.h"
 #include "lyr/client.h"
 
 namespace control {
@@ -22,13 +22,7 @@ class NoEngine : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// The engine refuses a request, and says why.
-class Refused : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
-
-class Connection {
+class Connection : public EngineView {
   public:
     // Throws NoEngine, which names the path and the reason, and InputError for a path that no
     // socket can have. The engine has to be of the same user.
@@ -36,16 +30,12 @@ class Connection {
 
     // Runs one operation; what Execute calls. Throws NoEngine, also when an answer takes longer
     // than 30 seconds.
-    Answer Call(MundOperation operation, std::span<const uint8_t> request);
+    Answer Call(MundOperation operation, std::span<const uint8_t> request) override;
 
     // The reply to a request of any other code. It and the next ones throw NoEngine and Refused.
     Bytes Ask(uint16_t code, std::span<const uint8_t> payload);
-    // The engine's state.
-    nlohmann::ordered_json State();
-    // The bytes of an exported object, or of the block that one of its pointers points at.
-    Bytes Object(std::string_view name, std::optional<uint32_t> slot = std::nullopt);
-    // Reads an object of a layout's size; Refused for one of another.
-    void ReadObject(std::string_view name, std::span<uint8_t> layout);
+    nlohmann::ordered_json State() override;
+    Bytes Object(std::string_view name, std::optional<uint32_t> slot = std::nullopt) override;
     // What the module would do with a packet.
     nlohmann::ordered_json Explain(const MundWireExplainReq &arrival,
                                    std::span<const uint8_t> frame);

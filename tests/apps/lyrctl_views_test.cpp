@@ -97,10 +97,10 @@ TEST_F(LyrctlViews, MetricsAreInTheExpositionFormat) {
          R"(lyr_host_drop_alarm_raised 1)", R"(lyr_host_table_entries{table="ipv4"} 300)",
          R"(lyr_host_sources 2)", R"(lyr_host_service_instances 2)",
          R"(lyr_host_ping_packets_total{point="rx_in"} 8589934592)",
-         R"(lyr_host_message_type_handoffs_total{message_type="Echo Response",instance="1",result="send_failed"} 40)",
+         R"(lyr_host_message_type_handoffs_total{message_type="Echo Response",service_instance="1",result="send_failed"} 40)",
          R"(lyr_host_memory_blocks{function="a\"b\\c"} 1)",
          R"(lyr_engine_packets_total{fate="undelivered"} 100)",
-         R"(lyr_engine_instance_packets_total{instance="3",type="wapi"} 2)"}) {
+         R"(lyr_engine_instance_packets_total{service_instance="3",type="wapi"} 2)"}) {
         EXPECT_THAT(run.out, HasSubstr(std::string("\n") + line + "\n"));
     }
 }

@@ -93,6 +93,9 @@ CommonCommandLine::CommonCommandLine(CLI::App &app, CommonOptions &options,
             return path.empty() ? "the path of the control socket is empty" : "";
         })
         ->default_str(mund::DefaultSocketPath());
+    app.add_option("--metrics", options.metricsPlace,
+                   "serve metrics for Prometheus over HTTP; on loopback without an address")
+        ->type_name("[ADDRESS:]PORT");
     app.add_option("--vrf", vrf_, "VRF in which the frames arrive")
         ->type_name("N")
         ->capture_default_str();

@@ -18,6 +18,7 @@ struct CommonOptions {
     std::vector<std::string> commandFiles;                    // run before any packet
     std::vector<std::string> laterCommandFiles;               // and after the last
     std::string controlPath;                                  // of the control socket; empty: none
+    std::string metricsPlace;                                 // to serve metrics at; empty: none
     uint32_t vrf = 0;
     FrameRules frameRules;
     bool diagnose = false;

@@ -115,6 +115,8 @@ mund::WireReply Settle() {
     return reply;
 }
 
+}  // namespace
+
 std::map<uint16_t, mund::WireHandler> HandlersOf(const standin::Module &module,
                                                  const std::function<State()> &stateNow) {
     std::map<uint16_t, mund::WireHandler> handlers;
@@ -143,8 +145,6 @@ std::map<uint16_t, mund::WireHandler> HandlersOf(const standin::Module &module,
     };
     return handlers;
 }
-
-}  // namespace
 
 ControlService::ControlService(const std::string &path, const standin::Module &module,
                                const std::function<State()> &stateNow, LineLog &log)

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <string>
 
 #include "mund/server.h"
@@ -11,6 +12,11 @@
 namespace kes_engine {
 
 class LineLog;
+
+// Answers to what clients ask besides the module's operations. The module outlives them, and is
+// started while they are called; `stateNow` is called by them.
+std::map<uint16_t, mund::WireHandler> HandlersOf(const standin::Module &module,
+                                                 const std::function<State()> &stateNow);
 
 class ControlService {
   public:

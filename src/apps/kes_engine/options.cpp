@@ -30,6 +30,8 @@ constexpr const char *kExamples = R"(Examples:
       serves live traffic, and clients on the control socket, until it is interrupted
   kes_engine --exec tunnels.txt --replay day.pcapng.gz --filter 'host 10.64.0.3' --speed 10
       replays one access point's frames, ten times as fast as they came
+  kes_engine --exec tunnels.txt --listen eth1 --metrics 9275
+      and metrics on http://127.0.0.1:9275/metrics
   kes_engine --capability WCWP_SPEC_SVC_NUM=3 --workers 4 --replay big.pcapng --report json
       four service instances, four forwarding threads, a report for a program
 

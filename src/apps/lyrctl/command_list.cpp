@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "control/command_table.h"
+#include "control/metrics.h"
 #include "own_commands.h"
 
 namespace lyrctl {
@@ -90,8 +91,9 @@ constexpr OwnCommand kOwnCommands[] = {
               .usage = "",
               .help = "Print all counters in the text format of Prometheus.",
               .example = "> /var/lib/node_exporter/lyr_host.prom"},
-     .read = ReadMetrics,
-     .render = RenderMetrics},
+     .read = [](Client &client,
+                const control::Arguments &) { return control::ReadMetrics(client.Engine()); },
+     .render = control::RenderMetrics},
 };
 
 std::vector<const control::CommandText *> AllTexts() {

@@ -6,7 +6,7 @@
 #include "command_list.h"
 #include "control/command.h"
 #include "control/json_line.h"
-#include "module_object.h"
+#include "control/module_object.h"
 #include "mund/module_objects.h"
 #include "options.h"
 #include "standard_output.h"

@@ -18,8 +18,6 @@ ordered_json ReadChannels(Client &client, const control::Arguments &arguments);
 std::string RenderChannels(const ordered_json &reply);
 ordered_json ReadInspected(Client &client, const control::Arguments &arguments);
 std::string RenderInspected(const ordered_json &reply);
-ordered_json ReadMetrics(Client &client, const control::Arguments &arguments);
-std::string RenderMetrics(const ordered_json &reply);
 
 ExitStatus FollowTrace(Client &client, const control::Arguments &arguments);
 ExitStatus ExplainCapture(Client &client, const control::Arguments &arguments);

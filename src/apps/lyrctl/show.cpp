@@ -3,9 +3,9 @@
 #include <array>
 
 #include "control/counters.h"
+#include "control/module_object.h"
 #include "control/record_table.h"
 #include "control/values.h"
-#include "module_object.h"
 #include "object_format.h"
 #include "own_commands.h"
 

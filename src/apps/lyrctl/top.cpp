@@ -6,14 +6,16 @@
 
 #include "control/input_error.h"
 #include "control/json_line.h"
+#include "control/reading.h"
 #include "own_commands.h"
-#include "reading.h"
 #include "terminal.h"
 #include "top_view.h"
 
 namespace lyrctl {
 namespace {
 
+using control::Reading;
+using control::TakeReading;
 using std::chrono::steady_clock;
 
 constexpr auto kPeriod = std::chrono::seconds(1);
@@ -21,12 +23,12 @@ constexpr auto kPeriod = std::chrono::seconds(1);
 // The reading a period after an earlier one.
 Reading NextReading(Client &client, const Reading &earlier) {
     std::this_thread::sleep_until(earlier.when + kPeriod);
-    return TakeReading(client);
+    return TakeReading(client.Engine());
 }
 
 // Plain text, as wide and as long as it is.
 ExitStatus PrintOnce(Client &client) {
-    const Reading earlier = TakeReading(client);
+    const Reading earlier = TakeReading(client.Engine());
     const Reading later = NextReading(client, earlier);
     for (const Line &line : TopLines(earlier, later, kUnlimited, kUnlimited)) {
         std::cout << line.text << '\n';
@@ -35,7 +37,7 @@ ExitStatus PrintOnce(Client &client) {
 }
 
 ExitStatus PrintJson(Client &client, bool once) {
-    Reading earlier = TakeReading(client);
+    Reading earlier = TakeReading(client.Engine());
     do {
         Reading later = NextReading(client, earlier);
         std::cout << control::JsonLine(TopJson(earlier, later)) << std::endl;
@@ -66,7 +68,7 @@ bool WaitUntil(Terminal &terminal, steady_clock::time_point moment,
 }
 
 ExitStatus ShowLive(Client &client) {
-    Reading earlier = TakeReading(client);
+    Reading earlier = TakeReading(client.Engine());
     Reading later = earlier;
     Terminal terminal;
     const auto draw = [&] {
@@ -78,7 +80,7 @@ ExitStatus ShowLive(Client &client) {
         if (!WaitUntil(terminal, later.when + kPeriod, draw)) {
             return kOk;
         }
-        Reading next = TakeReading(client);
+        Reading next = TakeReading(client.Engine());
         earlier = std::move(later);
         later = std::move(next);
     }

@@ -14,12 +14,14 @@
 namespace lyrctl {
 namespace {
 
+using control::InstancePackets;
 using control::kPacketClassWords;
 using control::kPacketCounters;
 using control::PacketCounter;
+using control::TableFill;
 
 #define WORDS(name, words) words,
-constexpr const char *kFates[] = {LYRCTL_FATES(WORDS)};
+constexpr const char *kFates[] = {CONTROL_FATES(WORDS)};
 #undef WORDS
 constexpr size_t kFateNum = std::size(kFates);
 
@@ -41,7 +43,7 @@ __attribute__((format(printf, 1, 2))) std::string Format(const char *format, ...
 
 uint64_t FateOf(const Reading &reading, size_t fate) {
 #define FATE(name, words) reading.name,
-    const uint64_t counts[] = {LYRCTL_FATES(FATE)};
+    const uint64_t counts[] = {CONTROL_FATES(FATE)};
 #undef FATE
     return counts[fate];
 }

@@ -4,9 +4,12 @@
 #include <string>
 #include <vector>
 
-#include "reading.h"
+#include "control/reading.h"
 
 namespace lyrctl {
+
+using control::Reading;
+using nlohmann::ordered_json;
 
 enum class Emphasis { kNone, kTitle, kHeading, kAlarm };
 

@@ -56,6 +56,10 @@ class Descriptor {
     bool Open() const {
         return number_ >= 0;
     }
+    // Leaves it to another owner.
+    int Release() {
+        return std::exchange(number_, -1);
+    }
 
   private:
     int number_ = -1;

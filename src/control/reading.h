@@ -7,13 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "client.h"
+#include "control/engine_view.h"
 #include "mund/module_objects.h"
 
-namespace lyrctl {
+namespace control {
 
 // What becomes of packets: X(name, words). A name is the key in the engine's state.
-#define LYRCTL_FATES(X)           \
+#define CONTROL_FATES(X)          \
     X(taken, "taken")             \
     X(undelivered, "undelivered") \
     X(returned, "returned")       \
@@ -37,10 +37,10 @@ struct InstancePackets {
 
 struct Reading {
     std::chrono::steady_clock::time_point when;
-    ordered_json state;  // the engine's
+    nlohmann::ordered_json state;  // the engine's
     uint64_t received;
 #define FATE(name, words) uint64_t name;
-    LYRCTL_FATES(FATE)
+    CONTROL_FATES(FATE)
 #undef FATE
     std::vector<InstancePackets> instances;
     std::array<LyrKesPktStat, LYR_KES_PKT_STAT_ROW_NUM> classes;
@@ -48,7 +48,7 @@ struct Reading {
     std::vector<TableFill> tables;  // none of a module that the engine cannot ask
 };
 
-// Throws control::NoEngine and control::Refused.
-Reading TakeReading(Client &client);
+// Throws what the engine throws, and Refused for what is not understood.
+Reading TakeReading(EngineView &engine);
 
-}  // namespace lyrctl
+}  // namespace control

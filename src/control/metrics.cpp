@@ -1,4 +1,5 @@
-// metrics: all counters in the text exposition format of Prometheus.
+#include "control/metrics.h"
+
 #include <algorithm>
 #include <string>
 #include <string_view>
@@ -6,19 +7,17 @@
 
 #include "capwap/message_type.h"
 #include "control/counters.h"
+#include "control/module_object.h"
+#include "control/reading.h"
 #include "control/values.h"
-#include "module_object.h"
-#include "object_format.h"
-#include "own_commands.h"
-#include "reading.h"
 
-namespace lyrctl {
+namespace control {
 namespace {
 
-using control::IdentifierOf;
-using control::kHookPointWords;
-using control::kPacketClassWords;
-using control::kPacketTypeWords;
+using nlohmann::ordered_json;
+
+// Prometheus gives "instance" to every sample itself.
+constexpr const char *kInstanceLabel = "service_instance";
 
 // Families of samples, in the order in which they are begun.
 class Metrics {
@@ -26,7 +25,7 @@ class Metrics {
     Metrics &Counter(const char *name, const char *help) {
         return Family(name, "counter", help);
     }
-    Metrics &Counter(const control::MetricFamily &family) {
+    Metrics &Counter(const MetricFamily &family) {
         return Counter(family.name, family.help);
     }
     Metrics &Gauge(const char *name, const char *help) {
@@ -55,10 +54,10 @@ class Metrics {
     ordered_json families_ = ordered_json::array();
 };
 
-void AddFamily(Metrics &metrics, const Reading &reading, const control::MetricFamily &family) {
+void AddFamily(Metrics &metrics, const Reading &reading, const MetricFamily &family) {
     metrics.Counter(family);
     for (size_t i = 0; i < reading.classes.size(); ++i) {
-        for (const control::PacketCounter &counter : control::kPacketCounters) {
+        for (const PacketCounter &counter : kPacketCounters) {
             if (&counter.metric != &family) {
                 continue;
             }
@@ -72,12 +71,12 @@ void AddFamily(Metrics &metrics, const Reading &reading, const control::MetricFa
 }
 
 void AddClasses(Metrics &metrics, const Reading &reading) {
-    AddFamily(metrics, reading, control::kPacketsReceived);
-    AddFamily(metrics, reading, control::kPacketResults);
-    AddFamily(metrics, reading, control::kPacketFailures);
+    AddFamily(metrics, reading, kPacketsReceived);
+    AddFamily(metrics, reading, kPacketResults);
+    AddFamily(metrics, reading, kPacketFailures);
 }
 
-void AddHandOffs(Metrics &metrics, control::Connection &engine) {
+void AddHandOffs(Metrics &metrics, EngineView &engine) {
     using Counts = std::array<uint32_t, MUND_PACKET_TYPE_NUM>;
     const auto handedOver = ReadObject<Counts>(engine, MUND_OBJECT_HANDED_OVER);
     const auto failed = ReadObject<Counts>(engine, MUND_OBJECT_HAND_OFF_FAILED);
@@ -98,7 +97,7 @@ void AddDropWatch(Metrics &metrics, const MundDropWatch &watch) {
     metrics.Gauge("lyr_host_drop_alarm_raised", "1 while the alarm for dropped packets is raised.")
         .Sample(watch.alarmRaised);
     metrics.Gauge("lyr_host_drop_watch_open", "1 while drops are watched.").Sample(open);
-    for (const control::DropNumber &number : control::kDropNumbers) {
+    for (const DropNumber &number : kDropNumbers) {
         metrics.Gauge(number.metric.name, number.metric.help).Sample(watch.*number.value);
     }
 }
@@ -114,7 +113,7 @@ void AddTables(Metrics &metrics, const Reading &reading) {
     }
 }
 
-void AddConfiguration(Metrics &metrics, control::Connection &engine) {
+void AddConfiguration(Metrics &metrics, EngineView &engine) {
     using Sources = std::array<MundSourceRecord, LYR_KES_CWP_SRC_NUM>;
     const auto sources = ReadObject<Sources>(engine, MUND_OBJECT_SOURCES);
     const auto free =
@@ -129,9 +128,9 @@ void AddConfiguration(Metrics &metrics, control::Connection &engine) {
         .Sample(ReadObject<MundTraceConfig>(engine, MUND_OBJECT_TRACE).enable);
 }
 
-void AddPings(Metrics &metrics, control::Connection &engine) {
+void AddPings(Metrics &metrics, EngineView &engine) {
     const auto ping = ReadObject<MundPingStat>(engine, MUND_OBJECT_PING);
-    for (const control::PingCounter &counter : control::kPingCounters) {
+    for (const PingCounter &counter : kPingCounters) {
         metrics.Counter(counter.metric);
         for (size_t i = 0; i < std::size(kHookPointWords); ++i) {
             metrics.Sample({{"point", IdentifierOf(kHookPointWords[i])}},
@@ -147,19 +146,19 @@ std::string MessageLabel(uint32_t type) {
 
 // The arrays are read through the object's pointers: the operation cannot tell of more than 32
 // instances.
-void AddMessageTypes(Metrics &metrics, control::Connection &engine) {
+void AddMessageTypes(Metrics &metrics, EngineView &engine) {
     const auto stat = ReadObject<MundMsgTypeStat>(engine, MUND_OBJECT_MSG_TYPE);
     if (stat.statMsgType == LYR_KES_MSG_TYPE_OFF) {
         return;
     }
-    metrics.Counter(control::kMsgTypeHandOffs);
-    for (const control::MsgTypeCounter &counter : control::kMsgTypeCounters) {
+    metrics.Counter(kMsgTypeHandOffs);
+    for (const MsgTypeCounter &counter : kMsgTypeCounters) {
         const auto counts = ReadArray<uint32_t>(
             engine, MUND_OBJECT_MSG_TYPE, static_cast<uint32_t>(counter.offset / sizeof(uint64_t)));
         for (size_t i = 0; i < counts.size(); ++i) {
             metrics.Sample({{"message_type", MessageLabel(stat.statMsgType + counter.above)},
-                            {"instance", std::to_string(i)},
-                            {control::kMsgTypeHandOffs.label, counter.result}},
+                            {kInstanceLabel, std::to_string(i)},
+                            {kMsgTypeHandOffs.label, counter.result}},
                            counts[i]);
         }
     }
@@ -183,14 +182,14 @@ void AddEngine(Metrics &metrics, const Reading &reading) {
         .Sample(reading.received);
     metrics.Counter("lyr_engine_packets_total", "Packets of the engine by their fate.");
 #define FATE(name, words) metrics.Sample({{"fate", words}}, reading.name);
-    LYRCTL_FATES(FATE)
+    CONTROL_FATES(FATE)
 #undef FATE
     metrics.Counter("lyr_engine_instance_packets_total",
                     "Packets that service instances have got.");
     for (const InstancePackets &packets : reading.instances) {
         const std::string instance = std::to_string(packets.instance);
-        metrics.Sample({{"instance", instance}, {"type", "cwp"}}, packets.cwp)
-            .Sample({{"instance", instance}, {"type", "wapi"}}, packets.wapi);
+        metrics.Sample({{kInstanceLabel, instance}, {"type", "cwp"}}, packets.cwp)
+            .Sample({{kInstanceLabel, instance}, {"type", "wapi"}}, packets.wapi);
     }
 }
 
@@ -215,9 +214,8 @@ std::string LabelText(const ordered_json &labels) {
 
 }  // namespace
 
-ordered_json ReadMetrics(Client &client, const control::Arguments &) {
-    const Reading reading = TakeReading(client);
-    control::Connection &engine = client.Engine();
+ordered_json ReadMetrics(EngineView &engine) {
+    const Reading reading = TakeReading(engine);
     Metrics metrics;
     AddClasses(metrics, reading);
     AddHandOffs(metrics, engine);
@@ -246,4 +244,4 @@ std::string RenderMetrics(const ordered_json &reply) {
     return text;
 }
 
-}  // namespace lyrctl
+}  // namespace control

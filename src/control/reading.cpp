@@ -1,18 +1,20 @@
-#include "reading.h"
+#include "control/reading.h"
 
 #include "control/command.h"
 #include "control/counters.h"
-#include "module_object.h"
+#include "control/module_object.h"
 
-namespace lyrctl {
+namespace control {
 namespace {
+
+using nlohmann::ordered_json;
 
 // What the rest of the program relies on is checked here, once.
 void ReadState(Reading &reading) {
     const ordered_json &state = reading.state;
     reading.received = state.at("received");
 #define FATE(name, words) reading.name = state.at(#name);
-    LYRCTL_FATES(FATE)
+    CONTROL_FATES(FATE)
 #undef FATE
     for (const ordered_json &instance : state.at("instances")) {
         reading.instances.push_back({.instance = instance.at("instance"),
@@ -26,15 +28,18 @@ void ReadState(Reading &reading) {
     }
 }
 
-void ReadClasses(Reading &reading, Client &client) {
+void ReadClasses(Reading &reading, EngineView &engine) {
     const std::string words[] = {"stats", "show"};
-    const control::Outcome outcome = control::Execute(control::ParseWords(words), client.Caller());
+    const Outcome outcome = Execute(
+        ParseWords(words), [&engine](MundOperation operation, std::span<const uint8_t> request) {
+            return engine.Call(operation, request);
+        });
     if (!outcome.Ok()) {
-        throw control::Refused("the packet counters cannot be read: " + outcome.Meaning());
+        throw Refused("the packet counters cannot be read: " + outcome.Meaning());
     }
     for (size_t i = 0; i < reading.classes.size(); ++i) {
         const ordered_json &counters = outcome.reply["classes"][i];
-        for (const control::PacketCounter &counter : control::kPacketCounters) {
+        for (const PacketCounter &counter : kPacketCounters) {
             reading.classes[i].*counter.value = counters[counter.name];
         }
     }
@@ -42,20 +47,18 @@ void ReadClasses(Reading &reading, Client &client) {
 
 }  // namespace
 
-Reading TakeReading(Client &client) {
-    control::Connection &engine = client.Engine();
+Reading TakeReading(EngineView &engine) {
     Reading reading = {};
     reading.when = std::chrono::steady_clock::now();
     reading.state = engine.State();
     try {
         ReadState(reading);
     } catch (const ordered_json::exception &error) {
-        throw control::Refused("the engine's state is not understood: " +
-                               std::string(error.what()));
+        throw Refused("the engine's state is not understood: " + std::string(error.what()));
     }
-    ReadClasses(reading, client);
+    ReadClasses(reading, engine);
     reading.drops = ReadObject<MundDropWatch>(engine, MUND_OBJECT_DROP_WATCH);
     return reading;
 }
 
-}  // namespace lyrctl
+}  // namespace control

@@ -1,0 +1,33 @@
+// What can be read of an engine: through its control socket, or from inside.
+#pragma once
+
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <span>
+#include <stdexcept>
+#include <string_view>
+
+#include "control/caller.h"
+
+namespace control {
+
+// The engine refuses a request, and says why.
+class Refused : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+class EngineView {
+  public:
+    virtual ~EngineView() = default;
+
+    // Runs one operation of the module; what Execute calls.
+    virtual Answer Call(MundOperation operation, std::span<const uint8_t> request) = 0;
+    // The engine's state. These throw Refused.
+    virtual nlohmann::ordered_json State() = 0;
+    // The bytes of an exported object, or of the block that one of its pointers points at.
+    virtual Bytes Object(std::string_view name, std::optional<uint32_t> slot = std::nullopt) = 0;
+};
+
+}  // namespace control
