@@ -3,7 +3,8 @@
 build_packages=(g++ cmake ninja-build pkg-config libpcap-dev zlib1g-dev libcli11-dev nlohmann-json3-dev
     libmicrohttpd-dev)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils tshark iproute2 python3 prometheus)
-bench_packages=(libbenchmark-dev libdpdk-dev tcpdump)
+bench_packages=(libbenchmark-dev libdpdk-dev dpdk-dev tcpdump)
+live_packages=(libdpdk-dev iproute2 tcpdump tshark python3)
 lint_packages=(clang-format clang-tidy)
 fuzz_packages=(clang llvm)
 model_packages=(spin gcc libc6-dev)

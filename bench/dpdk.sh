@@ -1,0 +1,96 @@
+#!/usr/bin/env bash
+# Compares kes_dpdk with DPDK's own forwarder on the same input: frames that a net_pcap port gives over
+# and over, on one forwarding lcore. kes_dpdk passes them through the module's whole receive path to an
+# instance whose port discards what it gets; dpdk-testpmd swaps addresses and ports and sends
+# (5tswap), or only receives (rxonly). In turns; prints tables in Markdown, millions of packets a
+# second.
+# Usage: bench/dpdk.sh BUILD_DIR [TURNS [SECONDS]]   (5 turns of 3 seconds)
+set -euo pipefail
+bin=$(realpath "${1:?usage: bench/dpdk.sh BUILD_DIR [TURNS [SECONDS]]}")/bin
+turns=${2:-5} seconds=${3:-3}
+for program in dpdk-testpmd tcpdump python3; do
+    command -v $program >/dev/null ||
+        { echo "dpdk.sh: no $program (Debian packages dpdk-dev, tcpdump, python3)" >&2; exit 1; }
+done
+[ -x "$bin/kes_dpdk" ] || { echo "dpdk.sh: $bin has no kes_dpdk" >&2; exit 1; }
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+controller=10.0.0.1
+frames=30000 # all of them are held in memory
+
+environment() { # environment LCORES INPUT
+    echo "--lcores $1 --no-huge -m 1024 --no-pci --no-telemetry --file-prefix bench$$" \
+        "--vdev net_pcap0,rx_pcap=$2,infinite_rx=1"
+}
+
+# make_input NAME ACCESS-POINTS MIX: what access points send to the controller, and the commands.
+make_input() {
+    local rounds=$((2 * frames / $2 + 1))
+    "$bin/capwap_gen" --out "$work/all.pcap" --commands "$work/$1.commands" --aps "$2" --instances 1 \
+        --ipv6 0 --vlan 0 --rounds $rounds --mix "$3" >/dev/null
+    tcpdump -r "$work/all.pcap" -w "$work/$1.pcap" -c $frames "dst host $controller" 2>/dev/null
+}
+
+run_engine() { # run_engine INPUT LCORES: "received taken seconds"
+    timeout -s INT "$seconds" "$bin/kes_dpdk" $(environment "$2" "$work/$1.pcap") --vdev net_null0 -- \
+        --port net_pcap0 --instance 0=net_null0 --capability WCWP_SPEC_SVC_NUM=0 --busy \
+        --exec "$work/$1.commands" --control "$work/socket" --report json \
+        >"$work/report" 2>"$work/errors" || [ $? -eq 124 ] || { tail -n 5 "$work/errors" >&2; exit 1; }
+    python3 -c 'import json, sys
+r = json.load(open(sys.argv[1]))
+print(r["received"] / r["seconds"] / 1e6, 100 * r["taken"] / r["received"])' "$work/report"
+}
+run_testpmd() { # run_testpmd INPUT MODE
+    timeout -s INT "$seconds" dpdk-testpmd $(environment '0@0,1@1' "$work/$1.pcap") -- \
+        --forward-mode="$2" --nb-cores=1 --stats-period 1 --auto-start --total-num-mbufs=65536 \
+        >"$work/testpmd" 2>&1 || true
+    python3 -c 'import re, statistics, sys
+rates = [int(n) for n in re.findall(r"Rx-pps:\s+(\d+)", open(sys.argv[1]).read())][1:]
+if not rates: sys.exit("dpdk.sh: dpdk-testpmd: " + open(sys.argv[1]).read()[-400:])
+print(statistics.median(rates) / 1e6)' "$work/testpmd"
+}
+
+make_input 1-tunnel-1% 1 control=1,data=99
+make_input 1-tunnel-10% 1 control=10,data=90
+make_input 1-tunnel-100% 1 keepalive=1,secured=1
+make_input 18000-tunnels-1% 18000 control=1,data=99
+make_input 18000-tunnels-10% 18000 control=10,data=90
+make_input 18000-tunnels-100% 18000 keepalive=1,secured=1
+inputs=(1-tunnel-{1,10,100}% 18000-tunnels-{1,10,100}%)
+
+for ((turn = 0; turn < turns; ++turn)); do
+    for input in "${inputs[@]}"; do
+        contenders=("engine 0@0,1@1" "engine2 0@0,1@0,2@1" "testpmd 5tswap" "testpmd rxonly")
+        for ((i = 0; i < ${#contenders[@]}; ++i)); do
+            read -r who how <<<"${contenders[(turn + i) % ${#contenders[@]}]}"
+            case $who in
+            engine | engine2) result=$(run_engine "$input" "$how") ;;
+            testpmd) result=$(run_testpmd "$input" "$how") who=$how ;;
+            esac
+            echo "$input $who $result" >>"$work/results"
+        done
+    done
+done
+
+python3 - "$work/results" <<'EOF'
+import collections, statistics, sys
+rates, share = collections.defaultdict(list), {}
+for line in open(sys.argv[1]):
+    name, who, rate, *taken = line.split()
+    rates[name, who].append(float(rate))
+    if taken:
+        share[name] = float(taken[0])
+def spread(values, digits):
+    f = lambda v: "%.*f" % (digits, v)
+    return "%s (%s–%s)" % (f(statistics.median(values)), f(min(values)), f(max(values)))
+def ratio(name, a, b):
+    return spread([x / y for x, y in zip(rates[name, a], rates[name, b])], 2)
+print("| millions of packets a second | taken | 1 lcore | 2 lcores | 5tswap | rxonly | 1 lcore / 5tswap | 1 lcore / rxonly | 2 lcores / 1 |")
+print("|---|---:|---:|---:|---:|---:|---:|---:|---:|")
+for name in share:
+    print("| %s | %.0f %% | %s | %s | %s | %s | %s | %s | %s |" % (
+        name.rsplit("-", 1)[0].replace("-", " "), share[name],
+        *(spread(rates[name, who], 2) for who in ("engine", "engine2", "5tswap", "rxonly")),
+        ratio(name, "engine", "5tswap"), ratio(name, "engine", "rxonly"),
+        ratio(name, "engine2", "engine")))
+EOF
