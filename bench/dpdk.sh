@@ -4,10 +4,10 @@
 # instance whose port discards what it gets; dpdk-testpmd swaps addresses and ports and sends
 # (5tswap), or only receives (rxonly). In turns; prints tables in Markdown, millions of packets a
 # second.
-# Usage: bench/dpdk.sh BUILD_DIR [TURNS [SECONDS]]   (5 turns of 3 seconds)
+# Usage: bench/dpdk.sh BUILD_DIR [TURNS [SECONDS]]   (3 turns, at least 3 seconds each)
 set -euo pipefail
 bin=$(realpath "${1:?usage: bench/dpdk.sh BUILD_DIR [TURNS [SECONDS]]}")/bin
-turns=${2:-5} seconds=${3:-3}
+turns=${2:-3} seconds=${3:-3}
 for program in dpdk-testpmd tcpdump python3; do
     command -v $program >/dev/null ||
         { echo "dpdk.sh: no $program (Debian packages dpdk-dev, tcpdump, python3)" >&2; exit 1; }
@@ -31,21 +31,24 @@ make_input() {
     tcpdump -r "$work/all.pcap" -w "$work/$1.pcap" -c $frames "dst host $controller" 2>/dev/null
 }
 
-run_engine() { # run_engine INPUT LCORES: "received taken seconds"
-    timeout -s INT "$seconds" "$bin/kes_dpdk" $(environment "$2" "$work/$1.pcap") --vdev net_null0 -- \
-        --port net_pcap0 --instance 0=net_null0 --capability WCWP_SPEC_SVC_NUM=0 --busy \
+run_engine() { # run_engine INPUT LCORES: millions a second, and the percentage that is taken
+    # Its report has the seconds for which frames came, after its commands.
+    timeout -s INT $((seconds + 4)) "$bin/kes_dpdk" $(environment "$2" "$work/$1.pcap") --vdev net_null0 -- \
+        --port net_pcap0 --instance 0=net_null0 --capability WCWP_SPEC_SVC_NUM=0 --busy --buffers 65536 \
         --exec "$work/$1.commands" --control "$work/socket" --report json \
         >"$work/report" 2>"$work/errors" || [ $? -eq 124 ] || { tail -n 5 "$work/errors" >&2; exit 1; }
     python3 -c 'import json, sys
 r = json.load(open(sys.argv[1]))
+if r["seconds"] < 1: sys.exit("dpdk.sh: frames came for %g seconds only" % r["seconds"])
 print(r["received"] / r["seconds"] / 1e6, 100 * r["taken"] / r["received"])' "$work/report"
 }
 run_testpmd() { # run_testpmd INPUT MODE
-    timeout -s INT "$seconds" dpdk-testpmd $(environment '0@0,1@1' "$work/$1.pcap") -- \
+    # It tells a rate each second, once it has started.
+    timeout -s INT $((seconds + 4)) dpdk-testpmd $(environment '0@0,1@1' "$work/$1.pcap") -- \
         --forward-mode="$2" --nb-cores=1 --stats-period 1 --auto-start --total-num-mbufs=65536 \
         >"$work/testpmd" 2>&1 || true
     python3 -c 'import re, statistics, sys
-rates = [int(n) for n in re.findall(r"Rx-pps:\s+(\d+)", open(sys.argv[1]).read())][1:]
+rates = [int(n) for n in re.findall(r"Rx-pps:\s+(\d+)", open(sys.argv[1]).read()) if int(n) > 0]
 if not rates: sys.exit("dpdk.sh: dpdk-testpmd: " + open(sys.argv[1]).read()[-400:])
 print(statistics.median(rates) / 1e6)' "$work/testpmd"
 }
