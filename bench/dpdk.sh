@@ -33,7 +33,7 @@ make_input() {
 
 run_engine() { # run_engine INPUT LCORES: millions a second, and the percentage that is taken
     # Its report has the seconds for which frames came, after its commands.
-    timeout -s INT $((seconds + 4)) "$bin/kes_dpdk" $(environment "$2" "$work/$1.pcap") --vdev net_null0 -- \
+    timeout --foreground -s INT $((seconds + 4)) "$bin/kes_dpdk" $(environment "$2" "$work/$1.pcap") --vdev net_null0 -- \
         --port net_pcap0 --instance 0=net_null0 --capability WCWP_SPEC_SVC_NUM=0 --busy --buffers 65536 \
         --exec "$work/$1.commands" --control "$work/socket" --report json \
         >"$work/report" 2>"$work/errors" || [ $? -eq 124 ] || { tail -n 5 "$work/errors" >&2; exit 1; }
@@ -44,7 +44,7 @@ print(r["received"] / r["seconds"] / 1e6, 100 * r["taken"] / r["received"])' "$w
 }
 run_testpmd() { # run_testpmd INPUT MODE
     # It tells a rate each second, once it has started.
-    timeout -s INT $((seconds + 4)) dpdk-testpmd $(environment '0@0,1@1' "$work/$1.pcap") -- \
+    timeout --foreground -s INT $((seconds + 4)) dpdk-testpmd $(environment '0@0,1@1' "$work/$1.pcap") -- \
         --forward-mode="$2" --nb-cores=1 --stats-period 1 --auto-start --total-num-mbufs=65536 \
         >"$work/testpmd" 2>&1 || true
     python3 -c 'import re, statistics, sys
@@ -55,10 +55,10 @@ print(statistics.median(rates) / 1e6)' "$work/testpmd"
 
 make_input 1-tunnel-1% 1 control=1,data=99
 make_input 1-tunnel-10% 1 control=10,data=90
-make_input 1-tunnel-100% 1 keepalive=1,secured=1
+make_input 1-tunnel-100% 1 control=1,keepalive=1
 make_input 18000-tunnels-1% 18000 control=1,data=99
 make_input 18000-tunnels-10% 18000 control=10,data=90
-make_input 18000-tunnels-100% 18000 keepalive=1,secured=1
+make_input 18000-tunnels-100% 18000 control=1,keepalive=1
 inputs=(1-tunnel-{1,10,100}% 18000-tunnels-{1,10,100}%)
 
 for ((turn = 0; turn < turns; ++turn)); do
