@@ -64,16 +64,20 @@ Json StateToJson(const State &state, const ModuleView *module) {
         instances.push_back(
             {{"instance", count.instance}, {"cwp", count.cwp}, {"wapi", count.wapi}});
     }
-    return {{"received", state.received},
-            {"returned", state.fates.returned},
-            {"taken", state.fates.taken},
-            {"undelivered", state.fates.undelivered},
-            {"transmitted", state.fates.transmitted},
-            {"instances", std::move(instances)},
-            {"workers", state.workers},
-            {"capture", state.capture},
-            {"tables", TablesToJson(module)},
-            {"memory", MemoryToJson(state.memory)}};
+    Json json = {{"received", state.received},
+                 {"returned", state.fates.returned},
+                 {"taken", state.fates.taken},
+                 {"undelivered", state.fates.undelivered},
+                 {"transmitted", state.fates.transmitted},
+                 {"instances", std::move(instances)},
+                 {"workers", state.workers},
+                 {"capture", state.capture},
+                 {"tables", TablesToJson(module)},
+                 {"memory", MemoryToJson(state.memory)}};
+    if (state.traffic) {
+        json.update(ToJson(*state.traffic));
+    }
+    return json;
 }
 
 mund::WireReply Object(const standin::Module &module, std::span<const uint8_t> bytes) {

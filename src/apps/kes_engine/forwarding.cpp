@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 
+#include "flow.h"
 #include "standin/mbuf_pool.h"
 
 namespace kes_engine {
@@ -11,35 +11,6 @@ namespace {
 
 // Packets for which it is worth to wake a thread.
 constexpr uint32_t kWakeAfter = 256;
-
-uint64_t Mix(uint64_t value) {
-    value = (value ^ value >> 32) * 0x9E3779B97F4A7C15;
-    return value ^ value >> 29;
-}
-
-uint64_t HashOf(const uint32_t (&address)[4]) {
-    const auto pair = [&](int i) { return uint64_t{address[i]} << 32 | address[i + 1]; };
-    return Mix(pair(0) + Mix(pair(2)));
-}
-
-uint64_t HashOf(const uint8_t (&mac)[6]) {
-    uint64_t value = 0;
-    std::memcpy(&value, mac, sizeof mac);
-    return Mix(value);
-}
-
-// The same for both directions of a conversation.
-uint64_t FlowHash(const HostMbuf *packet) {
-    const standin::HostMbufMeta &meta = standin::MetaOf(packet);
-    switch (meta.protoType) {
-        case HOST_PROTO_IPV4:
-            return Mix(meta.srcIp) + Mix(meta.dstIp);
-        case HOST_PROTO_IPV6:
-            return HashOf(meta.srcIp6) + HashOf(meta.dstIp6);
-        default:
-            return HashOf(meta.srcMac) + HashOf(meta.dstMac);
-    }
-}
 
 // How many of the first packets go the same way, at most a burst of them. Both directions of a
 // conversation stay in order.
@@ -120,7 +91,7 @@ ForwardingThreads::ForwardingThreads(const standin::Module &module, uint32_t cou
 }
 
 void ForwardingThreads::Forward(HostMbuf *packet) {
-    const size_t thread = threads_.size() == 1 ? 0 : FlowHash(packet) % threads_.size();
+    const size_t thread = threads_.size() == 1 ? 0 : FlowOf(packet) % threads_.size();
     threads_[thread]->Push(packet);
 }
 

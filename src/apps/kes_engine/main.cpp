@@ -5,18 +5,15 @@
 #include <vector>
 
 #include "capture/reader.h"
-#include "control/metrics.h"
-#include "control_service.h"
 #include "engine.h"
 #include "hang_ups.h"
 #include "interruption.h"
 #include "line_log.h"
 #include "live_reader.h"
-#include "local_view.h"
-#include "metrics_service.h"
 #include "options.h"
 #include "output_directory.h"
 #include "program.h"
+#include "services.h"
 
 namespace kes_engine {
 namespace {
@@ -33,10 +30,7 @@ ExitStatus Run(const Options &options) {
         capture.emplace(options.capture, options.selection);
     }
     LiveReaders interfaces(options.interfaces, options.listening);
-    std::optional<MetricsSocket> metricsSocket;
-    if (!options.metricsPlace.empty()) {
-        metricsSocket.emplace(options.metricsPlace);
-    }
+    Services services(options.metricsPlace);
     OutputDirectory out(options.outDirectory, options.capture);
     LineLog log(options.logFile);
     PrepareForFiles();
@@ -47,21 +41,8 @@ ExitStatus Run(const Options &options) {
     ListenForInterruption();
     log.Begin();
     engine.Start();
-    const auto stateNow = [&engine] { return engine.StateNow(); };
-    std::optional<ControlService> service;
-    if (options.Serves()) {
-        service.emplace(options.controlPath, engine.Module(), stateNow, log);
-        std::cerr << "serving clients on " << options.controlPath << '\n';
-    }
-    std::optional<LocalView> view;
-    std::optional<MetricsService> metrics;
-    if (metricsSocket) {
-        view.emplace(HandlersOf(engine.Module(), stateNow));
-        metrics.emplace(*metricsSocket, [&view] {
-            return control::RenderMetrics(control::ReadMetrics(*view)) + "\n";
-        });
-        std::cerr << "serving metrics on http://" << metricsSocket->Place() << "/metrics\n";
-    }
+    services.Begin(
+        options.controlPath, engine.Module(), [&engine] { return engine.StateNow(); }, log);
     engine.Execute(commands);
     out.Begin();
     if (capture && options.explain) {
@@ -76,8 +57,7 @@ ExitStatus Run(const Options &options) {
     if (options.stay) {
         SleepUntilInterrupted();
     }
-    metrics.reset();
-    service.reset();
+    services.End();
     Result result = engine.Finish();
     result.lostLogLines = log.End();
     return Publish(kName, result, options.jsonReport, !options.explain);

@@ -76,6 +76,7 @@ void PrintReceived(std::ostream &out, uint32_t instance, const char *type,
         out << indent << std::setw(9) << packets << "  " << message << '\n';
         indent = "                         ";
     }
+    out << (received.messages.empty() ? "\n" : "");
 }
 
 void PrintInstances(std::ostream &out, const Result &result) {
@@ -86,6 +87,10 @@ void PrintInstances(std::ostream &out, const Result &result) {
     for (const InstanceReport &report : result.instances) {
         PrintReceived(out, report.instance, "cwp", report.cwp);
         PrintReceived(out, report.instance, "wapi", report.wapi);
+        if (report.delivery) {
+            out << std::setw(8) << report.instance << "  port" << std::setw(9)
+                << report.delivery->sent << "  sent, " << report.delivery->refused << " refused\n";
+        }
     }
 }
 
@@ -135,10 +140,15 @@ Json InstanceToJson(const InstanceReport &report) {
             messages[message] = packets + messages.value(message, uint64_t{0});
         }
     }
-    return {{"instance", report.instance},
-            {"cwp", report.cwp.packets},
-            {"wapi", report.wapi.packets},
-            {"messages", std::move(messages)}};
+    Json json = {{"instance", report.instance},
+                 {"cwp", report.cwp.packets},
+                 {"wapi", report.wapi.packets},
+                 {"messages", std::move(messages)}};
+    if (report.delivery) {
+        json["sent"] = report.delivery->sent;
+        json["refused"] = report.delivery->refused;
+    }
+    return json;
 }
 
 Json InterfacesToJson(const Result &result) {
@@ -179,7 +189,8 @@ uint64_t Result::ReceivedByInstances() const {
 bool Result::Conserved() const {
     return frames == received + fates.transmitted &&
            received == fates.returned + fates.taken + fates.undelivered &&
-           fates.taken == ReceivedByInstances();
+           fates.taken == ReceivedByInstances() &&
+           std::ranges::all_of(instances, &InstanceReport::IsConserved);
 }
 
 std::vector<std::string> Result::Contradictions() const {
@@ -221,6 +232,9 @@ std::string TextReport(const Result &result) {
                                       : "\ncounts lost by several workers, or reset\n",
               result.Contradictions());
     PrintDropAlarm(out, result);
+    if (result.traffic) {
+        Print(out, *result.traffic);
+    }
     PrintList(out, "\nleft behind by the module\n", result.leftovers);
     PrintList(out, "\nfailures\n", result.failures);
     if (result.lostLogLines > 0) {
@@ -234,31 +248,34 @@ std::string JsonReport(const Result &result) {
     for (const InstanceReport &report : result.instances) {
         instances.push_back(InstanceToJson(report));
     }
-    const Json report = {{"frames", result.frames},
-                         {"cutShort", result.cutShort},
-                         {"oversize", result.oversize},
-                         {"converted", Json(result.tally.converted)},
-                         {"passedOver", result.tally.passedOver},
-                         {"interfaces", InterfacesToJson(result)},
-                         {"received", result.received},
-                         {"returned", result.fates.returned},
-                         {"taken", result.fates.taken},
-                         {"undelivered", result.fates.undelivered},
-                         {"transmitted", result.fates.transmitted},
-                         {"conserved", result.Conserved()},
-                         {"ok", result.Ok()},
-                         {"instances", std::move(instances)},
-                         {"classes", ClassesToJson(result)},
-                         {"contradictions", result.Contradictions()},
-                         {"drops", DropsToJson(result)},
-                         {"capture", result.capture},
-                         {"workers", result.workers},
-                         {"commands", result.commands},
-                         {"seconds", result.seconds},
-                         {"packetsPerSecond", PacketsPerSecond(result)},
-                         {"leftovers", result.leftovers},
-                         {"failures", result.failures},
-                         {"lostLogLines", result.lostLogLines}};
+    Json report = {{"frames", result.frames},
+                   {"cutShort", result.cutShort},
+                   {"oversize", result.oversize},
+                   {"converted", Json(result.tally.converted)},
+                   {"passedOver", result.tally.passedOver},
+                   {"interfaces", InterfacesToJson(result)},
+                   {"received", result.received},
+                   {"returned", result.fates.returned},
+                   {"taken", result.fates.taken},
+                   {"undelivered", result.fates.undelivered},
+                   {"transmitted", result.fates.transmitted},
+                   {"conserved", result.Conserved()},
+                   {"ok", result.Ok()},
+                   {"instances", std::move(instances)},
+                   {"classes", ClassesToJson(result)},
+                   {"contradictions", result.Contradictions()},
+                   {"drops", DropsToJson(result)},
+                   {"capture", result.capture},
+                   {"workers", result.workers},
+                   {"commands", result.commands},
+                   {"seconds", result.seconds},
+                   {"packetsPerSecond", PacketsPerSecond(result)},
+                   {"leftovers", result.leftovers},
+                   {"failures", result.failures},
+                   {"lostLogLines", result.lostLogLines}};
+    if (result.traffic) {
+        report.update(ToJson(*result.traffic));
+    }
     return report.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 

@@ -11,6 +11,7 @@
 #include "fates.h"
 #include "interface_counts.h"
 #include "module_statistics.h"
+#include "port_count.h"
 #include "service_instances.h"
 #include "standin/runtime.h"
 
@@ -34,12 +35,13 @@ struct Result {
     std::optional<PacketCounters> counters;   // of the module, if it offers any: the replay's
     std::optional<MundDropWatch> dropWatch;   // of the module, if it has one
     standin::AlarmCounts alarms;
+    std::optional<Traffic> traffic;      // of an engine that has ports, when they have stopped
     std::vector<std::string> leftovers;  // what the module left behind
     std::vector<std::string> failures;   // what went wrong otherwise, one line each
 
     uint64_t ReceivedByInstances() const;
     // Every frame was received or transmitted; every packet received met one fate, and each that
-    // was taken reached an instance.
+    // was taken reached an instance. A port that was given packets sent or refused each.
     bool Conserved() const;
     // Where the module's counters are not what forwarding threads and instances saw, one line each.
     std::vector<std::string> Contradictions() const;
@@ -61,6 +63,7 @@ std::string TextReport(const Result &result);
 // packets}], "contradictions" [text], "drops" {the drop watch as control::DropWatchToJson says
 // it, "raises", "restores"}, "capture", "workers", "commands", "seconds", "packetsPerSecond",
 // "leftovers" [text], "failures" [text], "lostLogLines". What the module does not offer is null.
+// With ports, also what ToJson(Traffic) has, and of instances that have one "sent" and "refused".
 std::string JsonReport(const Result &result);
 
 }  // namespace kes_engine

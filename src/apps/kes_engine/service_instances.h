@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,16 @@ struct InstanceReport {
     };
     Received cwp;
     Received wapi;
+    // What became of them at the instance's port, if it has one.
+    struct Delivery {
+        uint64_t sent = 0;
+        uint64_t refused = 0;
+    };
+    std::optional<Delivery> delivery = {};
+
+    bool IsConserved() const {
+        return !delivery || cwp.packets + wapi.packets == delivery->sent + delivery->refused;
+    }
 };
 
 // Packets for instances travel under these names, each with the instance's number behind it.

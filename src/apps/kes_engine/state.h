@@ -2,10 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "fates.h"
+#include "port_count.h"
 #include "service_instances.h"
 #include "standin/runtime.h"
 
@@ -18,6 +20,7 @@ struct State {
     Fates fates;
     std::vector<InstanceCount> instances;
     std::vector<standin::MemoryOfPlace> memory;  // that the module holds
+    std::optional<Traffic> traffic = {};         // of an engine that has ports
 };
 
 }  // namespace kes_engine

@@ -1,0 +1,300 @@
+#include "lcore.h"
+
+#include <rte_cycles.h>
+#include <rte_pause.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include "address_resolution.h"
+#include "dpdk/checksum.h"
+#include "flow.h"
+#include "standin/engine_parts.h"
+#include "standin/packet_path.h"
+
+namespace kes_dpdk {
+namespace {
+
+using kes_engine::FlowOf;
+using standin::Fate;
+
+// An lcore that has had nothing to do for a millisecond looks again after some microseconds.
+constexpr uint64_t kIdleShare = 1000;  // of a second
+constexpr std::chrono::microseconds kRest{20};
+
+int64_t Now() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+}  // namespace
+
+LcoreCounts &LcoreCounts::operator+=(const LcoreCounts &other) {
+    frames += other.frames;
+    received += other.received;
+    fates += other.fates;
+    return *this;
+}
+
+Lcore::Lcore(Board &board, unsigned number) : board_(board), number_(number), held_(board.lcores) {
+    for (size_t i = 0; i < board.networks.size(); ++i) {
+        UsedPort &port = *board.networks[i];
+        if (port.port.SpreadsFlows()) {
+            queues_.push_back({port, number, true});
+        } else if (i % board.lcores == number) {
+            for (unsigned queue = 0; queue < port.port.ReceiveQueues(); ++queue) {
+                queues_.push_back({port, queue, board.lcores == 1});
+            }
+        }
+    }
+    // The lcore that has the first network port's queue is the last to get an instance.
+    const auto isMine = [&](size_t i) { return (i + 1) % board.lcores == number; };
+    for (size_t i = 0; i < board.instances.size(); ++i) {
+        if (isMine(i)) {
+            instances_.push_back(board.instances[i].get());
+        }
+    }
+    servesKernel_ = board.kernel != nullptr && isMine(board.instances.size());
+}
+
+void Lcore::Run() {
+    board_.module.EnterLcore();
+    for (const PortedInstance *instance : instances_) {
+        known_ = instance->MakeKnown() && known_;
+    }
+    entered_.count_down();
+    for (Phase phase; (phase = board_.phase.load()) != Phase::kEnding;) {
+        const size_t moved = phase == Phase::kWaiting ? 0 : Pass(phase);
+        if (moved > 0) {
+            Publish();
+        }
+        idle_ = phase == Phase::kDraining && moved == 0 && heldPackets_ == 0;
+        Rest(moved);
+    }
+    board_.module.LeaveLcore();
+}
+
+bool Lcore::WaitUntilEntered() {
+    entered_.wait();
+    return known_;
+}
+
+LcoreCounts Lcore::Counts() {
+    const std::lock_guard lock(mutex_);
+    return published_;
+}
+
+void Lcore::Publish() {
+    const std::lock_guard lock(mutex_);
+    published_ = counts_;
+}
+
+void Lcore::Rest(size_t moved) {
+    if (moved > 0 || board_.options.busy) {
+        idleSince_ = 0;
+        return;
+    }
+    const uint64_t now = rte_get_timer_cycles();
+    if (idleSince_ == 0) {
+        idleSince_ = now;
+    }
+    if (now - idleSince_ < rte_get_timer_hz() / kIdleShare) {
+        rte_pause();
+    } else {
+        std::this_thread::sleep_for(kRest);
+    }
+}
+
+size_t Lcore::Pass(Phase phase) {
+    size_t moved = GiveHeld() + TakeHandedOver();
+    for (PortedInstance *instance : instances_) {
+        moved += instance->Deliver(number_);
+    }
+    if (phase != Phase::kForwarding) {
+        return moved;
+    }
+    for (const Queue &queue : queues_) {
+        moved += ReceiveFromNetwork(queue);
+    }
+    // One stack answers for the address that all of them have.
+    for (PortedInstance *instance : instances_) {
+        const bool mayAnswer =
+            board_.kernel == nullptr && instance == board_.instances.front().get();
+        moved += ReceiveFromLocal(instance->Port(), mayAnswer);
+    }
+    return moved + (servesKernel_ ? ReceiveFromLocal(*board_.kernel, true) : 0);
+}
+
+size_t Lcore::Receive(UsedPort &port, unsigned queue, Burst &packets, bool transmitted) {
+    std::array<rte_mbuf *, standin::kMaxBurst> frames;
+    const size_t come = port.port.Receive(queue, frames);
+    if (come == 0) {
+        return 0;
+    }
+    const standin::Arrival arrival = {.timeNs = Now(),
+                                      .rxPort = port.number,
+                                      .vrf = board_.options.vrf,
+                                      .diagnose = board_.options.diagnose};
+    size_t count = 0;
+    for (rte_mbuf *frame : std::span(frames).first(come)) {
+        if (!dpdk::PacketPool::Adopt(frame, arrival)) {
+            port.CountOversize();
+            rte_pktmbuf_free(frame);
+            continue;
+        }
+        packets[count++] = dpdk::Host(frame);
+        if (transmitted) {
+            standin::MetaOf(dpdk::Host(frame)).transmitted = true;
+        } else {
+            board_.options.frameRules.Apply(standin::MetaOf(dpdk::Host(frame)));
+        }
+    }
+    return count;
+}
+
+// While another lcore has no room, nothing more is received for it: the port's own queue fills.
+size_t Lcore::ReceiveFromNetwork(const Queue &queue) {
+    if (!queue.isSpread && heldPackets_ > 0) {
+        return 0;
+    }
+    Burst packets;
+    const size_t count = Receive(queue.port, queue.queue, packets, false);
+    counts_.frames += count;
+    counts_.received += count;
+    const auto received = std::span(packets).first(count);
+    if (queue.isSpread) {
+        Forward(received);
+    } else {
+        HandOn(received);
+    }
+    return count;
+}
+
+void Lcore::HandOn(std::span<HostMbuf *const> packets) {
+    Burst mine;
+    size_t mineCount = 0;
+    for (HostMbuf *packet : packets) {
+        const auto owner = static_cast<unsigned>(FlowOf(packet) % board_.lcores);
+        if (owner == number_) {
+            mine[mineCount++] = packet;
+        } else {
+            held_[owner].packets[held_[owner].count++] = packet;
+            ++heldPackets_;
+        }
+    }
+    GiveHeld();
+    Forward(std::span(mine).first(mineCount));
+}
+
+size_t Lcore::GiveHeld() {
+    size_t given = 0;
+    for (unsigned lcore = 0; heldPackets_ > 0 && lcore < board_.lcores; ++lcore) {
+        Held &held = held_[lcore];
+        if (held.count == 0) {
+            continue;
+        }
+        const size_t taken =
+            board_.handOver.Give(number_, lcore, std::span(held.packets).first(held.count));
+        std::copy_n(held.packets.begin() + static_cast<ptrdiff_t>(taken), held.count - taken,
+                    held.packets.begin());
+        held.count -= taken;
+        given += taken;
+        heldPackets_ -= taken;
+    }
+    return given;
+}
+
+size_t Lcore::TakeHandedOver() {
+    if (board_.lcores == 1) {
+        return 0;
+    }
+    Burst packets;
+    const size_t count = board_.handOver.Take(number_, packets);
+    standin::Prefetch(std::span(packets).first(count));
+    Forward(std::span(packets).first(count));
+    return count;
+}
+
+void Lcore::Forward(std::span<HostMbuf *const> packets) {
+    std::array<Fate, standin::kMaxBurst> fates;
+    Burst returned;
+    Burst undelivered;
+    size_t returnedCount = 0;
+    size_t undeliveredCount = 0;
+    standin::RunReceivePath(packets, fates);
+    for (size_t i = 0; i < packets.size(); ++i) {
+        board_.captures.Account(counts_.fates, packets[i], fates[i], false);
+        if (fates[i] == Fate::kReturned) {
+            returned[returnedCount++] = packets[i];
+        } else if (fates[i] == Fate::kUndelivered) {
+            undelivered[undeliveredCount++] = packets[i];
+        }
+    }
+    Return(std::span(returned).first(returnedCount));
+    standin::Release(std::span(undelivered).first(undeliveredCount));
+}
+
+void Lcore::Return(std::span<HostMbuf *const> packets) {
+    if (!board_.instances.empty()) {
+        for (const HostMbuf *packet : packets) {
+            if (ResolvesAddresses(packet)) {
+                CopyToInstances(packet);
+            }
+        }
+    }
+    if (board_.kernel == nullptr) {
+        standin::Release(packets);
+        return;
+    }
+    for (HostMbuf *packet : packets) {
+        dpdk::CompleteChecksum(packet);
+        dpdk::PacketPool::Restore(packet);
+    }
+    board_.kernel->SendAll(number_, packets);
+}
+
+void Lcore::CopyToInstances(const HostMbuf *packet) {
+    for (const auto &instance : board_.instances) {
+        if (HostMbuf *copy = board_.pool->Copy(packet)) {
+            instance->Port().SendAll(number_, {&copy, 1});
+        }
+    }
+}
+
+size_t Lcore::ReceiveFromLocal(UsedPort &port, bool mayAnswer) {
+    Burst packets;
+    const size_t come = Receive(port, 0, packets, true);
+    size_t count = 0;
+    for (HostMbuf *packet : std::span(packets).first(come)) {
+        if (!mayAnswer && AnswersResolution(packet)) {
+            standin::Release({&packet, 1});
+        } else {
+            packets[count++] = packet;
+        }
+    }
+    counts_.frames += count;
+    Transmit(std::span(packets).first(count));
+    return come;
+}
+
+void Lcore::Transmit(std::span<HostMbuf *const> packets) {
+    std::array<Fate, standin::kMaxBurst> fates;
+    Burst through;
+    size_t count = 0;
+    standin::RunTransmitPath(packets, fates);
+    for (size_t i = 0; i < packets.size(); ++i) {
+        HostMbuf *packet = packets[i];
+        board_.captures.Account(counts_.fates, packet, fates[i], true);
+        if (fates[i] == Fate::kReturned) {
+            dpdk::PacketPool::Restore(packet);
+            through[count++] = packet;
+        } else if (fates[i] == Fate::kUndelivered) {
+            standin::Release({&packet, 1});
+        }
+    }
+    board_.networks.front()->SendAll(number_, std::span(through).first(count));
+}
+
+}  // namespace kes_dpdk

@@ -1,0 +1,35 @@
+#include "services.h"
+
+#include <iostream>
+
+#include "control/metrics.h"
+
+namespace kes_engine {
+
+Services::Services(const std::string &metricsPlace) {
+    if (!metricsPlace.empty()) {
+        metricsSocket_.emplace(metricsPlace);
+    }
+}
+
+void Services::Begin(const std::string &controlPath, const standin::Module &module,
+                     const std::function<State()> &stateNow, LineLog &log) {
+    if (!controlPath.empty()) {
+        control_.emplace(controlPath, module, stateNow, log);
+        std::cerr << "serving clients on " << controlPath << '\n';
+    }
+    if (metricsSocket_) {
+        view_.emplace(HandlersOf(module, stateNow));
+        metrics_.emplace(*metricsSocket_, [this] {
+            return control::RenderMetrics(control::ReadMetrics(*view_)) + "\n";
+        });
+        std::cerr << "serving metrics on http://" << metricsSocket_->Place() << "/metrics\n";
+    }
+}
+
+void Services::End() {
+    metrics_.reset();
+    control_.reset();
+}
+
+}  // namespace kes_engine

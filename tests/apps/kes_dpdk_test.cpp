@@ -1,0 +1,163 @@
+// The engine on DPDK's ports, with captures for ports: no rights and no huge pages are needed.
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <numeric>
+
+#include "capture.h"
+#include "program.h"
+
+namespace programs {
+namespace {
+
+using nlohmann::json;
+using AllBytes = std::vector<capwap::Bytes>;
+
+const std::string kSession = TEST_DATA "/ap-session.pcap";
+
+bool IsArp(const capwap::Bytes &frame) {
+    return frame.at(12) == 0x08 && frame.at(13) == 0x06;
+}
+
+AllBytes FramesOf(const std::string &path) {
+    AllBytes frames;
+    for (const Frame &frame : ReadCapture(path)) {
+        frames.push_back(frame.bytes);
+    }
+    return frames;
+}
+
+AllBytes Sorted(AllBytes frames) {
+    std::ranges::sort(frames);
+    return frames;
+}
+
+class KesDpdk : public testing::Test, protected Directory {
+  protected:
+    void SetUp() override {
+        Write("commands",
+              "source add 1 192.168.10.9 --if 7\n"
+              "tunnel add 192.168.10.10 12380 192.168.10.9 5246 --node 3\n"
+              "tunnel default --node 0\n");
+    }
+    // All lcores share a processor, which every machine has.
+    Outcome Run(const std::string &lcores, const std::string &arguments) const {
+        return Shell("XDG_RUNTIME_DIR=$PWD timeout 60 " KES_DPDK " --lcores " + lcores +
+                     " --no-huge -m 128 --no-pci --log-level=error --file-prefix=" +
+                     fs::path(Path()).parent_path().filename().string() + " " + arguments);
+    }
+    json RunToEnd(const std::string &lcores, const std::string &arguments) const {
+        const Outcome outcome = Run(lcores, arguments + " --exec commands --idle-exit 1 " +
+                                                "--control control --report json --log log");
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        const json report = json::parse(outcome.out, nullptr, false);
+        EXPECT_EQ(report["conserved"], true) << outcome.out;
+        EXPECT_EQ(report["buffers"]["inUse"], 0);
+        return report;
+    }
+};
+
+// The session's packets to the controller come from the network, and its own from instance 3.
+TEST_F(KesDpdk, ARealSessionLeavesByThePortsThatItBelongsTo) {
+    const AllBytes session = FramesOf(kSession);
+    Frames answers = ReadCapture(kSession);
+    const capwap::Bytes controller = {192, 168, 10, 9};
+    std::erase_if(answers, [&](const Frame &frame) {
+        return frame.bytes.size() < 30 ||
+               !std::equal(controller.begin(), controller.end(), frame.bytes.begin() + 26);
+    });
+    WriteCapture(Path("answers.pcap"), answers);
+    for (const char *lcores : {"0@0,1@0", "0@0,1@0,2@0"}) {
+        SCOPED_TRACE(lcores);
+        const json report = RunToEnd(
+            lcores, "--vdev net_pcap0,rx_pcap=" + kSession +
+                        ",tx_pcap=sent.pcap --vdev net_pcap1,rx_pcap=answers.pcap,tx_pcap=3.pcap "
+                        "--vdev net_pcap2,tx_pcap=kernel.pcap -- --port net_pcap0=7 "
+                        "--instance 3=net_pcap1 --kernel 2 --out out");
+        EXPECT_EQ(report["received"], 422);
+        EXPECT_EQ(report["returned"], 307);
+        EXPECT_EQ(report["taken"], 115);
+        EXPECT_EQ(report["transmitted"], answers.size());
+        EXPECT_EQ(report["classes"][0]["sent"], 115);
+        EXPECT_EQ(FramesOf(Path("out/instance-0-cwp.pcap")).size(), 4u);
+
+        AllBytes sent;
+        std::ranges::transform(answers, std::back_inserter(sent), &Frame::bytes);
+        EXPECT_EQ(FramesOf(Path("sent.pcap")), sent);
+        // What resolves addresses is everybody's.
+        const AllBytes kernel = FramesOf(Path("kernel.pcap"));
+        AllBytes instance = FramesOf(Path("3.pcap"));
+        EXPECT_EQ(std::erase_if(instance, IsArp), std::ranges::count_if(kernel, IsArp));
+        EXPECT_EQ(kernel.size(), 307u);
+        EXPECT_EQ(instance.size(), 111u);
+        AllBytes all = kernel;
+        all.insert(all.end(), instance.begin(), instance.end());
+        const AllBytes fallback = FramesOf(Path("out/instance-0-cwp.pcap"));
+        all.insert(all.end(), fallback.begin(), fallback.end());
+        EXPECT_EQ(Sorted(all), Sorted(session));
+    }
+}
+
+// A port whose other side is absent takes nothing: its instance's channel fills, and no other's.
+TEST_F(KesDpdk, AnInstanceThatStandsStillHoldsUpNobodyElse) {
+    const json report =
+        RunToEnd("0@0,1@0,2@0",
+                 "--vdev net_pcap0,rx_pcap=" + kSession +
+                     " --vdev net_memif0,role=server,socket-abstract=no,socket=" + Path("memif") +
+                     " -- --port net_pcap0=7 --instance 3=net_memif0 " + "--channel 8");
+    EXPECT_EQ(report["returned"], 307);
+    const json &still = report["instances"][1];
+    EXPECT_EQ(report["instances"][0]["cwp"], 4);
+    EXPECT_EQ(still["sent"], 0);
+    EXPECT_EQ(still["refused"], still["cwp"]);
+    EXPECT_GE(still["cwp"], 8);
+    EXPECT_LE(still["cwp"], 8 + 32);
+    EXPECT_EQ(report["undelivered"], 111 - still["cwp"].get<int>());
+    EXPECT_EQ(report["classes"][0]["sendFailed"], report["undelivered"]);
+}
+
+TEST_F(KesDpdk, FramesLongerThanABufferAreDroppedAndCounted) {
+    const Frames frames = {{0, 1522, capwap::Bytes(1522, 1)}, {1, 4000, capwap::Bytes(4000, 2)}};
+    WriteCapture(Path("in.pcap"), frames);
+    for (const auto &[longest, oversize] : {std::pair{"2048", 1}, std::pair{"4000", 0}}) {
+        const json report = RunToEnd(
+            "0@0,1@0", "--vdev net_pcap0,rx_pcap=in.pcap -- --max-frame " + std::string(longest));
+        EXPECT_EQ(report["ports"][0]["oversize"], oversize);
+        EXPECT_EQ(report["returned"], 2 - oversize);
+    }
+}
+
+TEST_F(KesDpdk, WhatCannotBeHadIsNamed) {
+    Write("text.pcap", "no capture");
+    const std::string two = "--vdev net_null0 --vdev net_null1 -- --control control ";
+    const struct {
+        std::string lcores;
+        std::string arguments;
+        const char *message;
+    } cases[] = {
+        {"0@0,1@0", two + "--instance 3=net_tap9",
+         "there is no port 'net_tap9'; there are: net_null0, net_null1"},
+        {"0@0,1@0", two + "--instance 3=net_null1 --kernel 1",
+         "port '1' is given twice: with --instance 3 and with --kernel"},
+        {"0@0,1@0", two + "--instance 3=net_null1 --instance 3=net_null0",
+         "--instance 3 has the ports 'net_null1' and 'net_null0'"},
+        {"0@0,1@0", two + "--instance 28=net_null1", "the last instance of the module is 27"},
+        {"0@0,1@0", two + "--kernel net_null0 --instance 1=net_null1",
+         "no port to receive from: each has another role"},
+        {"0@0,1@0", two + "--buffers 99", "--buffers '99': too few"},
+        {"0@0,1@0", two + "--buffers 999999", "cannot make 999999 packet buffers"},
+        {"0@0,1@0", two + "--max-frame 70000", "--max-frame '70000'"},
+        {"0@0,1@0", "--vdev net_pcap0,rx_pcap=text.pcap -- --control control",
+         "cannot make the device 'net_pcap0'"},
+        {"0@0,1@0", "-- --control control", "no port to receive from"},
+        {"0@0,1@0", "--no-such-thing -- --control control", "cannot start DPDK's environment"},
+        {"0@0", two, "there is no lcore that forwards"},
+    };
+    for (const auto &c : cases) {
+        const Outcome outcome = Run(c.lcores, c.arguments);
+        EXPECT_EQ(outcome.status, 2) << c.arguments;
+        EXPECT_THAT(outcome.err, testing::HasSubstr(c.message)) << c.arguments;
+    }
+}
+
+}  // namespace
+}  // namespace programs
