@@ -55,7 +55,7 @@ _lyrctl() {
         choices+=" $next"
     fi
     mapfile -t COMPREPLY < <(compgen -W "$choices" -- "$current" | sort -u)
-    if [[ $command == "recon run" && $current != -* ]]; then
+    if [[ $command =~ ^(recon (run|diff)|save|diff)$ && $current != -* ]]; then
         compopt -o filenames 2>/dev/null
         mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen -f -- "$current")
     fi

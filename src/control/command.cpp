@@ -41,15 +41,6 @@ Ask AskThrough(const Caller &caller, const Command &command, Outcome &outcome) {
     };
 }
 
-// Why there is no such service instance; empty when there is one.
-std::string BeyondInstances(const Request &request, std::optional<uint32_t> lastInstance) {
-    if (!request.instance || !lastInstance || *request.instance <= *lastInstance) {
-        return "";
-    }
-    return "instance " + std::to_string(*request.instance) +
-           " is beyond the service instances, 0 to " + std::to_string(*lastInstance);
-}
-
 LineUser AppendTo(std::vector<Command> &commands, const std::string &name) {
     return [&commands, &name](uint32_t line, std::span<const std::string> words) {
         Command &command = commands.emplace_back(ParseWords(words));
@@ -62,6 +53,14 @@ LineUser AppendTo(std::vector<Command> &commands, const std::string &name) {
 
 std::string Command::Where() const {
     return file.empty() ? "" : file + ":" + std::to_string(line) + ": ";
+}
+
+std::string BeyondInstances(const Request &request, std::optional<uint32_t> lastInstance) {
+    if (!request.instance || !lastInstance || *request.instance <= *lastInstance) {
+        return "";
+    }
+    return "instance " + std::to_string(*request.instance) +
+           " is beyond the service instances, 0 to " + std::to_string(*lastInstance);
 }
 
 Command ParseWords(std::span<const std::string> words) {

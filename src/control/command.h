@@ -38,6 +38,10 @@ Command ParseWords(std::span<const std::string> words);
 std::vector<Command> ParseCommands(std::istream &text, const std::string &name);
 std::vector<Command> ParseFile(const std::string &path);
 
+// Why a request cannot be meant: it speaks of an instance beyond the last one. Empty where that is
+// not so, or not known.
+std::string BeyondInstances(const Request &request, std::optional<uint32_t> lastInstance);
+
 // What came of a command.
 // NOLINTNEXTLINE(bugprone-exception-escape): moving JSON values throws nothing.
 struct Outcome {

@@ -36,12 +36,11 @@ class Connection : public EngineView {
     Bytes Ask(uint16_t code, std::span<const uint8_t> payload);
     nlohmann::ordered_json State() override;
     Bytes Object(std::string_view name, std::optional<uint32_t> slot = std::nullopt) override;
+    Bytes Entries(const MundWireEntriesReq &request) override;
     // What the module would do with a packet.
     nlohmann::ordered_json Explain(const MundWireExplainReq &arrival,
                                    std::span<const uint8_t> frame);
 
-    // A page of a table of the module: MundWireEntriesRsp and the entries.
-    Bytes Entries(const MundWireEntriesReq &request);
     // Waits, a second at most, for the module's threads to do what they have been asked; whether
     // they have.
     bool Settle();

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "control/caller.h"
+#include "mund/wire.h"
 
 namespace control {
 
@@ -28,6 +29,8 @@ class EngineView {
     virtual nlohmann::ordered_json State() = 0;
     // The bytes of an exported object, or of the block that one of its pointers points at.
     virtual Bytes Object(std::string_view name, std::optional<uint32_t> slot = std::nullopt) = 0;
+    // A page of a table of the module: MundWireEntriesRsp and the entries.
+    virtual Bytes Entries(const MundWireEntriesReq &request) = 0;
 };
 
 }  // namespace control

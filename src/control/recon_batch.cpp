@@ -1,6 +1,7 @@
 #include "control/recon_batch.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <vector>
 
@@ -66,17 +67,22 @@ LyrKesReconRecord Confirmation(const LyrKesKaTunnelReq &session) {
     return record;
 }
 
-Request ReconBatch(uint32_t node, const std::string &path, bool mayBeEmpty) {
-    std::vector<LyrKesReconRecord> records = {AuditRecord(LYR_KES_RECON_BEGIN, node)};
-    uint32_t leftOut = 0;
+std::vector<LyrKesReconRecord> ConfirmationsOf(const std::string &path) {
+    std::vector<LyrKesReconRecord> records;
     ForEachLine(path, [&](uint32_t, std::span<const std::string> words) {
-        const std::optional<LyrKesReconRecord> record = ConfirmationOf(words);
-        if (record && record->nodeId == node) {
+        if (const std::optional<LyrKesReconRecord> record = ConfirmationOf(words)) {
             records.push_back(*record);
-        } else if (record) {
-            ++leftOut;
         }
     });
+    return records;
+}
+
+Request ReconBatch(uint32_t node, const std::string &path, bool mayBeEmpty) {
+    std::vector<LyrKesReconRecord> records = {AuditRecord(LYR_KES_RECON_BEGIN, node)};
+    const std::vector<LyrKesReconRecord> all = ConfirmationsOf(path);
+    std::ranges::copy_if(all, std::back_inserter(records),
+                         [node](const LyrKesReconRecord &record) { return record.nodeId == node; });
+    const auto leftOut = static_cast<uint32_t>(all.size() + 1 - records.size());
     if (records.size() == 1 && !mayBeEmpty) {
         throw InputError("'" + path + "' has nothing for instance " + std::to_string(node) +
                          ", and the audit would take away all that the instance has; --empty says "

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "control/command_table.h"
 #include "mund/reconciliation_messages.h"
@@ -15,6 +16,10 @@ LyrKesReconRecord AuditRecord(uint32_t reconType, uint32_t node);
 // The record that confirms what the request registers.
 LyrKesReconRecord Confirmation(const LyrKesCwpTunnelReq &tunnel);
 LyrKesReconRecord Confirmation(const LyrKesKaTunnelReq &session);
+
+// The records that confirm what a command file registers, for whatever node, in its order; its
+// other commands only have to make sense. Throws InputError.
+std::vector<LyrKesReconRecord> ConfirmationsOf(const std::string &path);
 
 // A whole audit of a node as one batch: its begin, what a command file registers for the node, its
 // finish. What the file registers for other instances is left out, and counted; its other commands

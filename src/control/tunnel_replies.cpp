@@ -2,6 +2,7 @@
 
 #include "control/record_table.h"
 #include "control/reply_format.h"
+#include "control/tunnel_rows.h"
 #include "control/values.h"
 #include "mund/statistics_messages.h"
 
@@ -18,12 +19,9 @@ uint16_t AskCount(LyrKesLbDfxReq request, const Ask &ask) {
 
 ordered_json DecodeTunnel(const LyrKesLbDfxEntry &entry) {
     const bool ipv6 = entry.ipVer != 0;
-    return {{"source", ipv6 ? AddressText(entry.srcIpv6) : AddressText(entry.srcIp)},
-            {"sourcePort", entry.srcPort},
-            {"destination", ipv6 ? AddressText(entry.dstIpv6) : AddressText(entry.dstIp)},
-            {"destinationPort", entry.dstPort},
-            {"vpn", entry.vpnId},
-            {"instance", entry.nodeId}};
+    return TunnelToJson(ipv6 ? AddressText(entry.srcIpv6) : AddressText(entry.srcIp), entry.srcPort,
+                        ipv6 ? AddressText(entry.dstIpv6) : AddressText(entry.dstIp), entry.dstPort,
+                        entry.vpnId, entry.nodeId);
 }
 
 // Why a listing and a count may differ; empty when they do not. A count is of 16 bits.
@@ -66,6 +64,18 @@ ordered_json ReadTunnelList(const Bytes &first, const Ask &ask) {
     return reply;
 }
 
+}  // namespace
+
+ordered_json TunnelToJson(std::string source, uint16_t sourcePort, std::string destination,
+                          uint16_t destinationPort, uint32_t vpn, uint32_t instance) {
+    return {{"source", std::move(source)},
+            {"sourcePort", sourcePort},
+            {"destination", std::move(destination)},
+            {"destinationPort", destinationPort},
+            {"vpn", vpn},
+            {"instance", instance}};
+}
+
 std::string RenderTunnelList(const ordered_json &reply) {
     constexpr std::string_view kHeadings[] = {"source", "port", "destination",
                                               "port",   "vpn",  "instance"};
@@ -76,8 +86,6 @@ std::string RenderTunnelList(const ordered_json &reply) {
     }
     return text;
 }
-
-}  // namespace
 
 const ReplyFormat kTunnelCountReply = {sizeof(LyrKesLbDfxRsp), ReadTunnelCount, RenderTunnelCount};
 const ReplyFormat kTunnelListReply = {sizeof(LyrKesLbDfxRsp), ReadTunnelList, RenderTunnelList};

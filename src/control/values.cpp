@@ -69,6 +69,12 @@ std::string MacText(const uint8_t (&mac)[6]) {
     return text;
 }
 
+std::string SessionText(const uint32_t (&words)[4]) {
+    char text[33];
+    std::snprintf(text, sizeof text, "%08x%08x%08x%08x", words[0], words[1], words[2], words[3]);
+    return text;
+}
+
 std::string TimeText(int64_t seconds, std::optional<uint32_t> milliseconds) {
     const time_t time = seconds;
     tm local = {};

@@ -26,6 +26,9 @@ std::string AddressText(const uint32_t (&ipv6)[4]);
 // Six bytes in hexadecimal, with ':' between them.
 std::string MacText(const uint8_t (&mac)[6]);
 
+// A session id: 32 hexadecimal digits.
+std::string SessionText(const uint32_t (&words)[4]);
+
 // A moment in local time, as ISO 8601 writes it: 2024-05-17T09:30:00+02:00. The second has
 // milliseconds only where they are given.
 std::string TimeText(int64_t seconds, std::optional<uint32_t> milliseconds = std::nullopt);

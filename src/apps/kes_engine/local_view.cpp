@@ -25,6 +25,10 @@ control::Bytes LocalView::Object(std::string_view name, std::optional<uint32_t> 
     return Ask(MUND_WIRE_OBJECT, control::BytesOf(request));
 }
 
+control::Bytes LocalView::Entries(const MundWireEntriesReq &request) {
+    return Ask(MUND_WIRE_ENTRIES, control::BytesOf(request));
+}
+
 control::Bytes LocalView::Ask(uint16_t code, std::span<const uint8_t> request) const {
     mund::WireReply reply = handlers_.at(code)(request);
     if (reply.status != MUND_WIRE_OK) {

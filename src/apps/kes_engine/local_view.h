@@ -21,6 +21,7 @@ class LocalView : public control::EngineView {
     control::Answer Call(MundOperation operation, std::span<const uint8_t> request) override;
     nlohmann::ordered_json State() override;
     control::Bytes Object(std::string_view name, std::optional<uint32_t> slot) override;
+    control::Bytes Entries(const MundWireEntriesReq &request) override;
 
   private:
     control::Bytes Ask(uint16_t code, std::span<const uint8_t> request) const;

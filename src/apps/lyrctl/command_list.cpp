@@ -5,12 +5,103 @@
 
 #include "control/command_table.h"
 #include "control/metrics.h"
+#include "control/tunnel_rows.h"
 #include "own_commands.h"
 
 namespace lyrctl {
 namespace {
 
 constexpr OwnCommand kOwnCommands[] = {
+    {.text = {.name = "tunnel count",
+              .usage = "[--port N] [--ipv6] [--ipv4] [--node N] [--src IP] [--dst IP]",
+              .help = "Count tunnels, chosen as for 'tunnel list'. The module's own count, by "
+                      "--port alone, "
+                      "is modulo 65536.",
+              .example = "--node 3"},
+     .read = ReadTunnelCount,
+     .render = RenderTunnelCount,
+     .isOperation = AsksTheModule},
+    {.text =
+         {.name = "tunnel list",
+          .usage = "[--port N] [--ipv6] [--ipv4] [--node N] [--src IP] [--dst IP]",
+          .help =
+              "List the tunnels of both address families, or of one, sorted: all, or those of an "
+              "instance, from or to an address, with a port at either end. A tunnel that comes or "
+              "goes meanwhile may be missing. With --port alone, or with --ipv6 only, it is the "
+              "module that lists, IPv4 or IPv6 tunnels, in the order of its table, and its count "
+              "is compared; buckets of a table beyond the first 65534 may be out of reach then.",
+          .example = "--node 3"},
+     .read = ReadTunnelList,
+     .render = control::RenderTunnelList,
+     .isOperation = AsksTheModule},
+    {.text = {.name = "session list",
+              .usage = "[--node N]",
+              .help = "List the keepalive sessions, or those of an instance, sorted.",
+              .example = "--node 3"},
+     .read = ReadSessionList,
+     .render = RenderSessionList},
+    {.text = {.name = "session count",
+              .usage = "[--node N]",
+              .help = "Count the keepalive sessions, or those of an instance.",
+              .example = ""},
+     .read = ReadSessionCount,
+     .render = RenderSessionCount},
+    {.text =
+         {.name = "node show",
+          .usage = "[N]",
+          .help =
+              "Tell of each service instance, or of one, how many tunnels and sessions it has, "
+              "whether it serves stations, whether the module has resolved its channels, and how "
+              "many packets it has been handed.",
+          .example = "3"},
+     .read = ReadNodes,
+     .render = RenderNodes},
+    {.text =
+         {.name = "save",
+          .usage = "[FILE]",
+          .help =
+              "Write the commands that make the module's state again: sources, stations, tunnels, "
+              "sessions, trace and selections, sorted, to a file or the standard output. A file is "
+              "replaced whole or not at all, keeps its permissions, and is what --state of "
+              "kes_engine takes. What no command makes is a comment in it, and noted.",
+          .example = "site.commands"},
+     .read = ReadSaved,
+     .render = RenderSaved},
+    {.text =
+         {.name = "diff",
+          .usage = "FILE",
+          .help =
+              "Compare what the commands of a file make of a module with what the module has: what "
+              "the file has more, less or otherwise. Exit status: 0 no differences, 1 some, 2 the "
+              "file makes no sense or the module cannot be read.",
+          .example = "site.commands"},
+     .read = ReadDifferences,
+     .render = RenderDifferences,
+     .isSame = IsSame},
+    {.text =
+         {.name = "recon diff",
+          .usage = "N FILE",
+          .help =
+              "Tell what 'recon run' would come to, and change nothing: what would be removed, "
+              "what the file gives to the instance and would still be missing, as an audit adds "
+              "nothing, and what is elsewhere, with another instance. Exit status: 0 nothing of "
+              "this, 1 something.",
+          .example = "3 site.commands"},
+     .read = ReadAudit,
+     .render = RenderAudit,
+     .isSame = IsSame},
+    {.text =
+         {.name = "recon run",
+          .usage = "N FILE [--empty] [--no-wait] [--verbose]",
+          .help =
+              "Audit instance N against a command file, in one batch: what its 'tunnel add', "
+              "'tunnel default' and 'session add' lines give to N is confirmed, all else that N "
+              "has is gone. Lines for other instances are left out, other commands ignored. A file "
+              "that gives N nothing needs --empty: then N loses all that it has. The command waits "
+              "for the end, 60 seconds at most, and tells how many tunnels and sessions are gone, "
+              "and with --verbose which; with --no-wait it is done once the audit is queued.",
+          .example = "3 site.commands --verbose"},
+     .run = RunAudit},
     {.text = {.name = "source show",
               .usage = "",
               .help =
@@ -98,9 +189,16 @@ constexpr OwnCommand kOwnCommands[] = {
 
 std::vector<const control::CommandText *> AllTexts() {
     std::vector<const control::CommandText *> texts;
-    const auto text = [](const auto &command) { return &command.text; };
-    std::ranges::transform(control::Commands(), std::back_inserter(texts), text);
-    std::ranges::transform(kOwnCommands, std::back_inserter(texts), text);
+    const auto place = [&texts](const control::CommandText &text) {
+        const auto same = std::ranges::find(texts, text.name, &control::CommandText::name);
+        if (same == texts.end()) {
+            texts.push_back(&text);
+        } else {
+            *same = &text;
+        }
+    };
+    std::ranges::for_each(control::Commands(), place, &control::CommandSpec::text);
+    std::ranges::for_each(kOwnCommands, place, &OwnCommand::text);
     return texts;
 }
 

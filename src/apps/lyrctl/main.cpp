@@ -65,10 +65,15 @@ ExitStatus RunOwn(Client &client, const OwnCommand &own, std::span<const std::st
         } else {
             std::cout << own.render(reply) << '\n';
         }
-        return kOk;
+        return own.isSame == nullptr || own.isSame(reply) ? kOk : kRefused;
     } catch (const control::Refused &refusal) {
         if (client.Json() && own.run == nullptr) {
             PrintAnswer(command, refusal.what(), nullptr);
+        }
+        if (own.isSame != nullptr) {
+            // 1 says that something differs.
+            Complain(command + ": " + refusal.what());
+            return kUsage;
         }
         throw control::Refused(command + ": " + refusal.what());
     }
@@ -80,8 +85,10 @@ ExitStatus RunCommand(const Options &options) {
     }
     const OwnCommand *own = FindOwn(Commands().Find(options.words));
     Client client(options.control, options.json);
-    return own != nullptr ? RunOwn(client, *own, options.words)
-                          : RunOperation(client, options.words);
+    const bool isOwn =
+        own != nullptr &&
+        (own->isOperation == nullptr || !own->isOperation(control::Fit(own->text, options.words)));
+    return isOwn ? RunOwn(client, *own, options.words) : RunOperation(client, options.words);
 }
 
 ExitStatus Run(int argc, char **argv) {
@@ -103,6 +110,8 @@ ExitStatus Run(int argc, char **argv) {
 ExitStatus Main(int argc, char **argv) {
     // A reader that goes away is no reason to leave the terminal or the trace as it is.
     std::signal(SIGPIPE, SIG_IGN);
+    // A file that may grow no further is a failure like others.
+    std::signal(SIGXFSZ, SIG_IGN);
     ExitStatus status = kOk;
     try {
         status = Run(argc, argv);
