@@ -40,6 +40,11 @@ class Engine {
         run_.Execute(commands);
     }
 
+    // The same for those of a saved state, without a word on each.
+    void Restore(const std::vector<control::Command> &commands) {
+        run_.Restore(commands);
+    }
+
     // Passes all frames down their paths, as often and as fast as the options say, and waits for
     // the last one's fate. Where the capture breaks off, the replay ends and says so in the result;
     // it ends in order when it is interrupted. A frame that is too long for a buffer is left out

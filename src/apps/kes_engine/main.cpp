@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "capture/reader.h"
+#include "control_service.h"
 #include "engine.h"
 #include "hang_ups.h"
 #include "interruption.h"
@@ -14,6 +15,7 @@
 #include "output_directory.h"
 #include "program.h"
 #include "services.h"
+#include "state_keeper.h"
 
 namespace kes_engine {
 namespace {
@@ -30,20 +32,30 @@ ExitStatus Run(const Options &options) {
         capture.emplace(options.capture, options.selection);
     }
     LiveReaders interfaces(options.interfaces, options.listening);
-    Services services(options.metricsPlace);
     OutputDirectory out(options.outDirectory, options.capture);
     LineLog log(options.logFile);
     PrepareForFiles();
     Configure(options);
     Engine engine(options, out);
+    Services services(options.metricsPlace);
+    std::optional<StateKeeper> keeper;
+    if (!options.statePath.empty()) {
+        keeper.emplace(options.statePath);
+    }
 
     const HangUps hangUps([&log] { log.Reopen(); });
     ListenForInterruption();
     log.Begin();
     engine.Start();
-    services.Begin(
-        options.controlPath, engine.Module(), [&engine] { return engine.StateNow(); }, log);
+    const auto stateNow = [&engine] { return engine.StateNow(); };
+    if (keeper) {
+        engine.Restore(keeper->Load(LocalView(HandlersOf(engine.Module(), stateNow))));
+    }
+    services.Begin(options.controlPath, engine.Module(), stateNow, log);
     engine.Execute(commands);
+    if (keeper) {
+        keeper->Begin();
+    }
     out.Begin();
     if (capture && options.explain) {
         engine.Explain(*capture);
@@ -58,7 +70,11 @@ ExitStatus Run(const Options &options) {
         SleepUntilInterrupted();
     }
     services.End();
+    const std::string unsaved = keeper ? keeper->End() : "";
     Result result = engine.Finish();
+    if (!unsaved.empty()) {
+        result.failures.push_back("state: " + unsaved);
+    }
     result.lostLogLines = log.End();
     return Publish(kName, result, options.jsonReport, !options.explain);
 }

@@ -1,5 +1,6 @@
 #include "module_run.h"
 
+#include <algorithm>
 #include <iostream>
 
 #include "failure.h"
@@ -29,14 +30,22 @@ void ModuleRun::Start() {
 
 void ModuleRun::Execute(const std::vector<control::Command> &commands) {
     for (const control::Command &command : commands) {
-        const control::Outcome outcome = control::Execute(command, CallModule, lastInstance_);
-        standin::WaitUntilCreatedThreadsIdle();
-        if (!outcome.Ok()) {
-            throw Failure(command.Where() + outcome.ToText());
-        }
-        std::cerr << outcome.ToText() << '\n';
-        ++result_.commands;
+        std::cerr << ExecuteOne(command).ToText() << '\n';
     }
+}
+
+void ModuleRun::Restore(const std::vector<control::Command> &commands) {
+    std::ranges::for_each(commands, [this](const auto &command) { ExecuteOne(command); });
+}
+
+control::Outcome ModuleRun::ExecuteOne(const control::Command &command) {
+    control::Outcome outcome = control::Execute(command, CallModule, lastInstance_);
+    standin::WaitUntilCreatedThreadsIdle();
+    if (!outcome.Ok()) {
+        throw Failure(command.Where() + outcome.ToText());
+    }
+    ++result_.commands;
+    return outcome;
 }
 
 void ModuleRun::ExecuteAfter(const std::vector<control::Command> &commands) {

@@ -29,6 +29,8 @@ class ModuleRun {
     // the module's own threads is done before the next one runs, and before this returns. Throws
     // Failure for the first that does not succeed.
     void Execute(const std::vector<control::Command> &commands);
+    // The same for those of a saved state, without a word on each.
+    void Restore(const std::vector<control::Command> &commands);
     // Runs control commands once the traffic is over. The first that does not succeed ends them and
     // is told in the result.
     void ExecuteAfter(const std::vector<control::Command> &commands);
@@ -54,6 +56,7 @@ class ModuleRun {
     }
 
   private:
+    control::Outcome ExecuteOne(const control::Command &command);
     std::optional<PacketCounters> ReadCounters();
 
     const std::string path_;

@@ -26,6 +26,8 @@ constexpr const char *kExamples = R"(Examples:
       asks the module what it has counted, before it is stopped
   kes_engine --exec tunnels.txt --replay session.pcap --explain
       says step by step where each packet would go, and why
+  kes_engine --state /var/lib/lyr_host/state --serve
+      begins with the sources, tunnels and sessions of the last time, and keeps those of this one
   kes_engine --exec tunnels.txt --serve --listen eth1
       serves live traffic, and clients on the control socket, until it is interrupted
   kes_engine --exec tunnels.txt --replay day.pcapng.gz --filter 'host 10.64.0.3' --speed 10
@@ -47,6 +49,13 @@ names to be read (a capture, commands, the module, an interface) cannot be.
 Frames from an address given with --local go down the transmit path, and are kept as such. With
 --cause-id, SOURCE is an IPv4 or IPv6 address, for UDP packets from it, or a MAC address, for all
 frames from it; the first that fits a received frame counts.
+
+With --state, the module begins with what it has been told before: the file is loaded, then --exec is
+run, and from then on the file has the module's state: what 'lyrctl save' writes. It is written within
+two seconds of a change, so that no more than that is lost in a crash, and at an orderly stop; what
+does not change is not written. A file that is not there is a first start; one that is cut short, was
+saved from tables of another size, or has a service instance that there is not, is refused with its
+line, and nothing is loaded or written then.
 
 The standard input is '-'. Frames of Linux cooked captures (both versions), raw IP and BSD loopback
 get an Ethernet header and are counted; other link layers are refused. Frames that a capture cut short
@@ -234,6 +243,12 @@ void Describe(CLI::App &app, CommonCommandLine &line, Options &options, RawOptio
         ->type_name("SIZE")
         ->default_str("16MiB");
     app.add_flag("--serve", options.stay, "stay up for clients, until interrupted");
+    app.add_option("--state", options.statePath,
+                   "load the module's state from a file, and keep it there from then on")
+        ->type_name("FILE")
+        ->check([](const std::string &path) {
+            return path.empty() ? "the path of the state is empty" : "";
+        });
     app.add_option("--workers", raw.workers, "forwarding threads; a flow stays on one")
         ->type_name("N")
         ->capture_default_str();
