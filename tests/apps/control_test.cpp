@@ -6,6 +6,7 @@
 #include <set>
 
 #include "control/command.h"
+#include "control/line_decoder.h"
 #include "control/message_bytes.h"
 #include "mund/statistics_messages.h"
 #include "program.h"
@@ -465,6 +466,48 @@ note: 2 listed where the count, modulo 65536, is 3: the table has changed meanwh
         Answered("verify show", {Reply(5604, "5602:2=1")}).reply.dump(),
         R"({"records":[{"time":"1970-01-01T00:00:00+00:00","type":"type 0",)"
         R"("source":"0.0.0.0","sourcePort":0,"destination":"0.0.0.0","destinationPort":0}]})");
+}
+
+TEST(LineDecoder, ValuesAreInWordsAndTheRestStays) {
+    setenv("TZ", "CET-1", 1);
+    tzset();
+    const std::pair<const char *, const char *> cases[] = {
+        {"IP not match, ipVer 6, badIp [0x20010db8|20010db8:0:0:0], firstSrcIp "
+         "[0xa000001|a000001:0:0:0]",
+         "IP not match, ipVer 6, badIp [2001:db8::], firstSrcIp [10.0.0.1]"},
+        {"IP not match, ipVer 4, badIp [0xe000018c|e000018c:0:0:0], firstSrcIp [0xfd|fd:0:0:1]",
+         "IP not match, ipVer 4, badIp [224.0.1.140], firstSrcIp [0:fd::1]"},
+        {"[LYR-HOST][CTRL CAPWAP-MSGTYPE=1][MAC=d2a9-0000-0002][SRC-IP=10.64.0.3][SRC-PORT=57320]",
+         "[LYR-HOST][CTRL CAPWAP-MSGTYPE=Discovery Request (1)][MAC=d2:a9:00:00:00:02]"
+         "[SRC-IP=10.64.0.3][SRC-PORT=57320]"},
+        {"[dbgPkt][1][ServerResp][ip-ver:4, src-ip: a000001|a000001:0:0:0, dst-ip: "
+         "a40000b|a40000b:0:0:0][time: 2026/11/23 01:38:53]",
+         "[dbgPkt][tx out][ServerResp][ip-ver:4, src-ip: 10.0.0.1, dst-ip: 10.64.0.11]"
+         "[time: 2026-11-23T01:38:53+01:00]"},
+        {"lb key 4294967295 out of bound, svc num 4, pkt type 1",
+         "lb key none out of bound, svc num 4, pkt type wapi"},
+        {"recon del IPv6 tunnel: nodeId:2, srcipv6:20010db8:0:0:1, dstipv6:20010db8:0:0:fe, "
+         "srcport:5",
+         "recon del IPv6 tunnel: nodeId:2, srcipv6:2001:db8::1, dstipv6:2001:db8::fe, srcport:5"},
+        {"recon del IPv4 tunnel: nodeId:2 srcip:0xa400063, srcport:50124, dstip:0xa000001, vpnId:0",
+         "recon del IPv4 tunnel: nodeId:2 srcip:10.64.0.99, srcport:50124, dstip:10.0.0.1, "
+         "vpnId:0"},
+        {"recon del KA tunnel: nodeId:2, session: 112233-44556677-0-ff",
+         "recon del KA tunnel: nodeId:2, session: 001122334455667700000000000000ff"},
+        {"raise id=0x0F2C2004 type=1 time=2026-11-23T01:43:47.205Z weekday=1",
+         "raise id=0x0F2C2004 type=1 time=2026-11-23T02:43:47.205+01:00 weekday=1"},
+        {"[LYR_HOST]LyrKes_PktProc, ethType:34996",
+         "[LYR_HOST]LyrKes_PktProc, ethType:0x88b4 (WAPI)"},
+        {"lb key 3 out of bound, svc num 4", nullptr},
+        {"CAPWAP-MSGTYPE=99999 badIp [0x1|2:0:0:0], srcip:0x1ffffffff, mac:1-2-3", nullptr},
+        {"msg drop happened, dropNum=204, session: 1-2-3 ip:0x", nullptr},
+        {"time=2026-99-23T01:43:47.205Z [time: 2026/1", nullptr},
+    };
+    for (const auto &[line, decoded] : cases) {
+        EXPECT_EQ(DecodeLine(line),
+                  decoded == nullptr ? std::nullopt : std::optional<std::string>(decoded))
+            << line;
+    }
 }
 
 }  // namespace

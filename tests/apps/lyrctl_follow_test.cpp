@@ -22,6 +22,12 @@ TEST_F(LyrctlFollow, ShowsLinesAndLosses) {
     EXPECT_EQ(Do("--json trace follow --grep one").out,
               R"({"time":"2023-11-14T22:13:20.012+00:00","kind":"report","lost":0,"text":"one"})"
               "\n");
+    engine.PutLines({{{0, 0, kTime}, "srcip:0xa000001"}, {{0, 0, kTime}, "srcip:"}}, false);
+    EXPECT_EQ(Do("trace follow --decode --grep 10.0.0").out,
+              "2023-11-14T22:13:20.012+00:00  report     srcip:10.0.0.1  <- srcip:0xa000001\n");
+    EXPECT_THAT(Do("--json trace follow --decode").out,
+                testing::HasSubstr(R"("text":"srcip:0xa000001","decoded":"srcip:10.0.0.1"})"
+                                   "\n"));
     EXPECT_TRUE(engine.Requests(MUND_OP_DebugTraceSet).empty());
 }
 

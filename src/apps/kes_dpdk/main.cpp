@@ -30,7 +30,7 @@ ExitStatus Run(const PortsOptions &options) {
     const std::vector<control::Command> later = kes_engine::ReadCommands(options.laterCommandFiles);
     kes_engine::Services services(options.metricsPlace);
     kes_engine::OutputDirectory out(options.outDirectory, "");
-    kes_engine::LineLog log(options.logFile);
+    kes_engine::LineLog log(options.logFile, options.decode);
     kes_engine::PrepareForFiles();
     kes_engine::Configure(options);
     const dpdk::Environment environment(kName, options.environment);
@@ -51,7 +51,7 @@ ExitStatus Run(const PortsOptions &options) {
     services.End();
     kes_engine::Result result = engine.Finish();
     result.lostLogLines = log.End();
-    return kes_engine::Publish(kName, result, options.jsonReport);
+    return kes_engine::Publish(kName, result, options.report);
 }
 
 // What DPDK cannot do with the arguments that it was given is the command line's fault.

@@ -107,12 +107,15 @@ CommonCommandLine::CommonCommandLine(CLI::App &app, CommonOptions &options,
     app.add_option("--out", options.outDirectory, "keep packets as captures in a directory")
         ->type_name("DIR");
     app.add_option("--report", report_, "form of the report on standard output")
-        ->type_name("text|json")
-        ->check(CLI::IsMember({"text", "json"}).description(""))
+        ->type_name("text|json|html")
+        ->check(CLI::IsMember({"text", "json", "html"}).description(""))
         ->capture_default_str();
     app.add_option("--log", options.logFile, "append log, trace, print and alarm lines to a file")
         ->type_name("FILE")
         ->default_str("standard error");
+    app.add_flag("--decode", options.decode,
+                 "write addresses, message types and times of the log's lines in words, and each "
+                 "line as it came behind that");
 }
 
 CLI::Option *CommonCommandLine::Repeated(const char *name, std::vector<std::string> &values,
@@ -143,7 +146,9 @@ void CommonCommandLine::ReadValues() {
         ReadCauseRule(options_, text);
     }
     options_.vrf = control::ParseNumber("--vrf", vrf_);
-    options_.jsonReport = report_ == "json";
+    options_.report = report_ == "json"   ? ReportForm::kJson
+                      : report_ == "html" ? ReportForm::kHtml
+                                          : ReportForm::kText;
     if (options_.module.empty()) {
         options_.module = DefaultModule();
     }

@@ -11,6 +11,9 @@
 
 namespace kes_engine {
 
+// Of the report on standard output.
+enum class ReportForm { kText, kJson, kHtml };
+
 struct CommonOptions {
     std::string module;
     std::vector<std::pair<std::string, uint32_t>> capabilities;
@@ -24,7 +27,8 @@ struct CommonOptions {
     bool diagnose = false;
     std::string outDirectory;  // empty: none
     std::string logFile;       // empty: standard error
-    bool jsonReport = false;
+    bool decode = false;       // the lines of the log
+    ReportForm report = ReportForm::kText;
 };
 
 class CommonCommandLine {

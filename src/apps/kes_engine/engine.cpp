@@ -1,9 +1,11 @@
 #include "engine.h"
 
 #include <chrono>
+#include <ctime>
 #include <iostream>
 
 #include "control/json_line.h"
+#include "control/values.h"
 #include "explanation.h"
 #include "failure.h"
 #include "interruption.h"
@@ -43,11 +45,16 @@ void Engine::Start() {
     run_.Start();
     // No channel refuses a packet for lack of room: all buffers fit into any one of them.
     instances_.emplace(InstancesUpTo(run_.LastInstance()), pool_.Capacity(), out_);
+    if (options_.report == ReportForm::kHtml) {
+        unserved_.emplace(Module());
+        forwarding_->Watch(&*unserved_);
+    }
 }
 
 template <class Run>
 void Engine::Measure(Run run) {
     using Clock = std::chrono::steady_clock;
+    KeepTimeline();
     const Clock::time_point start = Clock::now();
     try {
         run();
@@ -59,6 +66,25 @@ void Engine::Measure(Run run) {
     result_.received = received_;
     result_.seconds += std::chrono::duration<double>(Clock::now() - start).count();
     run_.CompareCounters();
+}
+
+// From the first frame on, of whichever kind it is.
+void Engine::KeepTimeline() {
+    if (options_.report != ReportForm::kHtml || timeline_) {
+        return;
+    }
+    result_.begunAt = control::TimeText(std::time(nullptr));
+    timeline_.emplace([this] {
+        const Fates fates = forwarding_->FatesSoFar();
+        const standin::AlarmCounts alarms = standin::SentAlarms();
+        return TimePoint{.received = received_,
+                         .returned = fates.returned,
+                         .taken = fates.taken,
+                         .undelivered = fates.undelivered,
+                         .transmitted = fates.transmitted,
+                         .raised = alarms.raised,
+                         .restored = alarms.restored};
+    });
 }
 
 void Engine::Replay(capture::Reader &capture) {
@@ -143,7 +169,7 @@ void Engine::Explain(capture::Reader &capture) {
 }
 
 void Engine::Print(const capture::Frame &frame, const Explanation &explanation) const {
-    if (options_.jsonReport) {
+    if (options_.report == ReportForm::kJson) {
         nlohmann::ordered_json object = {{"frame", frame.number}};
         if (frame.IsCutShort()) {
             object["missingBytes"] = frame.MissingBytes();
@@ -236,7 +262,13 @@ Result Engine::Finish() {
                    " frames were left out: they have more than the " +
                    std::to_string(standin::MbufPool::kMaxFrame) + " bytes that fit into a buffer"});
     }
+    if (timeline_) {
+        result_.timeline = timeline_->End();
+    }
     Stop();
+    if (unserved_) {
+        result_.unserved = unserved_->Report();
+    }
     result_.instances = instances_->Reports();
     run_.Note(forwarding_->CloseCaptures());
     run_.Note(instances_->CloseCaptures());

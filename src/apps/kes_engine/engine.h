@@ -88,6 +88,7 @@ class Engine {
     bool HasRoomFor(const capture::Frame &frame);
     void Print(const capture::Frame &frame, const Explanation &explanation) const;
     standin::Arrival ArrivalOf(const capture::Frame &frame) const;
+    void KeepTimeline();
     void Stop();
 
     const Options &options_;
@@ -101,6 +102,8 @@ class Engine {
     Result &result_;
     std::optional<ForwardingThreads> forwarding_;
     std::optional<ServiceInstances> instances_;
+    std::optional<Unserved> unserved_;  // for a report that tells of them
+    std::optional<Timeline> timeline_;  // the same
 };
 
 }  // namespace kes_engine

@@ -1,5 +1,7 @@
 #include "fates.h"
 
+#include "unserved.h"
+
 namespace kes_engine {
 
 Fates &Fates::operator+=(const Fates &other) {
@@ -29,11 +31,17 @@ void FateCaptures::Account(Fates &counts, const HostMbuf *packet, standin::Fate 
             ++(transmitted ? counts.transmitted : counts.returned);
             counts.returnedControl += !transmitted && IsControl(packet) ? 1 : 0;
             (transmitted ? transmitted_ : returned_).Write(packet);
+            if (unserved_ != nullptr && !transmitted) {
+                unserved_->Count(packet, false);
+            }
             break;
         case standin::Fate::kUndelivered:
             ++counts.undelivered;
             CountByClass(counts.undeliveredByClass, packet);
             undelivered_.Write(packet);
+            if (unserved_ != nullptr) {
+                unserved_->Count(packet, true);
+            }
             break;
     }
 }

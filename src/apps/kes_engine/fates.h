@@ -24,10 +24,17 @@ struct Fates {
     Fates &operator+=(const Fates &other);
 };
 
+class Unserved;
+
 // The captures of packets that no service instance got.
 class FateCaptures {
   public:
     explicit FateCaptures(const OutputDirectory &out);
+
+    // Has those counted, too, who are not served; before any packet.
+    void Watch(Unserved *unserved) {
+        unserved_ = unserved;
+    }
 
     // Counts and keeps a packet whose way has ended. One that was taken is not looked at. Callable
     // from any thread, each with counts of its own.
@@ -40,6 +47,7 @@ class FateCaptures {
     PacketCapture returned_;
     PacketCapture undelivered_;
     PacketCapture transmitted_;
+    Unserved *unserved_ = nullptr;
 };
 
 }  // namespace kes_engine

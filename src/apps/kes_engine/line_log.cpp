@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "control/line_decoder.h"
 #include "control/values.h"
 #include "failure.h"
 
@@ -43,7 +44,7 @@ size_t WriteTo(int file, std::string_view text) {
 
 }  // namespace
 
-LineLog::LineLog(const std::string &path) : path_(path) {
+LineLog::LineLog(const std::string &path, bool decode) : path_(path), decode_(decode) {
     if (path_.empty()) {
         file_ = mund::Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
         return;
@@ -105,7 +106,11 @@ void LineLog::Write(standin::LineKind kind, std::string_view line) {
         line.remove_suffix(1);
     }
     std::string text = Now();
-    text.append(" ").append(standin::LineKindName(kind)).append(": ").append(line).append("\n");
+    text.append(" ").append(standin::LineKindName(kind)).append(": ");
+    if (const auto decoded = decode_ ? control::DecodeLine(line) : std::nullopt) {
+        text.append(*decoded).append(control::kDecodedFrom);
+    }
+    text.append(line).append("\n");
     const std::lock_guard lock(mutex_);
     if (torn_) {
         text.insert(0, "\n");

@@ -13,9 +13,10 @@ namespace kes_engine {
 
 class LineLog {
   public:
-    // Opens the file, to append to it; without a path, standard error takes the lines. Throws
+    // Opens the file, to append to it; without a path, standard error takes the lines. Where there
+    // is something to decode in a line, it is written so, and as it came behind that. Throws
     // Failure.
-    explicit LineLog(const std::string &path);
+    explicit LineLog(const std::string &path, bool decode = false);
     // Takes the file away again if this object made it and nothing has begun.
     ~LineLog();
     LineLog(const LineLog &) = delete;
@@ -41,6 +42,7 @@ class LineLog {
     void Complain(const std::string &consequence);
 
     const std::string path_;
+    const bool decode_;
     bool made_ = false;
     std::mutex mutex_;
     mund::Descriptor file_;

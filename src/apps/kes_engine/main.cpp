@@ -33,7 +33,7 @@ ExitStatus Run(const Options &options) {
     }
     LiveReaders interfaces(options.interfaces, options.listening);
     OutputDirectory out(options.outDirectory, options.capture);
-    LineLog log(options.logFile);
+    LineLog log(options.logFile, options.decode);
     PrepareForFiles();
     Configure(options);
     Engine engine(options, out);
@@ -76,7 +76,7 @@ ExitStatus Run(const Options &options) {
         result.failures.push_back("state: " + unsaved);
     }
     result.lostLogLines = log.End();
-    return Publish(kName, result, options.jsonReport, !options.explain);
+    return Publish(kName, result, options.report, !options.explain);
 }
 
 }  // namespace

@@ -38,8 +38,8 @@ constexpr const char *kExamples = R"(Examples:
       four service instances, four forwarding threads, a report for a program
 
 The report goes to standard output: where every packet went, the module's own counters, and its alarm
-for dropped packets. What came of the commands, and errors, go to standard error. A run goes wrong,
-too, if a packet is lost or if the counters contradict what was seen. With several workers the latter
+for dropped packets; --report html makes a page for a browser, which tells as well who was not served,
+and why. What came of the commands, and errors, go to standard error. A run goes wrong, too, if a packet is lost or if the counters contradict what was seen. With several workers the latter
 is reported as a note, since the module counts without locks.
 SIGINT and SIGTERM stop a run in order, with the report; a second one ends it at once. SIGHUP opens
 the log anew, as after a rotation.
@@ -199,6 +199,9 @@ void ReadValues(const RawOptions &raw, Options &options) {
     }
     if (options.interfaces.empty()) {
         RefuseWithoutInterface(options, raw);
+    }
+    if (options.explain && options.report == ReportForm::kHtml) {
+        throw UsageError("--explain has no report: it goes without --report html");
     }
     if (options.explain && !options.frameRules.local.empty()) {
         throw UsageError("--explain tells of received frames: it goes without --local");

@@ -48,6 +48,12 @@ bool IsUdpOf(const standin::HostMbufMeta &meta, uint16_t port) {
     return meta.ipProtocol == IPPROTO_UDP && (meta.srcPort == port || meta.dstPort == port);
 }
 
+}  // namespace
+
+bool IsControl(const HostMbuf *packet) {
+    return IsUdpOf(standin::MetaOf(packet), capwap::kControlPort);
+}
+
 std::optional<size_t> ClassOf(const HostMbuf *packet) {
     const standin::HostMbufMeta &meta = standin::MetaOf(packet);
     if (IsUdpOf(meta, capwap::kControlPort)) {
@@ -55,12 +61,6 @@ std::optional<size_t> ClassOf(const HostMbuf *packet) {
     }
     return IsUdpOf(meta, capwap::kDataPort) ? ClassOnDataPort(UdpPayload(packet, meta))
                                             : std::nullopt;
-}
-
-}  // namespace
-
-bool IsControl(const HostMbuf *packet) {
-    return IsUdpOf(standin::MetaOf(packet), capwap::kControlPort);
 }
 
 void CountByClass(ClassCounts &counts, const HostMbuf *packet) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "kes/mbuf.h"
 #include "mund/statistics_messages.h"
@@ -23,6 +24,10 @@ using ClassCounts = std::array<uint32_t, LYR_KES_PKT_STAT_ROW_NUM>;
 
 // Whether a packet is CAPWAP control, as far as its ports say.
 bool IsControl(const HostMbuf *packet);
+
+// The class of a packet that the module wants for a service instance, by the frame alone; nothing
+// for one that is of no class.
+std::optional<size_t> ClassOf(const HostMbuf *packet);
 
 // Counts a packet that the module wanted for a service instance, by the frame alone. One that is
 // of no class, as a station's, is not counted.

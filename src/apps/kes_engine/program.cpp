@@ -14,6 +14,7 @@
 #include "control/input_error.h"
 #include "failure.h"
 #include "hang_ups.h"
+#include "html_report.h"
 #include "standard_output.h"
 #include "standin/runtime.h"
 
@@ -22,6 +23,18 @@ namespace {
 
 void Complain(const std::string &program, const std::string &what) {
     std::cerr << program << ": " << what << '\n';
+}
+
+std::string ReportOf(const Result &result, ReportForm form) {
+    switch (form) {
+        case ReportForm::kJson:
+            return JsonReport(result);
+        case ReportForm::kHtml:
+            return HtmlReport(result);
+        case ReportForm::kText:
+            break;
+    }
+    return TextReport(result);
 }
 
 // Whether it is the command line that is wrong, or what it names to be read.
@@ -78,9 +91,9 @@ void PrepareForFiles() {
     }
 }
 
-ExitStatus Publish(const std::string &name, const Result &result, bool jsonReport, bool hasReport) {
+ExitStatus Publish(const std::string &name, const Result &result, ReportForm form, bool hasReport) {
     if (hasReport) {
-        std::cout << (jsonReport ? JsonReport(result) : TextReport(result));
+        std::cout << ReportOf(result, form);
     }
     for (const std::string &failure : result.failures) {
         Complain(name, failure);

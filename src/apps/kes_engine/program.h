@@ -32,7 +32,7 @@ void Configure(const CommonOptions &options);
 
 // Prints the report, unless the standard output has been given another purpose, and what went
 // wrong on standard error.
-ExitStatus Publish(const std::string &name, const Result &result, bool jsonReport,
+ExitStatus Publish(const std::string &name, const Result &result, ReportForm form,
                    bool hasReport = true);
 
 }  // namespace kes_engine

@@ -14,6 +14,8 @@
 #include "port_count.h"
 #include "service_instances.h"
 #include "standin/runtime.h"
+#include "timeline.h"
+#include "unserved.h"
 
 namespace kes_engine {
 
@@ -35,9 +37,12 @@ struct Result {
     std::optional<PacketCounters> counters;   // of the module, if it offers any: the replay's
     std::optional<MundDropWatch> dropWatch;   // of the module, if it has one
     standin::AlarmCounts alarms;
-    std::optional<Traffic> traffic;      // of an engine that has ports, when they have stopped
-    std::vector<std::string> leftovers;  // what the module left behind
-    std::vector<std::string> failures;   // what went wrong otherwise, one line each
+    std::optional<Traffic> traffic;          // of an engine that has ports, when they have stopped
+    std::string begunAt;                     // local time of the first frame
+    std::vector<TimePoint> timeline;         // of a run that keeps one
+    std::optional<UnservedReport> unserved;  // the same
+    std::vector<std::string> leftovers;      // what the module left behind
+    std::vector<std::string> failures;       // what went wrong otherwise, one line each
 
     uint64_t ReceivedByInstances() const;
     // Every frame was received or transmitted; every packet received met one fate, and each that

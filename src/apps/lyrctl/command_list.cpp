@@ -117,7 +117,7 @@ constexpr OwnCommand kOwnCommands[] = {
      .render = RenderTrace},
     {.text =
          {.name = "trace follow",
-          .usage = "[--level N] [--grep RE]",
+          .usage = "[--level N] [--grep RE] [--decode]",
           .help =
               "Show the engine's lines as they come, until interrupted: trace and log lines, which "
               "come while the trace is on, prints, log messages, alarms and failed assertions. "
@@ -125,9 +125,11 @@ constexpr OwnCommand kOwnCommands[] = {
               "packets, 3 for both, as long as the lines are followed. Filters that are set stay; "
               "afterwards the level is again what it was, and a trace that was off is off. One at "
               "a time sets it. With "
-              "--grep only lines that the regular expression finds something in. With --json, "
-              "objects of \"time\", \"kind\", \"lost\" (lines before this one that came too fast) "
-              "and \"text\".",
+              "--grep only lines that the regular expression finds something in. --decode writes "
+              "addresses, message types and times in words, and the line as it came behind that. "
+              "With --json, "
+              "objects of \"time\", \"kind\", \"lost\" (lines before this one that came too fast), "
+              "\"text\" and, with --decode, \"decoded\".",
           .example = "--level 1 --grep 'source|lb key'"},
      .run = FollowTrace},
     {.text = {.name = "wapi show",

@@ -14,6 +14,7 @@
 
 #include "control/input_error.h"
 #include "control/json_line.h"
+#include "control/line_decoder.h"
 #include "control/message_bytes.h"
 #include "control/module_object.h"
 #include "control/values.h"
@@ -165,7 +166,7 @@ class TraceLevel {
 
 class LinePrinter {
   public:
-    LinePrinter(bool json, const std::string *pattern) : json_(json) {
+    LinePrinter(bool json, bool decode, const std::string *pattern) : json_(json), decode_(decode) {
         if (pattern != nullptr) {
             try {
                 pattern_ = std::regex(*pattern);
@@ -181,24 +182,35 @@ class LinePrinter {
     // False when no one reads any more.
     bool Print(const MundWireLine &line, std::string_view text) {
         lost_ += line.lost;
-        if (pattern_ && !std::regex_search(text.begin(), text.end(), *pattern_)) {
+        const std::optional<std::string> decoded =
+            decode_ ? control::DecodeLine(text) : std::nullopt;
+        if (!IsWanted(text) && !(decoded && IsWanted(*decoded))) {
             return true;
         }
-        json_ ? PrintJson(line, text) : PrintText(line, text);
+        json_ ? PrintJson(line, text, decoded) : PrintText(line, text, decoded);
         lost_ = 0;
         return static_cast<bool>(std::cout.flush());
     }
 
   private:
-    void PrintJson(const MundWireLine &line, std::string_view text) {
-        const ordered_json json = {{"time", Time(line.timeNs)},
-                                   {"kind", KindOf(line.kind).name},
-                                   {"lost", lost_},
-                                   {"text", text}};
+    bool IsWanted(std::string_view text) const {
+        return !pattern_ || std::regex_search(text.begin(), text.end(), *pattern_);
+    }
+
+    void PrintJson(const MundWireLine &line, std::string_view text,
+                   const std::optional<std::string> &decoded) {
+        ordered_json json = {{"time", Time(line.timeNs)},
+                             {"kind", KindOf(line.kind).name},
+                             {"lost", lost_},
+                             {"text", text}};
+        if (decode_) {
+            json["decoded"] = decoded ? ordered_json(*decoded) : ordered_json();
+        }
         std::cout << control::JsonLine(json) << '\n';
     }
 
-    void PrintText(const MundWireLine &line, std::string_view text) {
+    void PrintText(const MundWireLine &line, std::string_view text,
+                   const std::optional<std::string> &decoded) {
         if (lost_ != 0) {
             std::cout << Coloured("1;33", "-- " + std::to_string(lost_) +
                                               " lines lost: they came faster than they were read")
@@ -208,7 +220,11 @@ class LinePrinter {
         std::string name(kind.name);
         name.resize(kKinds[std::size(kKinds) - 1].name.size(), ' ');
         std::cout << Coloured("2", Time(line.timeNs)) << "  " << Coloured(kind.colour, name) << "  "
-                  << Printable(text) << '\n';
+                  << (decoded
+                          ? Printable(*decoded) +
+                                Coloured("2", std::string(control::kDecodedFrom) + Printable(text))
+                          : Printable(text))
+                  << '\n';
     }
 
     std::string Coloured(const char *colour, const std::string &text) const {
@@ -216,6 +232,7 @@ class LinePrinter {
     }
 
     bool json_;
+    bool decode_;
     bool colours_ = false;
     std::optional<std::regex> pattern_;
     uint64_t lost_ = 0;  // since the last line that was printed
@@ -233,7 +250,8 @@ void NoteIfOff(Client &client) {
 }  // namespace
 
 ExitStatus FollowTrace(Client &client, const control::Arguments &arguments) {
-    LinePrinter printer(client.Json(), arguments.Find("--grep"));
+    LinePrinter printer(client.Json(), arguments.Find("--decode") != nullptr,
+                        arguments.Find("--grep"));
     std::optional<uint32_t> level;
     if (const std::string *text = arguments.Find("--level")) {
         level = control::ParseTraceLevel("--level", *text);
