@@ -112,7 +112,7 @@ for ((i = 0; i < instances; ++i)); do
     ip -n "$name-$i" addr add $controller/8 brd + dev "instance$i"
     ip -n "$name-$i" link set lo up
     ip -n "$name-$i" link set "instance$i" up
-    start "tcpdump$i" "$i" tcpdump -i "instance$i" -Q in -w "$work/instance$i.pcap" \
+    start "tcpdump$i" "$i" tcpdump --immediate-mode -i "instance$i" -Q in -w "$work/instance$i.pcap" \
         "udp and dst host $controller and dst portrange 5246-5247"
     captures[i]=$!
     start_responder "$i"
