@@ -193,6 +193,67 @@ void AddEngine(Metrics &metrics, const Reading &reading) {
     }
 }
 
+// What tells a port's samples apart.
+ordered_json PortLabels(const ordered_json &port) {
+    ordered_json labels = {{"port", port.at("name")}, {"role", port.at("role")}};
+    if (const ordered_json &instance = port.at("instance"); !instance.is_null()) {
+        labels[kInstanceLabel] = instance.dump();
+    }
+    return labels;
+}
+
+// A family with a sample of each port for each of some keys, which a label's values stand for.
+struct PortFamily {
+    MetricFamily family;
+    std::vector<std::pair<const char *, const char *>> keys;
+};
+
+void AddPorts(Metrics &metrics, const Reading &reading) {
+    const ordered_json ports = reading.state.value("ports", ordered_json());
+    if (ports.empty()) {
+        return;
+    }
+    const PortFamily families[] = {
+        {{"lyr_engine_port_packets_total", "Packets that ports received and sent.", "direction"},
+         {{"receivedPackets", "received"}, {"sentPackets", "sent"}}},
+        {{"lyr_engine_port_bytes_total", "Their bytes.", "direction"},
+         {{"receivedBytes", "received"}, {"sentBytes", "sent"}}},
+        {{"lyr_engine_port_errors_total", "Packets that drivers call damaged.", "direction"},
+         {{"receiveErrors", "received"}, {"sendErrors", "sent"}}},
+        {{"lyr_engine_port_dropped_packets_total", "Packets dropped at ports.", "reason"},
+         {{"missed", "missed"},
+          {"noBuffer", "no_buffer"},
+          {"oversize", "oversize"},
+          {"refused", "refused"}}},
+    };
+    for (const PortFamily &of : families) {
+        metrics.Counter(of.family);
+        for (const ordered_json &port : ports) {
+            for (const auto &[key, value] : of.keys) {
+                ordered_json labels = PortLabels(port);
+                labels[of.family.label] = value;
+                metrics.Sample(std::move(labels), port.at(key));
+            }
+        }
+    }
+    metrics.Gauge("lyr_engine_port_up", "1 while the port's link is up.");
+    for (const ordered_json &port : ports) {
+        metrics.Sample(PortLabels(port), port.at("up").get<bool>() ? 1 : 0);
+    }
+    metrics.Gauge("lyr_engine_port_waiting_packets", "Packets that wait for an instance's port.");
+    for (const ordered_json &port : ports) {
+        metrics.Sample(PortLabels(port), port.at("waiting"));
+    }
+    metrics.Gauge("lyr_engine_port_room_packets", "Packets that may wait for an instance's port.");
+    for (const ordered_json &port : ports) {
+        metrics.Sample(PortLabels(port), port.at("room"));
+    }
+    const ordered_json &buffers = reading.state.at("buffers");
+    metrics.Gauge("lyr_engine_buffers", "Packet buffers.").Sample(buffers.at("total"));
+    metrics.Gauge("lyr_engine_buffers_in_use", "Packet buffers that are not free.")
+        .Sample(buffers.at("inUse"));
+}
+
 std::string Quoted(const std::string &value) {
     std::string quoted = "\"";
     for (const char c : value) {
@@ -226,6 +287,7 @@ ordered_json ReadMetrics(EngineView &engine) {
     AddMessageTypes(metrics, engine);
     AddMemory(metrics, reading);
     AddEngine(metrics, reading);
+    AddPorts(metrics, reading);
     return {{"metrics", metrics.Take()}};
 }
 

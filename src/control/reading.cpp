@@ -9,6 +9,24 @@ namespace {
 
 using nlohmann::ordered_json;
 
+PortReading ReadPort(const ordered_json &port) {
+    const ordered_json &instance = port.at("instance");
+    PortReading reading = {.name = port.at("name"),
+                           .role = port.at("role"),
+                           .received = port.at("receivedPackets"),
+                           .sent = port.at("sentPackets"),
+                           .dropped = 0,
+                           .waiting = port.at("waiting"),
+                           .room = port.at("room")};
+    if (!instance.is_null()) {
+        reading.role += " " + instance.dump();
+    }
+    for (const char *reason : {"missed", "noBuffer", "oversize", "refused"}) {
+        reading.dropped += port.at(reason).get<uint64_t>();
+    }
+    return reading;
+}
+
 // What the rest of the program relies on is checked here, once.
 void ReadState(Reading &reading) {
     const ordered_json &state = reading.state;
@@ -25,6 +43,11 @@ void ReadState(Reading &reading) {
         reading.tables.push_back({.name = table.at("table"),
                                   .entries = table.at("entries"),
                                   .buckets = table.at("buckets")});
+    }
+    if (state.contains("ports")) {
+        for (const ordered_json &port : state["ports"]) {
+            reading.ports.push_back(ReadPort(port));
+        }
     }
 }
 

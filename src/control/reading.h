@@ -35,6 +35,17 @@ struct InstancePackets {
     }
 };
 
+// Of an engine that has ports.
+struct PortReading {
+    std::string name;
+    std::string role;  // with the instance's number, if it is one's
+    uint64_t received;
+    uint64_t sent;
+    uint64_t dropped;  // for whatever reason
+    uint64_t waiting;
+    uint64_t room;  // for those that wait; 0 where none do
+};
+
 struct Reading {
     std::chrono::steady_clock::time_point when;
     nlohmann::ordered_json state;  // the engine's
@@ -46,6 +57,7 @@ struct Reading {
     std::array<LyrKesPktStat, LYR_KES_PKT_STAT_ROW_NUM> classes;
     MundDropWatch drops;
     std::vector<TableFill> tables;  // none of a module that the engine cannot ask
+    std::vector<PortReading> ports;
 };
 
 // Throws what the engine throws, and Refused for what is not understood.

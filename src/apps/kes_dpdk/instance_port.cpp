@@ -70,7 +70,7 @@ size_t PortedInstance::Deliver(unsigned lcore) {
     if (first_ == end_ && !TakeBurst()) {
         return 0;
     }
-    const size_t sent = port_.port.Send(lcore, std::span(waiting_).subspan(first_, end_ - first_));
+    const size_t sent = port_.Send(lcore, std::span(waiting_).subspan(first_, end_ - first_));
     first_ += sent;
     held_.store(end_ - first_, std::memory_order_relaxed);
     Add(sent_, sent);

@@ -22,6 +22,8 @@ using kes_engine::UsageError;
 
 // How often links and idleness are looked at.
 constexpr std::chrono::milliseconds kLook{100};
+// How often a port is tried whose other side is absent.
+constexpr std::chrono::seconds kTryAgain{1};
 // How long packets may wait, at the end, for a port that does not take them.
 constexpr std::chrono::milliseconds kGrace{1000};
 
@@ -200,7 +202,9 @@ void PortsEngine::Start() {
 
 void PortsEngine::Forward() {
     for (UsedPort *port : PortsOf(*board_)) {
-        port->port.Start(*pool_);
+        if (!port->port.Start(*pool_)) {
+            absent_.push_back(port);
+        }
     }
     kes_engine::Result &result = run_.Outcome();
     const Clock::time_point start = Clock::now();
@@ -219,9 +223,14 @@ void PortsEngine::Forward() {
 void PortsEngine::WaitForTheEnd() {
     uint64_t frames = 0;
     Clock::time_point lastCame = Clock::now();
+    Clock::time_point nextTry = lastCame;
     do {
         WatchLinks();
         const Clock::time_point now = Clock::now();
+        if (now >= nextTry) {
+            nextTry = now + kTryAgain;
+            std::erase_if(absent_, [](UsedPort *port) { return port->port.TryAgain(); });
+        }
         if (const uint64_t current = Counts().frames; current != frames) {
             frames = current;
             lastCame = now;

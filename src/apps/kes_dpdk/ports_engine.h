@@ -78,6 +78,7 @@ class PortsEngine {
     std::deque<Lcore> lcores_;
     bool launched_ = false;
     std::optional<kes_engine::ServiceInstances> unported_;
+    std::vector<UsedPort *> absent_;          // that wait for their other side
     std::vector<std::optional<bool>> links_;  // as last seen, by port
 };
 

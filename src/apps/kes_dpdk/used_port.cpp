@@ -22,8 +22,16 @@ const char *WordOf(Role role) {
 UsedPort::UsedPort(const std::string &text, Role ofPort, std::optional<uint32_t> itsNumber)
     : port(text), role(ofPort), number(itsNumber.value_or(port.Id())) {}
 
-void UsedPort::SendAll(unsigned lcore, std::span<HostMbuf *const> packets) {
+size_t UsedPort::Send(unsigned lcore, std::span<HostMbuf *const> packets) {
     const size_t sent = packets.empty() ? 0 : port.Send(lcore, packets);
+    if (sent > 0) {
+        sent_.fetch_add(sent, std::memory_order_relaxed);
+    }
+    return sent;
+}
+
+void UsedPort::SendAll(unsigned lcore, std::span<HostMbuf *const> packets) {
+    const size_t sent = Send(lcore, packets);
     if (sent < packets.size()) {
         CountRefused(packets.size() - sent);
         standin::Release(packets.subspan(sent));
@@ -41,9 +49,9 @@ kes_engine::PortCount UsedPort::Counts() const {
             .receiveErrors = counts.receiveErrors,
             .missed = counts.missed,
             .noBuffer = counts.noBuffer,
-            .sentPackets = counts.sentPackets,
             .sentBytes = counts.sentBytes,
             .sendErrors = counts.sendErrors,
+            .sentPackets = sent_.load(std::memory_order_relaxed),
             .oversize = oversize_.load(std::memory_order_relaxed),
             .refused = refused_.load(std::memory_order_relaxed)};
 }

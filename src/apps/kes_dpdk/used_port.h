@@ -20,6 +20,9 @@ class UsedPort {
     // which it is DPDK's if there is no other. Throws dpdk::Error.
     UsedPort(const std::string &text, Role role, std::optional<uint32_t> number);
 
+    // Sends packets, and owns those that the port takes: so many, the first ones. Callable from any
+    // lcore.
+    size_t Send(unsigned lcore, std::span<HostMbuf *const> packets);
     // Sends packets that are the caller's; those that the port does not take are counted, and
     // released. Callable from any lcore.
     void SendAll(unsigned lcore, std::span<HostMbuf *const> packets);
@@ -42,6 +45,7 @@ class UsedPort {
   private:
     std::atomic<uint64_t> oversize_{0};
     std::atomic<uint64_t> refused_{0};
+    std::atomic<uint64_t> sent_{0};  // drivers forget theirs when the other side goes away
 };
 
 }  // namespace kes_dpdk

@@ -21,10 +21,10 @@ struct PortCount {
     uint64_t receiveErrors = 0;
     uint64_t missed = 0;    // came while the queue was full
     uint64_t noBuffer = 0;  // came while no buffer was free
-    uint64_t sentPackets = 0;
     uint64_t sentBytes = 0;
     uint64_t sendErrors = 0;
     // As the engine does.
+    uint64_t sentPackets = 0;
     uint64_t oversize = 0;  // came, and were dropped: longer than a buffer
     uint64_t refused = 0;   // the port would not send them
     uint64_t waiting = 0;   // packets in the channels of the instance

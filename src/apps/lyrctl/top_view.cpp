@@ -88,6 +88,15 @@ class Interval {
     double Rate(const InstancePackets &packets) const {
         return Cwp(packets) + Wapi(packets);
     }
+    // Packets a second that a port has received, and sent.
+    std::pair<double, double> Port(const control::PortReading &port) const {
+        const auto before =
+            std::ranges::find(earlier_.ports, port.name, &control::PortReading::name);
+        return before == earlier_.ports.end()
+                   ? std::pair(0.0, 0.0)
+                   : std::pair(PerSecond(Grown(before->received, port.received)),
+                               PerSecond(Grown(before->sent, port.sent)));
+    }
     // Of what all instances get.
     double Share(const InstancePackets &packets) const {
         double all = 0;
@@ -268,6 +277,26 @@ Lines Instances(std::vector<InstancePackets> busiest, const Interval &interval, 
     return lines;
 }
 
+// A port a row, and the packet buffers; nothing of an engine without ports.
+Lines Ports(const Interval &interval, const Reading &later, size_t width) {
+    if (later.ports.empty()) {
+        return {};
+    }
+    std::vector<Row> rows = {{"port", "role", "received/s", "sent/s", "dropped", "waiting"}};
+    for (const control::PortReading &port : later.ports) {
+        const auto [received, sent] = interval.Port(port);
+        const std::string room = port.room == 0 ? "" : " of " + std::to_string(port.room);
+        rows.push_back({port.name, port.role, NumberText(received), NumberText(sent),
+                        std::to_string(port.dropped),
+                        room.empty() ? "-" : std::to_string(port.waiting) + room});
+    }
+    Lines lines = Table(rows, {12, 13, 12, 12, 10, 14}, width);
+    const ordered_json &buffers = later.state.at("buffers");
+    lines.push_back({"buffers " + buffers.at("inUse").dump() + " of " + buffers.at("total").dump() +
+                     " in use"});
+    return lines;
+}
+
 ordered_json Count(uint64_t total, double perSecond) {
     return {{"total", total}, {"perSecond", perSecond}};
 }
@@ -289,6 +318,9 @@ Lines TopLines(const Reading &earlier, const Reading &later, size_t width, size_
     std::vector<Lines> parts = {Title(later, width), Fates(later, interval, width),
                                 Drops(later.drops, width), Classes(interval, width),
                                 Tables(later, width)};
+    if (Lines ports = Ports(interval, later, width); !ports.empty()) {
+        parts.insert(parts.begin() + 3, std::move(ports));
+    }
     constexpr size_t kDispensable = 2;
     const size_t few = 1 + std::clamp<size_t>(busiest.size(), 1, kFewInstances);
     for (size_t i = 0; i < kDispensable && HeightOf(parts) + few > height; ++i) {
@@ -331,6 +363,10 @@ ordered_json TopJson(const Reading &earlier, const Reading &later) {
                                   {"entries", table.entries},
                                   {"buckets", table.buckets},
                                   {"entriesPerBucket", EntriesPerBucket(table)}});
+    }
+    if (!later.ports.empty()) {
+        json["ports"] = later.state.at("ports");
+        json["buffers"] = later.state.at("buffers");
     }
     json["drops"] = control::DropWatchToJson(later.drops);
     json["instances"] = ordered_json::array();

@@ -1,6 +1,7 @@
 #include "dpdk/port.h"
 
 #include <rte_errno.h>
+#include <rte_log.h>
 
 #include <algorithm>
 #include <charconv>
@@ -24,6 +25,12 @@ std::string NameOf(uint16_t id) {
 bool HasQueuesOfItsOwn(const rte_eth_dev_info &info) {
     return std::strcmp(info.driver_name, "net_pcap") == 0 ||
            std::strcmp(info.driver_name, "net_ring") == 0;
+}
+
+constexpr const char *kMemifLog = "pmd.net.memif";
+
+bool MayWait(const rte_eth_dev_info &info) {
+    return std::strcmp(info.driver_name, "net_memif") == 0;
 }
 
 // Drivers that want as many queues of one kind as of the other.
@@ -120,7 +127,7 @@ uint32_t Port::BuffersHeld() const {
     return receiveQueues_ * receiveDescriptors_ + sendQueueCount_ * sendDescriptors_;
 }
 
-void Port::Start(const PacketPool &pool) {
+bool Port::Start(const PacketPool &pool) {
     int status = 0;
     const int socket = rte_eth_dev_socket_id(id_);
     const auto node = static_cast<unsigned>(socket < 0 ? SOCKET_ID_ANY : socket);
@@ -130,18 +137,43 @@ void Port::Start(const PacketPool &pool) {
     for (uint16_t queue = 0; queue < sendQueueCount_ && status == 0; ++queue) {
         status = rte_eth_tx_queue_setup(id_, queue, sendDescriptors_, node, nullptr);
     }
-    if (status == 0) {
-        status = rte_eth_dev_start(id_);
+    const bool hasQueues = status == 0;
+    if (hasQueues) {
+        status = StartDevice();
+    }
+    if (hasQueues && status != 0 && MayWait(info_)) {
+        return false;
     }
     if (status != 0) {
         throw Error("port '" + name_ + "' does not start: " + rte_strerror(-status));
     }
-    started_ = true;
-    rte_eth_promiscuous_enable(id_);
-    rte_eth_allmulticast_enable(id_);
+    return true;
+}
+
+bool Port::TryAgain() {
+    // The driver says each time that nobody is there.
+    const int type = rte_log_register(kMemifLog);
+    const int level = rte_log_get_level(static_cast<uint32_t>(type));
+    rte_log_set_level(static_cast<uint32_t>(type), RTE_LOG_CRIT);
+    const bool started = StartDevice() == 0;
+    rte_log_set_level(static_cast<uint32_t>(type), static_cast<uint32_t>(level));
+    return started;
+}
+
+int Port::StartDevice() {
+    const int status = rte_eth_dev_start(id_);
+    if (status == 0) {
+        rte_eth_promiscuous_enable(id_);
+        rte_eth_allmulticast_enable(id_);
+        started_.store(true, std::memory_order_release);
+    }
+    return status;
 }
 
 size_t Port::Send(unsigned lcore, std::span<HostMbuf *const> packets) {
+    if (!started_.load(std::memory_order_acquire)) {
+        return 0;
+    }
     const auto queue = static_cast<uint16_t>(lcore % sendQueueCount_);
     const auto send = [&] {
         return rte_eth_tx_burst(id_, queue, Rte(packets), static_cast<uint16_t>(packets.size()));
@@ -168,7 +200,6 @@ PortCounts Port::Counts() const {
             .receiveErrors = stats.ierrors,
             .missed = stats.imissed,
             .noBuffer = stats.rx_nombuf,
-            .sentPackets = stats.opackets,
             .sentBytes = stats.obytes,
             .sendErrors = stats.oerrors};
 }

@@ -4,6 +4,7 @@
 #include <rte_ethdev.h>
 #include <rte_spinlock.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -21,7 +22,6 @@ struct PortCounts {
     uint64_t receiveErrors = 0;
     uint64_t missed = 0;    // came while the queue was full
     uint64_t noBuffer = 0;  // came while no buffer was free
-    uint64_t sentPackets = 0;
     uint64_t sentBytes = 0;
     uint64_t sendErrors = 0;
 };
@@ -51,8 +51,12 @@ class Port {
     void Configure(unsigned receivers, unsigned senders, uint16_t longestFrame);
     // Packet buffers that its queues may hold.
     uint32_t BuffersHeld() const;
-    // Gives the queues their buffers and starts the port. Throws Error.
-    void Start(const PacketPool &pool);
+    // Gives the queues their buffers and starts the port. False if it has to wait for its other
+    // side, as the client of a memif has for the server: it takes and brings nothing until
+    // TryAgain() starts it. Throws Error.
+    bool Start(const PacketPool &pool);
+    // Starts a port that is waiting; false if it still has to.
+    bool TryAgain();
 
     unsigned ReceiveQueues() const {
         return receiveQueues_;
@@ -64,8 +68,10 @@ class Port {
 
     // The next frames that have come in. One thread at a time asks a queue.
     size_t Receive(unsigned queue, std::span<rte_mbuf *> frames) {
-        return rte_eth_rx_burst(id_, static_cast<uint16_t>(queue), frames.data(),
-                                static_cast<uint16_t>(frames.size()));
+        return !started_.load(std::memory_order_acquire)
+                   ? 0
+                   : rte_eth_rx_burst(id_, static_cast<uint16_t>(queue), frames.data(),
+                                      static_cast<uint16_t>(frames.size()));
     }
     // Sends packets, and owns those that it takes: so many, the first ones. Callable from several
     // lcores, of which there are as many as Configure() was told; `lcore` counts them from 0.
@@ -79,6 +85,8 @@ class Port {
         rte_spinlock_t lock = RTE_SPINLOCK_INITIALIZER;
     };
 
+    int StartDevice();
+
     uint16_t id_ = 0;
     std::string name_;
     rte_eth_dev_info info_ = {};
@@ -86,7 +94,7 @@ class Port {
     unsigned sendQueueCount_ = 1;
     bool spreadsFlows_ = false;
     bool sharesQueues_ = false;  // between lcores that send
-    bool started_ = false;
+    std::atomic<bool> started_{false};
     uint16_t receiveDescriptors_ = 512;
     uint16_t sendDescriptors_ = 512;
     std::unique_ptr<SendQueue[]> sendQueues_;
