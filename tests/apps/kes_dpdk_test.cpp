@@ -40,10 +40,13 @@ class KesDpdk : public testing::Test, protected Directory {
               "tunnel default --node 0\n");
     }
     // All lcores share a processor, which every machine has.
+    std::string Command(const std::string &lcores) const {
+        return KES_DPDK " --lcores " + lcores +
+               " --no-huge -m 128 --no-pci --log-level=error --file-prefix=" +
+               fs::path(Path()).parent_path().filename().string();
+    }
     Outcome Run(const std::string &lcores, const std::string &arguments) const {
-        return Shell("XDG_RUNTIME_DIR=$PWD timeout 60 " KES_DPDK " --lcores " + lcores +
-                     " --no-huge -m 128 --no-pci --log-level=error --file-prefix=" +
-                     fs::path(Path()).parent_path().filename().string() + " " + arguments);
+        return Shell("XDG_RUNTIME_DIR=$PWD timeout 60 " + Command(lcores) + " " + arguments);
     }
     json RunToEnd(const std::string &lcores, const std::string &arguments) const {
         const Outcome outcome = Run(lcores, arguments + " --exec commands --idle-exit 1 " +
@@ -124,6 +127,26 @@ TEST_F(KesDpdk, FramesLongerThanABufferAreDroppedAndCounted) {
         EXPECT_EQ(report["ports"][0]["oversize"], oversize);
         EXPECT_EQ(report["returned"], 2 - oversize);
     }
+}
+
+TEST_F(KesDpdk, ItsPortsAreShownWhileTrafficIsRunning) {
+    Process engine("env XDG_RUNTIME_DIR=" + Path() + " " + Command("0@0,1@0") +
+                   " --vdev net_null0 --vdev net_null1 -- --instance 3=net_null1 --report json " +
+                   "--port net_null0 --log /dev/null --control " + Path("control"));
+    const auto ask = [this](const std::string &words) {
+        return Shell(LYRCTL " --control control " + words).out;
+    };
+    EXPECT_TRUE(
+        Becomes([&] { return json::parse(ask("top --once --json"), nullptr, false).is_object(); }));
+    const json top = json::parse(ask("top --once --json"), nullptr, false);
+    EXPECT_GT(top["ports"][0]["receivedPackets"], 0);
+    EXPECT_EQ(top["ports"][1]["instance"], 3);
+    EXPECT_THAT(ask("top --once"), testing::ContainsRegex("net_null1 +instance 3"));
+    EXPECT_THAT(ask("metrics"), testing::HasSubstr("\nlyr_engine_port_packets_total{port="
+                                                   "\"net_null0\",role=\"network\""));
+    const Outcome outcome = engine.Stop(SIGINT);
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(json::parse(outcome.out, nullptr, false)["conserved"], true);
 }
 
 TEST_F(KesDpdk, WhatCannotBeHadIsNamed) {
