@@ -119,13 +119,10 @@ ModuleState ReadState(EngineView &engine) {
 }
 
 ModuleSize ReadSize(EngineView &engine) {
-    constexpr const char *kBuckets[] = {MUND_OBJECT_IPV4_BUCKETS, MUND_OBJECT_IPV6_BUCKETS,
-                                        MUND_OBJECT_KA_BUCKETS};
-    ModuleSize size = {.lastInstance = ReadSteady<uint32_t>(engine, MUND_OBJECT_LAST_INSTANCE)};
-    for (size_t table = 0; table < size.buckets.size(); ++table) {
-        size.buckets[table] = ReadSteady<uint32_t>(engine, kBuckets[table]);
-    }
-    return size;
+    return {.lastInstance = ReadSteady<uint32_t>(engine, MUND_OBJECT_LAST_INSTANCE),
+            .buckets = {ReadSteady<uint32_t>(engine, MUND_OBJECT_IPV4_BUCKETS),
+                        ReadSteady<uint32_t>(engine, MUND_OBJECT_IPV6_BUCKETS),
+                        ReadSteady<uint32_t>(engine, MUND_OBJECT_KA_BUCKETS)}};
 }
 
 std::vector<MundIpv4Tunnel> ReadIpv4Tunnels(EngineView &engine) {

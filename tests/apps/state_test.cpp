@@ -112,6 +112,7 @@ TEST_F(State, IsKeptOverRestartsAndCrashes) {
         ASSERT_TRUE(Becomes([&] { return Do("session del " + std::string(32, '0')).status == 0; }));
         // What is changed just before an orderly stop is saved, too.
         Do("tunnel default --node 2");
+        fs::remove(Path("state"));
         EXPECT_EQ(last.Stop(SIGTERM).status, 0);
     }
     EXPECT_THAT(Read("state"), HasSubstr("\ntunnel default --node 2\n"));

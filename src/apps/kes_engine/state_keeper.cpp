@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <fstream>
@@ -111,16 +112,18 @@ void StateKeeper::Save() {
     }
 }
 
-// Returns why it failed, or nothing. A state that is changed and changed back is not written.
+// Returns why it failed, or nothing. A state that is changed and changed back is not written; a
+// file that somebody has removed is written again.
 std::string StateKeeper::TrySave() {
     try {
         control::ModuleState state = control::ReadState(*engine_);
-        if (!text_.empty() && state == saved_) {
+        const bool isThere = access(path_.c_str(), F_OK) == 0;
+        if (isThere && state == saved_) {
             return {};
         }
         std::string text =
             control::ToStateText(control::SettingsOf(state, size_.lastInstance), size_).text;
-        if (text != text_) {
+        if (!isThere || text != text_) {
             control::WriteWhole(path_, text);
             TakeFile();
         }

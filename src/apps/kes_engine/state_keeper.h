@@ -50,8 +50,8 @@ class StateKeeper {
     mund::Descriptor taken_;  // the file as last written, locked
     std::optional<LocalView> engine_;
     control::ModuleSize size_;
-    control::ModuleState saved_;
-    std::string text_;  // of the file
+    std::optional<control::ModuleState> saved_;  // what the file is known to have
+    std::string text_;                           // of the file
     bool failing_ = false;
     std::mutex mutex_;
     std::condition_variable wake_;

@@ -61,6 +61,7 @@ std::vector<Setting> Confirmed(const std::string &path, uint32_t instance) {
         }
     }
     std::vector<Setting> settings;
+    settings.reserve(byThing.size());
     for (auto &[thing, setting] : byThing) {
         settings.push_back(std::move(setting));
     }
