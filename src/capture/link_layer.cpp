@@ -14,7 +14,6 @@ namespace {
 using Bytes = std::span<const uint8_t>;
 using Mac = std::array<uint8_t, 6>;
 
-constexpr size_t kEthernetHeader = 14;
 constexpr uint16_t kTypeIpv4 = 0x0800;
 constexpr uint16_t kTypeIpv6 = 0x86DD;
 // Below this an Ethernet type is a length.

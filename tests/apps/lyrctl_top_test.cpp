@@ -78,6 +78,14 @@ instance       cwp/s      wapi/s     share         total
                                                       " +3000  #{42}\n")))
         << run.out;
 
+    run = Do("--json top --once --interval 0.2 --sort instance");
+    EXPECT_LT(json::parse(run.out)["seconds"], 0.9);
+    EXPECT_EQ(json::parse(run.out)["instances"][0]["instance"], 0);
+    for (const std::string wrong : {"--interval 0", "--interval 1s", "--sort size"}) {
+        run = Do("top --once " + wrong);
+        EXPECT_EQ(run.status, 2);
+        EXPECT_THAT(run.err, HasSubstr(wrong.substr(0, wrong.find(' ')) + " '"));
+    }
     engine.PutReplies(MUND_WIRE_STATE, {{.payload = BytesOfText("{}")}});
     run = Do("top --once");
     EXPECT_EQ(run.status, 1);
@@ -102,7 +110,7 @@ Screen OnTerminal(const std::string &socket, const std::string &keys) {
     if (child == 0) {
         alarm(10);
         login_tty(program);
-        execl(LYRCTL, LYRCTL, "--control", socket.c_str(), "top", nullptr);
+        execl(LYRCTL, LYRCTL, "--control", socket.c_str(), "top", "--interval", "0.3", nullptr);
         _exit(127);
     }
     close(program);

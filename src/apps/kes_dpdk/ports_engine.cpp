@@ -153,7 +153,7 @@ unsigned CountLcores() {
 }  // namespace
 
 PortsEngine::PortsEngine(const PortsOptions &options, const kes_engine::OutputDirectory &out)
-    : options_(options), out_(out), run_(options.module) {
+    : options_(options), out_(out), run_(options.module), page_(options.report) {
     BeginTimers();
     const unsigned lcores = CountLcores();
     board_.emplace(run_.Module(), options, out, lcores);
@@ -198,6 +198,7 @@ void PortsEngine::Start() {
         std::erase(unported, given.instance);
     }
     unported_.emplace(unported, options_.channelSize, out_);
+    page_.Begin(Module(), board_->captures);
 }
 
 void PortsEngine::Forward() {
@@ -208,6 +209,10 @@ void PortsEngine::Forward() {
     }
     kes_engine::Result &result = run_.Outcome();
     const Clock::time_point start = Clock::now();
+    page_.KeepTime(result, [this] {
+        const LcoreCounts counts = Counts();
+        return kes_engine::PageMatter::Counts{.received = counts.received, .fates = counts.fates};
+    });
     board_->phase = Phase::kForwarding;
     WaitForTheEnd();
     board_->phase = Phase::kDraining;
@@ -217,6 +222,7 @@ void PortsEngine::Forward() {
     result.received = counts.received;
     result.fates = counts.fates;
     result.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    page_.End(result);
     run_.CompareCounters();
 }
 

@@ -11,6 +11,7 @@
 #include "lcore.h"
 #include "module_run.h"
 #include "output_directory.h"
+#include "page_matter.h"
 #include "ports_options.h"
 #include "service_instances.h"
 #include "state.h"
@@ -78,7 +79,8 @@ class PortsEngine {
     std::deque<Lcore> lcores_;
     bool launched_ = false;
     std::optional<kes_engine::ServiceInstances> unported_;
-    std::vector<UsedPort *> absent_;          // that wait for their other side
+    std::vector<UsedPort *> absent_;  // that wait for their other side
+    kes_engine::PageMatter page_;
     std::vector<std::optional<bool>> links_;  // as last seen, by port
 };
 

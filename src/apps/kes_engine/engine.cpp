@@ -1,11 +1,9 @@
 #include "engine.h"
 
 #include <chrono>
-#include <ctime>
 #include <iostream>
 
 #include "control/json_line.h"
-#include "control/values.h"
 #include "explanation.h"
 #include "failure.h"
 #include "interruption.h"
@@ -27,7 +25,8 @@ Engine::Engine(const Options &options, const OutputDirectory &out)
       pace_(options.rate),
       pool_(kPacketBuffers),
       run_(options.module),
-      result_(run_.Outcome()) {
+      result_(run_.Outcome()),
+      page_(options.report) {
     if (options.speed > 0) {
         ownTimes_.emplace(options.speed);
     }
@@ -45,16 +44,15 @@ void Engine::Start() {
     run_.Start();
     // No channel refuses a packet for lack of room: all buffers fit into any one of them.
     instances_.emplace(InstancesUpTo(run_.LastInstance()), pool_.Capacity(), out_);
-    if (options_.report == ReportForm::kHtml) {
-        unserved_.emplace(Module());
-        forwarding_->Watch(&*unserved_);
-    }
+    page_.Begin(Module(), forwarding_->Captures());
 }
 
 template <class Run>
 void Engine::Measure(Run run) {
     using Clock = std::chrono::steady_clock;
-    KeepTimeline();
+    page_.KeepTime(result_, [this] {
+        return PageMatter::Counts{.received = received_, .fates = forwarding_->FatesSoFar()};
+    });
     const Clock::time_point start = Clock::now();
     try {
         run();
@@ -66,25 +64,6 @@ void Engine::Measure(Run run) {
     result_.received = received_;
     result_.seconds += std::chrono::duration<double>(Clock::now() - start).count();
     run_.CompareCounters();
-}
-
-// From the first frame on, of whichever kind it is.
-void Engine::KeepTimeline() {
-    if (options_.report != ReportForm::kHtml || timeline_) {
-        return;
-    }
-    result_.begunAt = control::TimeText(std::time(nullptr));
-    timeline_.emplace([this] {
-        const Fates fates = forwarding_->FatesSoFar();
-        const standin::AlarmCounts alarms = standin::SentAlarms();
-        return TimePoint{.received = received_,
-                         .returned = fates.returned,
-                         .taken = fates.taken,
-                         .undelivered = fates.undelivered,
-                         .transmitted = fates.transmitted,
-                         .raised = alarms.raised,
-                         .restored = alarms.restored};
-    });
 }
 
 void Engine::Replay(capture::Reader &capture) {
@@ -262,13 +241,8 @@ Result Engine::Finish() {
                    " frames were left out: they have more than the " +
                    std::to_string(standin::MbufPool::kMaxFrame) + " bytes that fit into a buffer"});
     }
-    if (timeline_) {
-        result_.timeline = timeline_->End();
-    }
+    page_.End(result_);
     Stop();
-    if (unserved_) {
-        result_.unserved = unserved_->Report();
-    }
     result_.instances = instances_->Reports();
     run_.Note(forwarding_->CloseCaptures());
     run_.Note(instances_->CloseCaptures());

@@ -14,6 +14,7 @@
 #include "options.h"
 #include "output_directory.h"
 #include "pace.h"
+#include "page_matter.h"
 #include "progress.h"
 #include "service_instances.h"
 #include "standin/mbuf_pool.h"
@@ -88,7 +89,6 @@ class Engine {
     bool HasRoomFor(const capture::Frame &frame);
     void Print(const capture::Frame &frame, const Explanation &explanation) const;
     standin::Arrival ArrivalOf(const capture::Frame &frame) const;
-    void KeepTimeline();
     void Stop();
 
     const Options &options_;
@@ -102,8 +102,7 @@ class Engine {
     Result &result_;
     std::optional<ForwardingThreads> forwarding_;
     std::optional<ServiceInstances> instances_;
-    std::optional<Unserved> unserved_;  // for a report that tells of them
-    std::optional<Timeline> timeline_;  // the same
+    PageMatter page_;
 };
 
 }  // namespace kes_engine

@@ -79,9 +79,8 @@ class ForwardingThreads {
     // The fates so far, or a little less. Called from any thread.
     Fates FatesSoFar() const;
     void Stop();
-    // Has those counted who are not served; before any packet.
-    void Watch(Unserved *unserved) {
-        path_.captures.Watch(unserved);
+    FateCaptures &Captures() {
+        return path_.captures;
     }
     // Completes the captures. Returns what went wrong with them.
     std::vector<std::string> CloseCaptures();

@@ -66,8 +66,8 @@ svg text { fill: var(--soft); font-size: 12px; }
 svg text.name { fill: var(--text); }
 .grid { stroke: var(--line); stroke-width: 1; }
 .curve { fill: none; stroke-width: 1.8; stroke-linejoin: round; }
-.mark { stroke: var(--bad); stroke-width: 1.5; stroke-dasharray: 4 3; }
-svg text.marked { fill: var(--bad); }
+.mark { stroke: var(--text); stroke-width: 1.5; stroke-dasharray: 4 3; }
+svg text.marked { fill: var(--text); }
 .legend { list-style: none; display: flex; flex-wrap: wrap; gap: .2rem 1.2rem; margin: .2rem 0;
   padding: 0; font-size: .9rem; }
 .legend svg { display: inline-block; width: .8em; height: .8em; margin: 0 .4em 0 0; }

@@ -16,7 +16,7 @@ constexpr double kBarHeight = 18;
 constexpr double kBarDistance = 24;
 // Of curves.
 constexpr double kLeft = 70;
-constexpr double kTop = 22;
+constexpr double kTop = 36;
 constexpr double kPanelHeight = 170;
 constexpr double kPanelDistance = 30;
 constexpr double kBottom = 36;
@@ -170,8 +170,8 @@ std::string Curves(std::string_view what, const std::vector<double> &times,
     content += Text(kWidth - 10, bottom + 32, "end", "seconds since the first frame");
     for (const Mark &mark : marks) {
         const bool isLate = mark.at > seconds * 0.8;
-        content += Line(axis.X(mark.at), kTop, axis.X(mark.at), bottom, "mark") +
-                   Text(axis.X(mark.at) + (isLate ? -4 : 4), kTop + 10, isLate ? "end" : "start",
+        content += Line(axis.X(mark.at), kTop - 20, axis.X(mark.at), bottom, "mark") +
+                   Text(axis.X(mark.at) + (isLate ? -4 : 4), kTop - 14, isLate ? "end" : "start",
                         mark.text, "marked");
     }
     return Picture(bottom + kBottom, what, content);

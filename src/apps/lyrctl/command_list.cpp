@@ -173,12 +173,16 @@ constexpr OwnCommand kOwnCommands[] = {
      .run = ExplainCapture},
     {.text =
          {.name = "top",
-          .usage = "[--once]",
+          .usage = "[--once] [--interval SECONDS] [--sort KEY]",
           .help =
               "Show live what happens to packets, by fate and by class, how full the tables are, "
-              "drops and the alarm, and what each service instance gets; q quits. With --once, "
-              "print one second of it. With --json, an object a second.",
-          .example = "--once"},
+              "drops and the alarm, and what each service instance gets, now and in the last sixty "
+              "intervals, on one scale; ports, too, of an engine that has some. q quits. An "
+              "interval "
+              "is a second, or SECONDS. --sort says which instances come first: those with the "
+              "highest rate, cwp, wapi or total, or in the order of instance. With --once, "
+              "print one interval of it. With --json, an object each interval.",
+          .example = "--interval 5 --sort total"},
      .run = ShowTop},
     {.text = {.name = "metrics",
               .usage = "",

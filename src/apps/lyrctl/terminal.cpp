@@ -1,5 +1,7 @@
 #include "terminal.h"
 
+#include "rate_history.h"
+
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <termios.h>
@@ -138,7 +140,7 @@ void Terminal::Show(const std::vector<Line> &lines, Size size) {
         frame += "\033[" + std::to_string(i + 1) + ";1H" + std::string(style) + line.text +
                  (style.empty() ? "" : "\033[0m");
         // Behind a full line the cursor still stands on its last column.
-        frame += line.text.size() < size.width ? "\033[K" : "";
+        frame += CharactersOf(line.text) < size.width ? "\033[K" : "";
     }
     shown_ = lines;
     size_ = size;

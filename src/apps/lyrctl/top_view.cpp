@@ -240,18 +240,32 @@ Lines Drops(const MundDropWatch &watch, size_t width) {
                     width, raised ? Emphasis::kAlarm : Emphasis::kNone);
 }
 
-std::vector<InstancePackets> Busiest(const Reading &later, const Interval &interval) {
+// Those that have got anything.
+std::vector<InstancePackets> Busiest(const Reading &later, const Interval &interval, SortKey sort) {
     std::vector<InstancePackets> busiest = later.instances;
     std::erase_if(busiest, [](const InstancePackets &packets) { return packets.Total() == 0; });
-    std::ranges::stable_sort(busiest, std::greater(), [&](const InstancePackets &packets) {
+    const auto value = [&](const InstancePackets &packets) -> double {
+        switch (sort) {
+            case SortKey::kInstance:
+                return -static_cast<double>(packets.instance);
+            case SortKey::kCwp:
+                return interval.Cwp(packets);
+            case SortKey::kWapi:
+                return interval.Wapi(packets);
+            case SortKey::kTotal:
+                return static_cast<double>(packets.Total());
+            case SortKey::kRate:
+                break;
+        }
         return interval.Rate(packets);
-    });
+    };
+    std::ranges::stable_sort(busiest, std::greater(), value);
     return busiest;
 }
 
 // The heading and an instance a row, as far as they go.
-Lines Instances(std::vector<InstancePackets> busiest, const Interval &interval, size_t width,
-                size_t height) {
+Lines Instances(std::vector<InstancePackets> busiest, const Interval &interval,
+                const InstanceView &view, size_t width, size_t height) {
     const bool all = busiest.size() < height;
     const size_t left = all ? 0 : busiest.size() - std::min(busiest.size(), height - 2);
     busiest.resize(busiest.size() - left);
@@ -267,7 +281,10 @@ Lines Instances(std::vector<InstancePackets> busiest, const Interval &interval, 
     const size_t room = std::max(begin, std::min(width, kBarEnd)) - begin;
     for (size_t i = 0; i < busiest.size(); ++i) {
         const double bar = interval.Share(busiest[i]) * static_cast<double>(room);
-        lines[i + 1].text += "  " + std::string(static_cast<size_t>(std::lround(bar)), '#');
+        lines[i + 1].text +=
+            "  " + (view.history != nullptr && view.history->IsWorthALine()
+                        ? view.history->LineOf(busiest[i].instance, room, view.blocks)
+                        : std::string(static_cast<size_t>(std::lround(bar)), '#'));
     }
     if (left > 0) {
         lines.push_back({Format("%8s  %zu more", "...", left)});
@@ -311,9 +328,31 @@ size_t HeightOf(const std::vector<Lines> &parts) {
 
 }  // namespace
 
-Lines TopLines(const Reading &earlier, const Reading &later, size_t width, size_t height) {
+std::optional<SortKey> SortKeyOf(const std::string &word) {
+    constexpr std::pair<std::string_view, SortKey> kWords[] = {{"rate", SortKey::kRate},
+                                                               {"instance", SortKey::kInstance},
+                                                               {"cwp", SortKey::kCwp},
+                                                               {"wapi", SortKey::kWapi},
+                                                               {"total", SortKey::kTotal}};
+    const auto *found =
+        std::ranges::find(kWords, word, [](const auto &known) { return known.first; });
+    return found == std::end(kWords) ? std::nullopt : std::optional(found->second);
+}
+
+std::map<uint32_t, double> RatesOf(const Reading &earlier, const Reading &later) {
     const Interval interval(earlier, later);
-    const std::vector<InstancePackets> busiest = Busiest(later, interval);
+    std::map<uint32_t, double> rates;
+    for (const InstancePackets &packets : later.instances) {
+        rates[packets.instance] = interval.Rate(packets);
+    }
+    return rates;
+}
+
+std::vector<Line> TopLines(const Reading &earlier, const Reading &later, size_t width,
+                           size_t height, const InstanceView &view) {
+    const Interval interval(earlier, later);
+    const std::vector<InstancePackets> busiest =
+        Busiest(later, interval, view.sort.value_or(SortKey::kRate));
     // What matters most comes first, and what matters least goes first where there is no room.
     std::vector<Lines> parts = {Title(later, width), Fates(later, interval, width),
                                 Drops(later.drops, width), Classes(interval, width),
@@ -332,16 +371,17 @@ Lines TopLines(const Reading &earlier, const Reading &later, size_t width, size_
         lines.resize(lines.size() + (height >= kRoomy ? 1 : 0));
     }
     const size_t left = height - std::min(lines.size(), height);
-    const Lines instances = Instances(busiest, interval, width, std::max<size_t>(left, 2));
+    const Lines instances = Instances(busiest, interval, view, width, std::max<size_t>(left, 2));
     lines.insert(lines.end(), instances.begin(), instances.end());
     lines.resize(std::min(lines.size(), height));
     for (Line &line : lines) {
-        line.text.resize(std::min(line.text.find_last_not_of(' ') + 1, width));
+        line.text.resize(line.text.find_last_not_of(' ') + 1);
+        line.text = FirstCharacters(line.text, width);
     }
     return lines;
 }
 
-ordered_json TopJson(const Reading &earlier, const Reading &later) {
+ordered_json TopJson(const Reading &earlier, const Reading &later, const InstanceView &view) {
     const Interval interval(earlier, later);
     ordered_json json = {{"time", control::TimeText(std::time(nullptr))},
                          {"seconds", interval.Seconds()},
@@ -370,7 +410,8 @@ ordered_json TopJson(const Reading &earlier, const Reading &later) {
     }
     json["drops"] = control::DropWatchToJson(later.drops);
     json["instances"] = ordered_json::array();
-    for (const InstancePackets &packets : later.instances) {
+    for (const InstancePackets &packets :
+         view.sort ? Busiest(later, interval, *view.sort) : later.instances) {
         json["instances"].push_back({{"instance", packets.instance},
                                      {"cwp", Count(packets.cwp, interval.Cwp(packets))},
                                      {"wapi", Count(packets.wapi, interval.Wapi(packets))},
