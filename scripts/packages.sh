@@ -1,7 +1,7 @@
 # Sourced by the other scripts: what the project needs of the distribution, and how it gets there.
 
 build_packages=(g++ cmake ninja-build pkg-config libpcap-dev zlib1g-dev libcli11-dev nlohmann-json3-dev
-    libmicrohttpd-dev libdpdk-dev)
+    libmicrohttpd-dev libdpdk-dev libedit-dev)
 test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils tshark iproute2 python3 prometheus)
 bench_packages=(libbenchmark-dev libdpdk-dev dpdk-dev tcpdump)
 live_packages=(libdpdk-dev iproute2 tcpdump tshark python3)

@@ -1,6 +1,7 @@
 #include "capwap/message_type.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace capwap {
 namespace {
@@ -64,6 +65,12 @@ bool SameName(std::string_view a, std::string_view b) {
 std::string_view MessageTypeName(uint32_t type) {
     const auto *entry = std::ranges::find(kTypes, type, &Entry::type);
     return entry == std::end(kTypes) ? std::string_view() : entry->name;
+}
+
+std::vector<std::string_view> MessageTypeNames() {
+    std::vector<std::string_view> names;
+    std::ranges::transform(kTypes, std::back_inserter(names), &Entry::name);
+    return names;
 }
 
 std::optional<uint32_t> MessageTypeByName(std::string_view name) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace capwap {
 
@@ -23,6 +24,9 @@ constexpr uint32_t kVendorPingResponse = VendorMessageType(118);
 // The name of a message type, as in "Discovery Request" and "Vendor Ping Request"; empty for a type
 // that has none.
 std::string_view MessageTypeName(uint32_t type);
+
+// All of them.
+std::vector<std::string_view> MessageTypeNames();
 
 // The message type of a name; capitals do not count, and '-' and '_' stand for a space.
 std::optional<uint32_t> MessageTypeByName(std::string_view name);

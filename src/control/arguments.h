@@ -12,6 +12,20 @@ namespace control {
 // The words with one space between them.
 std::string Join(std::span<const std::string> words);
 
+// What a usage line has for a word, or for an option.
+struct UsageSlot {
+    std::string_view name;
+    std::string_view value;  // of an option: what its value is called; empty for a flag
+    bool option = false;
+    bool optional = false;
+    bool repeats = false;
+};
+
+std::vector<UsageSlot> ReadUsage(std::string_view usage);
+
+// What the next word would be, behind those given; null where none fits.
+const UsageSlot *NextWord(std::span<const UsageSlot> slots, std::span<const std::string> words);
+
 // The usage line is the grammar: "SRC-IP --node N [--vpn N] [--ipv6]" asks for one word and an
 // option with a value, and allows another option and a flag; "ENTRY ..." takes one word or more.
 // The value of an option is the next word, or stands behind a '=' in the same one.

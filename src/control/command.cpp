@@ -118,6 +118,10 @@ std::string Outcome::ToText() const {
 }
 
 std::string Outcome::ToJson() const {
+    return JsonLine(Json());
+}
+
+nlohmann::ordered_json Outcome::Json() const {
     nlohmann::ordered_json json = {{"command", text},
                                    {"operation", OperationName(spec->operation)},
                                    {"ok", Ok()},
@@ -132,7 +136,7 @@ std::string Outcome::ToJson() const {
     if (!reply.is_null()) {
         json["reply"] = reply;
     }
-    return JsonLine(json);
+    return json;
 }
 
 Outcome Execute(const Command &command, const Caller &caller,

@@ -66,6 +66,7 @@ struct Outcome {
     //  "meaning": text, "batch": {"records": N, "leftOut": N} and "reply": {...} where there is
     //  one}
     std::string ToJson() const;
+    nlohmann::ordered_json Json() const;
 };
 
 // Runs a command, with as many requests as its replies ask for. A reply of another length than the

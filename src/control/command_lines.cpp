@@ -1,12 +1,10 @@
 #include "control/command_lines.h"
 
+#include <cctype>
 #include <cerrno>
-#include <cstring>
 #include <fstream>
-#include <sstream>
-#include <string_view>
 #include <system_error>
-#include <vector>
+#include <utility>
 
 #include "control/input_error.h"
 
@@ -15,15 +13,6 @@ namespace {
 
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-std::vector<std::string> Words(const std::string &line) {
-    std::istringstream text(line.substr(0, line.find('#')));
-    std::vector<std::string> words;
-    for (std::string word; text >> word;) {
-        words.push_back(word);
-    }
-    return words;
-}
-
 InputError Unreadable(const std::string &name) {
     return InputError("cannot read commands from '" + name +
                       "': " + std::generic_category().message(errno));
@@ -31,18 +20,42 @@ InputError Unreadable(const std::string &name) {
 
 }  // namespace
 
+std::vector<std::string> SplitWords(std::string_view line) {
+    std::vector<std::string> words;
+    bool inWord = false;
+    const auto take = [&](std::string_view part) {
+        if (!std::exchange(inWord, true)) {
+            words.emplace_back();
+        }
+        words.back() += part;
+    };
+    for (size_t at = 0; at < line.size() && line[at] != '#'; ++at) {
+        if (line[at] == '\'' || line[at] == '"') {
+            const size_t end = line.find(line[at], at + 1);
+            if (end == std::string_view::npos) {
+                throw InputError(std::string("the quote ") + line[at] + " is not closed");
+            }
+            take(line.substr(at + 1, end - at - 1));
+            at = end;
+        } else if (std::isspace(static_cast<unsigned char>(line[at])) != 0) {
+            inWord = false;
+        } else {
+            take(line.substr(at, 1));
+        }
+    }
+    return words;
+}
+
 void ForEachLine(std::istream &text, const std::string &name, const LineUser &use) {
     uint32_t number = 0;
     for (std::string line; std::getline(text, line);) {
         if (++number == 1 && line.starts_with(kByteOrderMark)) {
             line.erase(0, kByteOrderMark.size());
         }
-        const std::vector<std::string> words = Words(line);
-        if (words.empty()) {
-            continue;
-        }
         try {
-            use(number, words);
+            if (const std::vector<std::string> words = SplitWords(line); !words.empty()) {
+                use(number, words);
+            }
         } catch (const InputError &error) {
             throw InputError(name + ":" + std::to_string(number) + ": " + error.what());
         }

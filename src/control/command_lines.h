@@ -7,8 +7,14 @@
 #include <istream>
 #include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace control {
+
+// The words of a line. What stands between two ' or two " is a part of one word, spaces and '#'
+// too. Throws InputError for a quote that is not closed.
+std::vector<std::string> SplitWords(std::string_view line);
 
 // What is done with a line that has words; lines are counted from 1.
 using LineUser = std::function<void(uint32_t line, std::span<const std::string> words)>;

@@ -1,6 +1,7 @@
 #include "control/command_set.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "control/input_error.h"
@@ -18,6 +19,24 @@ size_t WordCount(const CommandText &command) {
 
 std::string_view FirstWord(const CommandText *command) {
     return command->name.substr(0, command->name.find(' '));
+}
+
+// Whether the words begin with those of the name.
+bool Begins(Words words, std::string_view name) {
+    for (const std::string &word : words) {
+        if (!name.starts_with(word)) {
+            return false;
+        }
+        name.remove_prefix(word.size());
+        if (name.empty()) {
+            return true;
+        }
+        if (!name.starts_with(' ')) {
+            return false;
+        }
+        name.remove_prefix(1);
+    }
+    return false;
 }
 
 std::string FirstWords(Words words, size_t count) {
@@ -68,18 +87,29 @@ CommandSet::CommandSet(std::string program, std::span<const CommandText *const> 
     }
 }
 
-const CommandText &CommandSet::Find(Words words) const {
+const CommandText *CommandSet::FindBegun(Words words) const {
     const CommandText *found = nullptr;
     for (const CommandText *command : commands_) {
-        if (FirstWords(words, WordCount(*command)) == command->name &&
+        if (Begins(words, command->name) &&
             (found == nullptr || WordCount(*command) > WordCount(*found))) {
             found = command;
         }
     }
+    return found;
+}
+
+const CommandText &CommandSet::Find(Words words) const {
+    const CommandText *found = FindBegun(words);
     if (found == nullptr) {
         throw InputError(Unknown(words));
     }
     return *found;
+}
+
+std::vector<std::string_view> CommandSet::Names() const {
+    std::vector<std::string_view> names;
+    std::ranges::transform(commands_, std::back_inserter(names), &CommandText::name);
+    return names;
 }
 
 std::string CommandSet::Unknown(Words words) const {

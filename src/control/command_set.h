@@ -31,6 +31,10 @@ class CommandSet {
     // The command that the words begin with: the one with most words. Throws InputError, with the
     // commands that may have been meant.
     const CommandText &Find(std::span<const std::string> words) const;
+    // The same, or null.
+    const CommandText *FindBegun(std::span<const std::string> words) const;
+    // The names of all.
+    std::vector<std::string_view> Names() const;
 
     // Name and usage of every command and the first sentence of its help, indented.
     std::string Overview() const;

@@ -79,6 +79,9 @@ TEST_F(LyrctlCommands, EveryCommandHasHelpPageAndCompletion) {
     } cases[] = {{"tunnel l", "list"},
                  {"--json trace ''", "clear follow set show"},
                  {"wapi ''", "show"},
+                 {"--control socket wapi ''", "0 1 show"},
+                 {"inspect g_lyrKesMsg", "g_lyrKesMsgDropStat g_lyrKesMsgDropStatTimer"},
+                 {"msgtype select = ech", "echo-request echo-response"},
                  {"recon confirm tunnel 1 2 3 4 --node 3 --", "--help --json --vpn"},
                  {"explain --capture " TEST_DATA "/ap", TEST_DATA "/ap-session.pcap"}};
     for (const auto &c : cases) {

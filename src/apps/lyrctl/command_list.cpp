@@ -191,6 +191,19 @@ constexpr OwnCommand kOwnCommands[] = {
      .read = [](Client &client,
                 const control::Arguments &) { return control::ReadMetrics(client.Engine()); },
      .render = control::RenderMetrics},
+    {.text =
+         {.name = "exec",
+          .usage = "FILE ... [--keep-going]",
+          .help =
+              "Run the commands of files, a line each, in their order over one connection; '-' is "
+              "the standard input. All are read before the first one is run: a line that makes no "
+              "sense keeps every other from being run. It ends at the first command that fails, "
+              "unless --keep-going is given. Answers that say no more than \"ok\" are left out; "
+              "how "
+              "many commands are done comes last. Words with spaces stand between ' or \". With "
+              "--json, an object a command that begins with its \"file\" and \"line\".",
+          .example = "tunnels.txt sources.txt"},
+     .run = ExecFiles},
 };
 
 std::vector<const control::CommandText *> AllTexts() {

@@ -1,6 +1,8 @@
 #include "options.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <utility>
 
 #include "command_list.h"
 #include "control/input_error.h"
@@ -14,9 +16,12 @@ constexpr const char *kNotes = R"(Examples:
       gives an access point's tunnel to service instance 3
   lyrctl --json source show | jq '.reply.sources[] | select(.type == 1)'
       picks the sources that are known by their addresses
+  make-tunnels | lyrctl exec sources.txt -
+      runs the commands of a file, and then those that a program writes
   lyrctl trace follow --level 1 --grep 'not match'
       watches packets that are not for the controller as they come
 
+Without a command, on a terminal, lyrctl is a shell: the same commands, completion, 'help', 'quit'.
 With --json a command answers with a line that holds one object: "command" as given, "ok", "meaning"
 in words, and "reply", what there is to tell; the commands that stream have an object a line of their
 own. lyrctl(1) lists all keys.
@@ -28,22 +33,30 @@ Commands; 'lyrctl COMMAND --help' tells more of one, or of all that begin with t
 
 }  // namespace
 
-bool ParseOptions(int argc, char **argv, Options &options) {
+bool ParseOptions(std::vector<std::string> words, Options &options) {
     CLI::App app("Controls and watches the module in a running engine.", "lyrctl");
     app.footer(kNotes + Commands().Overview());
     app.set_help_flag();
     app.set_version_flag("--version", "lyrctl " LYRCTL_VERSION);
     app.allow_extras();
-    options.control = mund::DefaultSocketPath();
+    if (options.control.empty()) {
+        options.control = mund::DefaultSocketPath();
+    }
     app.add_option("--control", options.control, "the engine's control socket")
         ->type_name("PATH")
         ->capture_default_str();
     app.add_flag("--json", options.json, "answer for programs");
     app.add_flag("--list-commands", options.listCommands,
                  "list the commands: name, tab, usage; for completion");
+    app.add_option("--complete", options.complete,
+                   "list what a word may become behind the words of a command, and FILE where it "
+                   "may be a file's; for completion")
+        ->type_name("=WORD");
     app.add_flag("-h,--help", options.help, "print this help, or that of a command");
     try {
-        app.parse(argc, argv);
+        // It takes them from the end.
+        std::ranges::reverse(words);
+        app.parse(std::move(words));
     } catch (const CLI::Success &answer) {
         app.exit(answer);
         return false;

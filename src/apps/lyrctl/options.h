@@ -1,6 +1,7 @@
 // The command line, up to the words of the command.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,12 +12,14 @@ struct Options {
     bool json = false;
     bool help = false;
     bool listCommands = false;
-    std::vector<std::string> words;  // of the command, with its own options
-    std::string overview;            // the help of the program itself
+    std::optional<std::string> complete;  // '=' and a word to be completed
+    bool inShell = false;                 // a line of the shell's
+    std::vector<std::string> words;       // of the command, with its own options
+    std::string overview;                 // the help of the program itself
 };
 
-// Reads the command line; the program's own options may stand anywhere in it. False after
-// --version, which it has answered. Throws control::InputError.
-bool ParseOptions(int argc, char **argv, Options &options);
+// Reads a command line, on top of what the options say already; the program's own may stand
+// anywhere in it. False after --version, which it has answered. Throws control::InputError.
+bool ParseOptions(std::vector<std::string> words, Options &options);
 
 }  // namespace lyrctl

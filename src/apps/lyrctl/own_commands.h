@@ -41,6 +41,7 @@ bool IsSame(const ordered_json &reply);
 ExitStatus RunAudit(Client &client, const control::Arguments &arguments);
 ExitStatus FollowTrace(Client &client, const control::Arguments &arguments);
 ExitStatus ExplainCapture(Client &client, const control::Arguments &arguments);
+ExitStatus ExecFiles(Client &client, const control::Arguments &arguments);
 ExitStatus ShowTop(Client &client, const control::Arguments &arguments);
 
 }  // namespace lyrctl
