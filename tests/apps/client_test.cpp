@@ -204,7 +204,10 @@ TEST_F(ClientLibrary, TheExamplesRunAndTheDocumentsShowThem) {
         const char *file;
         const char *language;
         const char *command;
-    } examples[] = {{"tunnels.c", "c", EXAMPLE_C " "}};
+    } examples[] = {
+        {"tunnels.c", "c", EXAMPLE_C " "},
+        {"tunnels.py", "python",
+         "PYTHONPATH=" SOURCE_DIR "/python python3 -B " SOURCE_DIR "/examples/tunnels.py "}};
     for (const auto &example : examples) {
         const std::string text = ReadText(SOURCE_DIR "/examples/" + std::string(example.file));
         EXPECT_THAT(page, HasSubstr("```" + std::string(example.language) + "\n" + text + "```\n"));
