@@ -7,6 +7,7 @@ bench_packages=(libbenchmark-dev libdpdk-dev dpdk-dev tcpdump)
 live_packages=(libdpdk-dev iproute2 tcpdump tshark python3)
 lint_packages=(clang-format clang-tidy)
 fuzz_packages=(clang llvm)
+package_packages=(dpkg-dev lintian man-db mandoc systemd binutils gcc libc6-dev)
 model_packages=(spin gcc libc6-dev)
 
 # Installs what is missing of the packages named; asks for nothing when all are there.

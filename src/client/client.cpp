@@ -73,9 +73,8 @@ void LyrClientSetLimits(LyrClient *client, uint32_t connectMs, uint32_t silenceM
 }
 
 LyrClientOutcome LyrClientConnect(LyrClient *client, const char *path) {
-    return Run(*client, [&] {
-        client->connection.Open(path != nullptr ? path : mund::DefaultSocketPath());
-    });
+    return Run(*client,
+               [&] { client->connection.Open(path != nullptr ? path : mund::ClientSocketPath()); });
 }
 
 void LyrClientDisconnect(LyrClient *client) {

@@ -1,6 +1,7 @@
 #include "connection.h"
 
 #include <poll.h>
+#include <pwd.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -22,6 +23,19 @@ std::string WhyNobodyListens(const std::string &path) {
     return stat(path.c_str(), &file) == 0 && !S_ISSOCK(file.st_mode)
                ? "it is no socket"
                : "the one that served it has ended";
+}
+
+bool IsServiceUser(uid_t user) {
+    passwd entry = {};
+    passwd *found = nullptr;
+    char texts[1024];
+    return getpwnam_r(mund::kServiceUser, &entry, texts, sizeof texts, &found) == 0 &&
+           found != nullptr && found->pw_uid == user;
+}
+
+// Who may offer an engine to this user.
+bool IsTrusted(uid_t user) {
+    return user == geteuid() || user == 0 || IsServiceUser(user);
 }
 
 std::string TimeText(std::chrono::milliseconds time) {
@@ -60,9 +74,10 @@ void Connection::Close() {
 // In a directory that others may write to, anyone can offer a socket of any name.
 void Connection::CheckPeer() {
     const std::optional<ucred> engine = mund::Peer(Number());
-    if (!engine || engine->uid != geteuid()) {
+    if (!engine || !IsTrusted(engine->uid)) {
         Lose("the engine at " + path_ + " is that of user " +
-             (engine ? std::to_string(engine->uid) : "?") + ", and serves nobody else");
+             (engine ? std::to_string(engine->uid) : "?") +
+             ", neither this user's nor root's nor " + "that of the service " + mund::kServiceUser);
     }
 }
 

@@ -25,7 +25,7 @@ class NoEngine : public std::runtime_error {
 class Connection : public EngineView {
   public:
     // Throws NoEngine, which names the path and the reason, and InputError for a path that no
-    // socket can have. The engine has to be of the same user.
+    // socket can have. The engine has to be of the same user, of root or of the service's user.
     explicit Connection(const std::string &path);
 
     // Runs one operation; what Execute calls. Throws NoEngine, also when an answer takes longer

@@ -28,7 +28,7 @@ ExitStatus Run(const PortsOptions &options) {
     kes_engine::PrepareForSignals();
     const std::vector<control::Command> commands = kes_engine::ReadCommands(options.commandFiles);
     const std::vector<control::Command> later = kes_engine::ReadCommands(options.laterCommandFiles);
-    kes_engine::Services services(options.metricsPlace);
+    kes_engine::Services services(options.metricsPlace, options.controlGroup);
     kes_engine::OutputDirectory out(options.outDirectory, "");
     kes_engine::LineLog log(options.logFile, options.decode);
     kes_engine::PrepareForFiles();

@@ -1,5 +1,8 @@
 #include "common_options.h"
 
+#include <grp.h>
+#include <sys/auxv.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <variant>
@@ -15,13 +18,20 @@ namespace {
 
 constexpr const char *kModuleFile = "liblyr_host.so";
 
-// The module beside an installed or built program, or wherever the loader finds it.
+// The module of an installed or a built program, or wherever the loader finds it.
 std::string DefaultModule() {
     std::error_code error;
-    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
-    const std::filesystem::path beside =
-        (self.parent_path() / ".." / "lib" / kModuleFile).lexically_normal();
-    return !error && std::filesystem::exists(beside, error) ? beside.string() : kModuleFile;
+    // As it was started: a confined one may have no /proc.
+    const auto *name = reinterpret_cast<const char *>(getauxval(AT_EXECFN));
+    const std::filesystem::path self = std::filesystem::canonical(name, error);
+    for (const char *directory : {LYR_MODULE_DIR, "../lib"}) {
+        const std::filesystem::path module =
+            (self.parent_path() / directory / kModuleFile).lexically_normal();
+        if (std::filesystem::exists(module, error)) {
+            return module.string();
+        }
+    }
+    return kModuleFile;
 }
 
 void ReadCapability(CommonOptions &options, const std::string &text) {
@@ -42,6 +52,17 @@ void ReadInterface(CommonOptions &options, const std::string &text) {
     const auto [forwarding, control] = Sides("--if-map", text);
     options.interfaceMap.emplace_back(control::ParseNumber("--if-map FWD", forwarding),
                                       control::ParseNumber("--if-map CTRL", control));
+}
+
+gid_t GroupOf(const std::string &name) {
+    group entry = {};
+    group *found = nullptr;
+    std::vector<char> texts(size_t{64} * 1024);
+    getgrnam_r(name.c_str(), &entry, texts.data(), texts.size(), &found);
+    if (found == nullptr) {
+        throw UsageError("--control-group '" + name + "': there is no such group");
+    }
+    return found->gr_gid;
 }
 
 std::variant<LyrKesRpcIpAddr, Mac> ReadSource(const std::string &option, const std::string &text) {
@@ -76,6 +97,10 @@ std::pair<std::string, std::string> Sides(const std::string &option, const std::
 CommonCommandLine::CommonCommandLine(CLI::App &app, CommonOptions &options,
                                      const std::string &traffic, const std::string &ofSocket)
     : app_(app), options_(options) {
+    app.set_config("--config", "",
+                   "read options from a file, as 'rx-port = 7'; the command line comes first")
+        ->type_name("FILE");
+    app.allow_config_extras(CLI::config_extras_mode::error);
     app.add_option("--module", options.module, "the module's shared library")
         ->type_name("PATH")
         ->default_str("the one built or installed with this program");
@@ -93,6 +118,8 @@ CommonCommandLine::CommonCommandLine(CLI::App &app, CommonOptions &options,
             return path.empty() ? "the path of the control socket is empty" : "";
         })
         ->default_str(mund::DefaultSocketPath());
+    app.add_option("--control-group", group_, "let the members of a group use it, too, and root")
+        ->type_name("GROUP");
     app.add_option("--metrics", options.metricsPlace,
                    "serve metrics for Prometheus over HTTP; on loopback without an address")
         ->type_name("[ADDRESS:]PORT");
@@ -144,6 +171,9 @@ void CommonCommandLine::ReadValues() {
     }
     for (const std::string &text : causeRules_) {
         ReadCauseRule(options_, text);
+    }
+    if (!group_.empty()) {
+        options_.controlGroup = GroupOf(group_);
     }
     options_.vrf = control::ParseNumber("--vrf", vrf_);
     options_.report = report_ == "json"   ? ReportForm::kJson

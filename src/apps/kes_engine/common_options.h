@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,6 +22,7 @@ struct CommonOptions {
     std::vector<std::string> commandFiles;                    // run before any packet
     std::vector<std::string> laterCommandFiles;               // and after the last
     std::string controlPath;                                  // of the control socket; empty: none
+    std::optional<gid_t> controlGroup;                        // whose members may use it
     std::string metricsPlace;                                 // to serve metrics at; empty: none
     uint32_t vrf = 0;
     FrameRules frameRules;
@@ -56,6 +58,7 @@ class CommonCommandLine {
     std::vector<std::string> capabilities_;
     std::vector<std::string> interfaces_;
     std::vector<std::string> causeRules_;
+    std::string group_;
     std::string vrf_ = "0";
     std::string report_ = "text";
 };

@@ -151,8 +151,9 @@ std::map<uint16_t, mund::WireHandler> HandlersOf(const standin::Module &module,
 }
 
 ControlService::ControlService(const std::string &path, const standin::Module &module,
-                               const std::function<State()> &stateNow, LineLog &log)
-    : log_(log), server_(path, HandlersOf(module, stateNow)) {
+                               const std::function<State()> &stateNow, LineLog &log,
+                               std::optional<gid_t> group)
+    : log_(log), server_(path, HandlersOf(module, stateNow), {}, group) {
     log_.Follow([this](standin::LineKind kind, std::string_view line) {
         server_.Publish(static_cast<uint32_t>(kind), line);
     });

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "mund/server.h"
@@ -22,9 +23,11 @@ class ControlService {
   public:
     // Serves clients on a socket: operations, the engine's state, exported objects, explanations,
     // and the lines of the log. Module and log outlive it, and the module is started until then.
-    // `stateNow` is called from several threads. Throws std::runtime_error.
+    // With a group, its members are served, too. `stateNow` is called from several threads. Throws
+    // std::runtime_error.
     ControlService(const std::string &path, const standin::Module &module,
-                   const std::function<State()> &stateNow, LineLog &log);
+                   const std::function<State()> &stateNow, LineLog &log,
+                   std::optional<gid_t> group = std::nullopt);
     ~ControlService();
     ControlService(const ControlService &) = delete;
     ControlService &operator=(const ControlService &) = delete;

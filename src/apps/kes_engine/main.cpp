@@ -37,7 +37,7 @@ ExitStatus Run(const Options &options) {
     PrepareForFiles();
     Configure(options);
     Engine engine(options, out);
-    Services services(options.metricsPlace);
+    Services services(options.metricsPlace, options.controlGroup);
     std::optional<StateKeeper> keeper;
     if (!options.statePath.empty()) {
         keeper.emplace(options.statePath);

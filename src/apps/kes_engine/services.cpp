@@ -6,7 +6,7 @@
 
 namespace kes_engine {
 
-Services::Services(const std::string &metricsPlace) {
+Services::Services(const std::string &metricsPlace, std::optional<gid_t> group) : group_(group) {
     if (!metricsPlace.empty()) {
         metricsSocket_.emplace(metricsPlace);
     }
@@ -15,7 +15,7 @@ Services::Services(const std::string &metricsPlace) {
 void Services::Begin(const std::string &controlPath, const standin::Module &module,
                      const std::function<State()> &stateNow, LineLog &log) {
     if (!controlPath.empty()) {
-        control_.emplace(controlPath, module, stateNow, log);
+        control_.emplace(controlPath, module, stateNow, log, group_);
         std::cerr << "serving clients on " << controlPath << '\n';
     }
     if (metricsSocket_) {

@@ -15,7 +15,8 @@ namespace kes_engine {
 class Services {
   public:
     // Listens where metrics are to be served; nowhere, for an empty place. Throws as MetricsSocket.
-    explicit Services(const std::string &metricsPlace);
+    // Clients may be members of the group, too.
+    explicit Services(const std::string &metricsPlace, std::optional<gid_t> group);
 
     // Begins to serve, clients on a socket if there is a path, and says where on standard error.
     // Module and log outlive it, and the module is started until End(). `stateNow` is called from
@@ -25,6 +26,7 @@ class Services {
     void End();
 
   private:
+    const std::optional<gid_t> group_;
     std::optional<MetricsSocket> metricsSocket_;
     std::optional<ControlService> control_;
     std::optional<LocalView> view_;

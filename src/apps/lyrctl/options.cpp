@@ -40,7 +40,7 @@ bool ParseOptions(std::vector<std::string> words, Options &options) {
     app.set_version_flag("--version", "lyrctl " LYRCTL_VERSION);
     app.allow_extras();
     if (options.control.empty()) {
-        options.control = mund::DefaultSocketPath();
+        options.control = mund::ClientSocketPath();
     }
     app.add_option("--control", options.control, "the engine's control socket")
         ->type_name("PATH")

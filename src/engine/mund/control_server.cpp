@@ -4,13 +4,16 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <exception>
 #include <list>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "mund/conversation.h"
 #include "mund/server.h"
@@ -28,11 +31,27 @@ void TurnAway(const Descriptor &socket, std::string_view reason) {
     SendAll(socket.Number(), ReplyFrame(0, Refusal(reason)));
 }
 
+bool IsMember(int socket, gid_t primary, gid_t group) {
+    std::vector<gid_t> groups(NGROUPS_MAX);
+    socklen_t size = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+    const bool known = getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &size) == 0;
+    groups.resize(known ? size / sizeof(gid_t) : 0);
+    return primary == group || std::ranges::find(groups, group) != groups.end();
+}
+
+// Whose program may be served: the engine's own user's, and where the socket is a group's, a
+// member's or root's. The mode of the file says the same.
+bool MaySpeak(int socket, const ucred &peer, std::optional<gid_t> group) {
+    return peer.uid == geteuid() ||
+           (group && (peer.uid == 0 || IsMember(socket, peer.gid, *group)));
+}
+
 }  // namespace
 
 class ControlServer::Impl {
   public:
-    Impl(const std::string &path, WireHandlers handlers, const ControlLimits &limits);
+    Impl(const std::string &path, WireHandlers handlers, const ControlLimits &limits,
+         std::optional<gid_t> group);
     ~Impl();
 
     Followers &AllFollowers() {
@@ -48,6 +67,7 @@ class ControlServer::Impl {
     bool AcceptOne();
     void Admit(Descriptor socket, pid_t client);
 
+    const std::optional<gid_t> group_;
     Served served_;
     Descriptor wake_;
     SocketFile file_;
@@ -57,12 +77,12 @@ class ControlServer::Impl {
 };
 
 ControlServer::Impl::Impl(const std::string &path, WireHandlers handlers,
-                          const ControlLimits &limits)
-    : served_{.handlers = std::move(handlers),
-              .limits = limits,
-              .followers = Followers(limits.lines)},
+                          const ControlLimits &limits, std::optional<gid_t> group)
+    : group_(group),
+      served_{
+          .handlers = std::move(handlers), .limits = limits, .followers = Followers(limits.lines)},
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      file_(path) {
+      file_(path, group) {
     if (!wake_.Open()) {
         throw std::runtime_error("control socket " + path + ": " +
                                  std::generic_category().message(errno));
@@ -103,7 +123,8 @@ bool ControlServer::Impl::AcceptOne() {
     if (!socket.Open()) {
         return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
     }
-    if (const std::optional<ucred> peer = Peer(socket.Number()); peer && peer->uid == geteuid()) {
+    if (const std::optional<ucred> peer = Peer(socket.Number());
+        peer && MaySpeak(socket.Number(), *peer, group_)) {
         Admit(std::move(socket), peer->pid);
     }
     return true;
@@ -126,8 +147,8 @@ void ControlServer::Impl::Admit(Descriptor socket, pid_t client) {
 }
 
 ControlServer::ControlServer(const std::string &path, std::map<uint16_t, WireHandler> handlers,
-                             const ControlLimits &limits)
-    : impl_(std::make_unique<Impl>(path, std::move(handlers), limits)) {}
+                             const ControlLimits &limits, std::optional<gid_t> group)
+    : impl_(std::make_unique<Impl>(path, std::move(handlers), limits, group)) {}
 
 ControlServer::~ControlServer() = default;
 

@@ -77,19 +77,19 @@ void RemoveStale(const std::string &path, const sockaddr_un &address) {
 
 }  // namespace
 
-SocketFile::SocketFile(const std::string &path) : path_(path) {
+SocketFile::SocketFile(const std::string &path, std::optional<gid_t> group) : path_(path) {
     if (const std::string complaint = SetAddress(address_, path); !complaint.empty()) {
         throw std::runtime_error("control socket: " + complaint);
     }
     const Descriptor lock = LockDirectory(path);
     listener_ = NewSocket(path);
-    Bind();
+    Bind(group);
     if (listen(listener_.Number(), SOMAXCONN) != 0) {
         FailWithErrno(path, "cannot listen");
     }
 }
 
-void SocketFile::Bind() {
+void SocketFile::Bind(std::optional<gid_t> group) {
     const auto *address = reinterpret_cast<const sockaddr *>(&address_);
     // The file is created with the mode that the socket has, less what the process's umask takes
     // away; a mode that is widened afterwards leaves no moment for others.
@@ -107,6 +107,11 @@ void SocketFile::Bind() {
     }
     if (fchmodat(AT_FDCWD, path_.c_str(), S_IRUSR | S_IWUSR, AT_SYMLINK_NOFOLLOW) != 0) {
         FailWithErrno(path_, "cannot set its mode");
+    }
+    if (group && (fchownat(AT_FDCWD, path_.c_str(), UINT32_MAX, *group, AT_SYMLINK_NOFOLLOW) != 0 ||
+                  fchmodat(AT_FDCWD, path_.c_str(), S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP,
+                           AT_SYMLINK_NOFOLLOW) != 0)) {
+        FailWithErrno(path_, "cannot be given to group " + std::to_string(*group));
     }
     struct stat file {};
     if (lstat(path_.c_str(), &file) != 0) {

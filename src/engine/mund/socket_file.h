@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 
 #include "mund/control_socket.h"
@@ -11,8 +12,9 @@ namespace mund {
 
 class SocketFile {
   public:
-    // Listens at the path. Throws std::runtime_error, which names the path and the reason.
-    explicit SocketFile(const std::string &path);
+    // Listens at the path; with a group, its members may connect. Throws std::runtime_error, which
+    // names the path and the reason.
+    SocketFile(const std::string &path, std::optional<gid_t> group);
     // Removes the file, unless it has been replaced.
     ~SocketFile();
     SocketFile(const SocketFile &) = delete;
@@ -23,7 +25,7 @@ class SocketFile {
     }
 
   private:
-    void Bind();
+    void Bind(std::optional<gid_t> group);
 
     std::string path_;
     sockaddr_un address_{};

@@ -34,6 +34,18 @@ inline std::string DefaultSocketPath() {
     return "/tmp/lyr_host-" + std::to_string(geteuid()) + ".sock";
 }
 
+// The user and the socket of the service that a system runs an engine as.
+inline constexpr const char *kServiceUser = "lyr-host";
+inline constexpr const char *kServiceSocket = "/run/lyr-host/lyr_host.sock";
+
+// Where a client that has been told nothing finds an engine: at the user's own socket, or at that
+// of the service where there is no other.
+inline std::string ClientSocketPath() {
+    const std::string own = DefaultSocketPath();
+    const bool other = access(own.c_str(), F_OK) != 0 && access(kServiceSocket, F_OK) == 0;
+    return other ? kServiceSocket : own;
+}
+
 // A file descriptor that is closed with its owner; -1 for none.
 class Descriptor {
   public:

@@ -1,12 +1,15 @@
 // The control socket: serves the module's operations, and what an engine adds to them, to programs
-// of the same user on the same machine.
+// of the same user, or of a group, on the same machine.
 #pragma once
+
+#include <sys/types.h>
 
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -49,12 +52,12 @@ struct ControlLimits {
 
 class ControlServer {
   public:
-    // Opens the socket, mode 0600. A socket that nobody listens on any more is replaced; one that
-    // somebody does, and a file that is no socket, is left alone. Throws std::runtime_error, which
-    // names the path and the reason. `handlers` answer the codes from MUND_WIRE_STATE on, all but
-    // MUND_WIRE_FOLLOW.
+    // Opens the socket, mode 0600; with a group, mode 0660, for its members and root too. A socket
+    // that nobody listens on any more is replaced; one that somebody does, and a file that is no
+    // socket, is left alone. Throws std::runtime_error, which names the path and the reason.
+    // `handlers` answer the codes from MUND_WIRE_STATE on, all but MUND_WIRE_FOLLOW.
     ControlServer(const std::string &path, std::map<uint16_t, WireHandler> handlers,
-                  const ControlLimits &limits = {});
+                  const ControlLimits &limits = {}, std::optional<gid_t> group = std::nullopt);
     // Closes every connection, waits for requests that are running, removes the socket.
     ~ControlServer();
     ControlServer(const ControlServer &) = delete;
