@@ -10,11 +10,13 @@ Commands stand in blocks of code behind "$ ", those that need root behind "# "; 
   ```varies  numbers, and the widths of columns, differ from run to run: only the words are compared
   ```elsewhere  commands for a machine with ports of DPDK's: they are not run
 Times, addresses in memory, user names and the directory of sockets are put aside anyway. Without
-root, and where packages are missing, blocks that need them are skipped, and named.
+root, and where packages are missing, blocks that need them are skipped, and named. Where root runs it,
+the network and the namespaces that commands make are its own, and gone with it.
 Prints the difference, and exits with 1 where there is one. --update writes what was printed into the
 page instead.
 """
 import difflib
+import functools
 import os
 import re
 import shutil
@@ -27,6 +29,7 @@ import time
 PAGE = os.path.join(os.path.dirname(__file__), "..", "docs", "operating.md")
 SHOWN_RUNTIME = "/run/user/0"
 PATIENCE = 30  # seconds for a command
+OWN_NETWORK = "mkdir -p /run/netns && mount -t tmpfs none /run/netns && ip link set lo up"
 TOOLS = ("tshark", "editcap", "tcpreplay", "curl", "promtool")
 
 
@@ -87,7 +90,10 @@ class Shell:
                            LD_LIBRARY_PATH=os.path.join(programs, "..", "lib"),
                            COLUMNS="100", LINES="40", NO_COLOR="1")
         self.log = open(os.path.join(directory, "output"), "w+b", buffering=0)
-        self.shell = subprocess.Popen(["bash", "--norc"], stdin=subprocess.PIPE, stdout=self.log,
+        shell = ["bash", "--norc"]
+        if rooted():
+            shell = ["unshare", "-mn", "sh", "-c", f"{OWN_NETWORK} && exec bash --norc"]
+        self.shell = subprocess.Popen(shell, stdin=subprocess.PIPE, stdout=self.log,
                                       stderr=self.log, cwd=work, env=environment,
                                       start_new_session=True)
         self.done = os.path.join(directory, "done")
@@ -165,8 +171,15 @@ def elided(expected, printed):
     return printed[:head] + ["..."] + (printed[-tail:] if tail else [])
 
 
+@functools.cache
+def rooted():
+    """Whether there may be namespaces, and interfaces in them."""
+    attempt = ["unshare", "-mn", "sh", "-c", f"{OWN_NETWORK} && ip link add type veth"]
+    return subprocess.run(attempt, capture_output=True).returncode == 0
+
+
 def why_skipped(step):
-    if step.root and subprocess.run(["unshare", "-n", "true"], capture_output=True).returncode != 0:
+    if step.root and not rooted():
         return "needs root, and the right to make network namespaces"
     missing = [tool for tool in TOOLS
                if re.search(rf"\b{tool}\b", step.command) and shutil.which(tool) is None]
@@ -174,13 +187,19 @@ def why_skipped(step):
 
 
 def skipped_blocks(steps):
-    """Why blocks are skipped: one that lacks something as a whole, and those of root behind it."""
-    reasons, root = {}, None
+    """Why blocks are skipped: one that lacks something as a whole, the blocks of root behind it, and
+    those that read captures which it would have made."""
+    reasons, root, unmade, made = {}, None, set(), set()
     for step in steps:
-        why = why_skipped(step) or (root if step.root else None)
+        captures = set(re.findall(r"\b\w+\.pcap\b", step.command))
+        why = (why_skipped(step) or reasons.get(step.block) or (root if step.root else None) or
+               next((f"needs {name}" for name in sorted(captures & unmade)), None))
         if why:
             reasons.setdefault(step.block, why)
             root = root or (why if step.root else None)
+            unmade |= captures - made
+        else:
+            made |= captures
     return reasons
 
 
@@ -192,7 +211,7 @@ def main():
     steps = steps_of(lines)
     reasons = skipped_blocks(steps)
     differing, skipped, changes = 0, [], []
-    with tempfile.TemporaryDirectory() as directory:
+    with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as directory:
         shell = Shell(directory, programs)
         try:
             for step in steps:
@@ -224,4 +243,7 @@ def main():
     return 0 if update else bool(differing)
 
 
-sys.exit(main())
+try:
+    sys.exit(main())
+except TimeoutError as error:
+    sys.exit(f"operating.py: {error}")
