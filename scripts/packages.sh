@@ -6,6 +6,7 @@ test_packages=(libgtest-dev libgmock-dev libbenchmark-dev binutils tshark iprout
 bench_packages=(libbenchmark-dev libdpdk-dev dpdk-dev tcpdump)
 live_packages=(libdpdk-dev iproute2 tcpdump tshark python3)
 lint_packages=(clang-format clang-tidy)
+operating_packages=(curl iproute2 python3 tcpreplay tshark)
 fuzz_packages=(clang llvm)
 package_packages=(dpkg-dev lintian man-db mandoc systemd binutils gcc libc6-dev)
 model_packages=(spin gcc libc6-dev)
