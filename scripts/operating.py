@@ -85,9 +85,9 @@ class Shell:
         work = os.path.join(directory, "work")
         os.mkdir(work)
         self.runtime = runtime
-        environment = dict(os.environ, XDG_RUNTIME_DIR=runtime, TZ="UTC", LC_ALL="C.UTF-8",
+        environment = dict(os.environ, XDG_RUNTIME_DIR=runtime, HOME=directory, TZ="UTC",
                            PATH=f"{programs}:/usr/sbin:/sbin:{os.environ['PATH']}", TERM="dumb",
-                           LD_LIBRARY_PATH=os.path.join(programs, "..", "lib"),
+                           LC_ALL="C.UTF-8", LD_LIBRARY_PATH=os.path.join(programs, "..", "lib"),
                            COLUMNS="100", LINES="40", NO_COLOR="1")
         self.log = open(os.path.join(directory, "output"), "w+b", buffering=0)
         shell = ["bash", "--norc"]
