@@ -28,7 +28,6 @@ ExitStatus Run(const PortsOptions &options) {
     kes_engine::PrepareForSignals();
     const std::vector<control::Command> commands = kes_engine::ReadCommands(options.commandFiles);
     const std::vector<control::Command> later = kes_engine::ReadCommands(options.laterCommandFiles);
-    kes_engine::Services services(options.metricsPlace, options.controlGroup);
     kes_engine::OutputDirectory out(options.outDirectory, "");
     kes_engine::LineLog log(options.logFile, options.decode);
     kes_engine::PrepareForFiles();
@@ -37,6 +36,7 @@ ExitStatus Run(const PortsOptions &options) {
     dpdk::Parts parts;
     standin::UseParts(parts);
     PortsEngine engine(options, out);
+    kes_engine::Services services(options.metricsPlace, options.controlGroup);
 
     const kes_engine::HangUps hangUps([&log] { log.Reopen(); });
     kes_engine::ListenForInterruption();
