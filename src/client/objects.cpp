@@ -62,12 +62,14 @@ LyrClientOutcome LyrClientReadObject(LyrClient *client, const char *name, void *
     });
 }
 
+// NOLINTBEGIN(bugprone-macro-parentheses): a type has none.
 #define LYR_CLIENT_GET(what, object, layout, number)                                 \
     LyrClientOutcome LyrClientGet##what(LyrClient *client, layout *value) {          \
         return LyrClientReadObject(client, object, value, (number) * sizeof *value); \
     }
 LYR_CLIENT_OBJECTS(LYR_CLIENT_GET)
 #undef LYR_CLIENT_GET
+// NOLINTEND(bugprone-macro-parentheses)
 
 LyrClientOutcome LyrClientGetChannels(LyrClient *client, uint32_t packetType, uint32_t *ids,
                                       size_t capacity, size_t *count) {

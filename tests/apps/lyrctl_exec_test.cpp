@@ -2,6 +2,9 @@
 #include <poll.h>
 #include <pty.h>
 
+#include <chrono>
+#include <thread>
+
 #include "canned_engine.h"
 
 namespace programs {
@@ -78,6 +81,7 @@ class Typist {
 
     // What has been shown, once it has the text, since the keys before.
     std::string Type(const std::string &keys, const std::string &text) {
+        AwaitEditing();
         EXPECT_EQ(write(terminal_, keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
         std::string shown;
         pollfd waiting = {terminal_, POLLIN, 0};
@@ -100,6 +104,17 @@ class Typist {
     }
 
   private:
+    // The prompt comes before the terminal is set for editing, which forgets the keys typed until
+    // then. A command that runs leaves the terminal as it is.
+    void AwaitEditing() const {
+        termios settings = {};
+        for (int i = 0;
+             i < 100 && tcgetattr(terminal_, &settings) == 0 && (settings.c_lflag & ICANON) != 0;
+             ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+
     int terminal_ = -1;
     pid_t pid_;
 };

@@ -155,7 +155,7 @@ ExitStatus Complain(const std::string &what, ExitStatus status) {
     return status;
 }
 
-ExitStatus Main(int argc, char **argv) {
+ExitStatus ParseAndRun(int argc, char **argv) {
     CLI::App app("Speaks to a controller as many access points do.", "capwap_aps");
     Arguments arguments;
     AddOptions(app, arguments);
@@ -163,13 +163,19 @@ ExitStatus Main(int argc, char **argv) {
     app.set_version_flag("--version", "capwap_aps " CAPWAP_APS_VERSION);
     try {
         app.parse(argc, argv);
-        for (const int signal : {SIGINT, SIGTERM}) {
-            std::signal(signal, [](int) { interrupted = 1; });
-        }
-        return Run(arguments);
     } catch (const CLI::Success &answer) {
         app.exit(answer);
         return kOk;
+    }
+    for (const int signal : {SIGINT, SIGTERM}) {
+        std::signal(signal, [](int) { interrupted = 1; });
+    }
+    return Run(arguments);
+}
+
+ExitStatus Main(int argc, char **argv) {
+    try {
+        return ParseAndRun(argc, argv);
     } catch (const CLI::ParseError &error) {
         return Complain(std::string(error.what()) + " (--help lists the options)", kUsage);
     } catch (const std::invalid_argument &error) {

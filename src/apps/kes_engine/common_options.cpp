@@ -22,6 +22,8 @@ constexpr const char *kModuleFile = "liblyr_host.so";
 std::string DefaultModule() {
     std::error_code error;
     // As it was started: a confined one may have no /proc.
+    // The kernel gives it as a number.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
     const auto *name = reinterpret_cast<const char *>(getauxval(AT_EXECFN));
     const std::filesystem::path self = std::filesystem::canonical(name, error);
     for (const char *directory : {LYR_MODULE_DIR, "../lib"}) {

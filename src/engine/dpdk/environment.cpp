@@ -108,7 +108,7 @@ Environment::Environment(const std::string &program, const std::vector<std::stri
                     LikelyReason(arguments));
     }
     if (static_cast<size_t>(known) != arguments.size()) {
-        const std::string unknown = arguments[static_cast<size_t>(known)];
+        const std::string &unknown = arguments[static_cast<size_t>(known)];
         rte_eal_cleanup();
         throw Error("'" + unknown + "' is no argument of DPDK's; the program's own follow '--'");
     }
