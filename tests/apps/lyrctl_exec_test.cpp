@@ -131,8 +131,7 @@ TEST_F(LyrctlExec, TheShellEditsCompletesAndRemembers) {
     first.Type("msgtype select ech\t\t", "echo-response");
     first.Type("\x03", "^C\r\n" + prompt);
     first.Type("tunnel default --node \t\t", "0  1");
-    first.Type("\x03", prompt);
-    first.Type("trace follow\r", "a line");
+    first.Type("\x03trace follow\r", "a line");
     first.Type("\x03", prompt);
     first.Type("tunel\r", "unknown command 'tunel'");
     first.Type("help wapi show\r", "e.g. lyrctl wapi show");

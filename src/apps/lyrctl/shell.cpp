@@ -62,11 +62,13 @@ sigset_t SetOf(std::initializer_list<int> signals) {
 }
 
 // A key. An interrupt, and what ends the shell, end the line: they come while a key is waited for,
-// and at no other time.
+// and at no other time; keys that were typed after an interrupt wait for it.
 int ReadKey(FILE *) {
     pollfd keys = {STDIN_FILENO, POLLIN, 0};
+    const timespec now = {};
     while (g_interrupted == 0 && g_ended == 0) {
-        if (ppoll(&keys, 1, nullptr, &g_before) < 0) {
+        // A wait that finds a key leaves a signal pending: the second one takes it.
+        if (ppoll(&keys, 1, nullptr, &g_before) < 0 || ppoll(nullptr, 0, &now, &g_before) < 0) {
             continue;
         }
         unsigned char key = 0;
