@@ -118,6 +118,42 @@ TEST_F(KesDpdk, AnInstanceThatStandsStillHoldsUpNobodyElse) {
     EXPECT_EQ(report["classes"][0]["sendFailed"], report["undelivered"]);
 }
 
+// One lcore hears the network ports before it asks the instance's.
+TEST_F(KesDpdk, WhatAnInstanceSendsLeavesByTheReceiversNetworkPort) {
+    const auto frame = [](uint8_t from, uint8_t to) {
+        return capwap::BuildFrame({.srcMac = {2, 0, 0, 0, 0, from},
+                                   .dstMac = {2, 0, 0, 0, 0, to},
+                                   .etherType = 0x88B5,
+                                   .payload = capwap::Bytes(50, to)});
+    };
+    const auto write = [this](const std::string &name, const AllBytes &bytes) {
+        Frames frames;
+        for (const capwap::Bytes &one : bytes) {
+            frames.push_back({0, static_cast<uint32_t>(one.size()), one});
+        }
+        WriteCapture(Path(name), frames);
+    };
+    constexpr uint8_t kController = 1, kFirst = 2, kSecond = 3, kMoved = 4, kStranger = 5;
+    capwap::Bytes broadcast = frame(kController, kStranger);
+    std::fill_n(broadcast.begin(), 6, uint8_t{0xFF});
+    write("first.pcap", {frame(kFirst, kController), frame(kMoved, kController)});
+    write("second.pcap", {frame(kSecond, kController), frame(kMoved, kController)});
+    write("instance.pcap", {frame(kController, kFirst), frame(kController, kSecond),
+                            frame(kController, kMoved), frame(kController, kStranger), broadcast});
+    const json report =
+        RunToEnd("0@0,1@0",
+                 "--vdev net_pcap0,rx_pcap=first.pcap,tx_pcap=to-first.pcap "
+                 "--vdev net_pcap1,rx_pcap=second.pcap,tx_pcap=to-second.pcap "
+                 "--vdev net_pcap2,rx_pcap=instance.pcap -- --instance 3=net_pcap2");
+    EXPECT_EQ(report["transmitted"], 5);
+    const capwap::Bytes stranger = frame(kController, kStranger);
+    EXPECT_EQ(FramesOf(Path("to-first.pcap")),
+              (AllBytes{frame(kController, kFirst), stranger, broadcast}));
+    EXPECT_EQ(
+        FramesOf(Path("to-second.pcap")),
+        (AllBytes{frame(kController, kSecond), frame(kController, kMoved), stranger, broadcast}));
+}
+
 TEST_F(KesDpdk, FramesLongerThanABufferAreDroppedAndCounted) {
     const Frames frames = {{0, 1522, capwap::Bytes(1522, 1)}, {1, 4000, capwap::Bytes(4000, 2)}};
     WriteCapture(Path("in.pcap"), frames);

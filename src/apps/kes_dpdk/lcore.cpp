@@ -38,14 +38,15 @@ LcoreCounts &LcoreCounts::operator+=(const LcoreCounts &other) {
     return *this;
 }
 
-Lcore::Lcore(Board &board, unsigned number) : board_(board), number_(number), held_(board.lcores) {
-    for (size_t i = 0; i < board.networks.size(); ++i) {
+Lcore::Lcore(Board &board, unsigned number)
+    : board_(board), number_(number), held_(board.lcores), leaving_(board.networks.size()) {
+    for (unsigned i = 0; i < board.networks.size(); ++i) {
         UsedPort &port = *board.networks[i];
         if (port.port.SpreadsFlows()) {
-            queues_.push_back({port, number, true});
+            queues_.push_back({port, i, number, true});
         } else if (i % board.lcores == number) {
             for (unsigned queue = 0; queue < port.port.ReceiveQueues(); ++queue) {
-                queues_.push_back({port, queue, board.lcores == 1});
+                queues_.push_back({port, i, queue, board.lcores == 1});
             }
         }
     }
@@ -164,6 +165,11 @@ size_t Lcore::ReceiveFromNetwork(const Queue &queue) {
     counts_.frames += count;
     counts_.received += count;
     const auto received = std::span(packets).first(count);
+    if (board_.networks.size() > 1) {
+        for (const HostMbuf *packet : received) {
+            board_.behind.Learn(standin::MetaOf(packet).srcMac, queue.place);
+        }
+    }
     if (queue.isSpread) {
         Forward(received);
     } else {
@@ -180,7 +186,7 @@ void Lcore::HandOn(std::span<HostMbuf *const> packets) {
         if (owner == number_) {
             mine[mineCount++] = packet;
         } else {
-            held_[owner].packets[held_[owner].count++] = packet;
+            held_[owner].Add(packet);
             ++heldPackets_;
         }
     }
@@ -259,6 +265,8 @@ void Lcore::CopyToInstances(const HostMbuf *packet) {
     for (const auto &instance : board_.instances) {
         if (HostMbuf *copy = board_.pool->Copy(packet)) {
             instance->Port().SendAll(number_, {&copy, 1});
+        } else {
+            instance->Port().CountRefused(1);
         }
     }
 }
@@ -294,7 +302,37 @@ void Lcore::Transmit(std::span<HostMbuf *const> packets) {
             standin::Release({&packet, 1});
         }
     }
-    board_.networks.front()->SendAll(number_, std::span(through).first(count));
+    SendToNetwork(std::span(through).first(count));
+}
+
+void Lcore::SendToNetwork(std::span<HostMbuf *const> packets) {
+    if (board_.networks.size() == 1) {
+        board_.networks.front()->SendAll(number_, packets);
+        return;
+    }
+    for (HostMbuf *packet : packets) {
+        unsigned place = board_.behind.Find(standin::MetaOf(packet).dstMac);
+        if (place == ForwardingTable::kUnknown) {
+            AddCopies(packet);
+            place = 0;
+        }
+        leaving_[place].Add(packet);
+    }
+    for (size_t place = 0; place < leaving_.size(); ++place) {
+        Held &leaving = leaving_[place];
+        board_.networks[place]->SendAll(number_, std::span(leaving.packets).first(leaving.count));
+        leaving.count = 0;
+    }
+}
+
+void Lcore::AddCopies(const HostMbuf *packet) {
+    for (size_t place = 1; place < leaving_.size(); ++place) {
+        if (HostMbuf *copy = board_.pool->Copy(packet)) {
+            leaving_[place].Add(copy);
+        } else {
+            board_.networks[place]->CountRefused(1);
+        }
+    }
 }
 
 }  // namespace kes_dpdk

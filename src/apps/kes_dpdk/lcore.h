@@ -13,6 +13,7 @@
 
 #include "dpdk/packet_pool.h"
 #include "fates.h"
+#include "forwarding_table.h"
 #include "hand_over.h"
 #include "instance_port.h"
 #include "ports_options.h"
@@ -54,6 +55,7 @@ struct Board {
     kes_engine::FateCaptures captures;
     HandOver handOver;
     std::vector<std::unique_ptr<UsedPort>> networks;
+    ForwardingTable behind;  // network ports, by their place, if there are several
     std::vector<std::unique_ptr<UsedPort>> instancePorts;
     std::unique_ptr<UsedPort> kernel;  // if there is one
     std::vector<std::unique_ptr<PortedInstance>> instances;
@@ -94,13 +96,18 @@ class Lcore {
     // A queue of a network port.
     struct Queue {
         UsedPort &port;
+        unsigned place;  // of the port among the network ports
         unsigned queue;
         bool isSpread;  // its flows belong to this lcore
     };
-    // Packets for another lcore that had no room for them.
+    // Packets for another lcore that had no room for them, or for a network port.
     struct Held {
         Burst packets;
         size_t count = 0;
+
+        void Add(HostMbuf *packet) {
+            packets[count++] = packet;
+        }
     };
 
     // Each returns how many packets it has moved.
@@ -115,6 +122,9 @@ class Lcore {
     void HandOn(std::span<HostMbuf *const> packets);
     void Forward(std::span<HostMbuf *const> packets);
     void Transmit(std::span<HostMbuf *const> packets);
+    // Out of the network port that each is for.
+    void SendToNetwork(std::span<HostMbuf *const> packets);
+    void AddCopies(const HostMbuf *packet);
     void Return(std::span<HostMbuf *const> packets);
     void CopyToInstances(const HostMbuf *packet);
     void Rest(size_t moved);
@@ -127,6 +137,7 @@ class Lcore {
     bool servesKernel_ = false;
     std::vector<Held> held_;  // by lcore
     size_t heldPackets_ = 0;
+    std::vector<Held> leaving_;  // by network port
     LcoreCounts counts_;
     std::mutex mutex_;
     LcoreCounts published_;

@@ -31,8 +31,9 @@ The main lcore (the first of -l) serves clients and counts; the others forward, 
 A port is named by its device or by DPDK's number.
 
 What an instance with a port is handed leaves by that port as it came, and what comes in on it goes
-down the transmit path and out of the first network port. Instances without a port are counted, and
-kept as captures with --out. What the module gives back goes to the kernel port, or is dropped.
+down the transmit path and out of the network port from which frames of the receiver have come, or of
+all when none have. Instances without a port are counted, and kept as captures with --out. What the
+module gives back goes to the kernel port, or is dropped.
 Packets that resolve addresses (ARP, neighbour discovery) are given back, and copied to the port of
 every instance. Of the answers that come from there, only those of one stack go out: the kernel's, or
 where there is no such port, that of the first instance named.
