@@ -100,6 +100,23 @@ TEST_F(KesDpdk, ARealSessionLeavesByThePortsThatItBelongsTo) {
     }
 }
 
+TEST_F(KesDpdk, EveryLcoreHasItsShareOfTheQueues) {
+    const Frames session = ReadCapture(kSession);
+    Frames halves[2];
+    for (size_t i = 0; i < session.size(); ++i) {
+        halves[i % 2].push_back(session[i]);
+    }
+    WriteCapture(Path("0.pcap"), halves[0]);
+    WriteCapture(Path("1.pcap"), halves[1]);
+    const json report = RunToEnd("0@0,1@0,2@0,3@0",
+                                 "--vdev net_pcap0,rx_pcap=0.pcap,rx_pcap=1.pcap "
+                                 "--vdev net_pcap1,rx_pcap=0.pcap,rx_pcap=1.pcap "
+                                 "-- --port net_pcap0=7 --port net_pcap1=7");
+    EXPECT_EQ(report["received"], 2 * 422);
+    EXPECT_EQ(report["returned"], 2 * 307);
+    EXPECT_EQ(report["instances"][1]["cwp"], 2 * 111);
+}
+
 // A port whose other side is absent takes nothing: its instance's channel fills, and no other's.
 TEST_F(KesDpdk, AnInstanceThatStandsStillHoldsUpNobodyElse) {
     const json report =

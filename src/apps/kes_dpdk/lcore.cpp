@@ -40,13 +40,13 @@ LcoreCounts &LcoreCounts::operator+=(const LcoreCounts &other) {
 
 Lcore::Lcore(Board &board, unsigned number)
     : board_(board), number_(number), held_(board.lcores), leaving_(board.networks.size()) {
-    for (unsigned i = 0; i < board.networks.size(); ++i) {
-        UsedPort &port = *board.networks[i];
-        if (port.port.SpreadsFlows()) {
-            queues_.push_back({port, i, number, true});
-        } else if (i % board.lcores == number) {
-            for (unsigned queue = 0; queue < port.port.ReceiveQueues(); ++queue) {
-                queues_.push_back({port, i, queue, board.lcores == 1});
+    unsigned dealt = 0;  // queues that have all flows, in turn to the lcores
+    for (unsigned place = 0; place < board.networks.size(); ++place) {
+        UsedPort &port = *board.networks[place];
+        const bool isSpread = port.port.SpreadsFlows();
+        for (unsigned queue = 0; queue < port.port.ReceiveQueues(); ++queue) {
+            if ((isSpread ? queue : dealt++ % board.lcores) == number) {
+                queues_.push_back({port, place, queue, isSpread || board.lcores == 1});
             }
         }
     }
@@ -272,8 +272,16 @@ void Lcore::CopyToInstances(const HostMbuf *packet) {
 }
 
 size_t Lcore::ReceiveFromLocal(UsedPort &port, bool mayAnswer) {
+    size_t come = 0;
+    for (unsigned queue = 0; queue < port.port.ReceiveQueues(); ++queue) {
+        come += ReceiveFromLocal(port, queue, mayAnswer);
+    }
+    return come;
+}
+
+size_t Lcore::ReceiveFromLocal(UsedPort &port, unsigned queue, bool mayAnswer) {
     Burst packets;
-    const size_t come = Receive(port, 0, packets, true);
+    const size_t come = Receive(port, queue, packets, true);
     size_t count = 0;
     for (HostMbuf *packet : std::span(packets).first(come)) {
         if (!mayAnswer && AnswersResolution(packet)) {

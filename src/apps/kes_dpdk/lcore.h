@@ -114,6 +114,7 @@ class Lcore {
     size_t Pass(Phase phase);
     size_t ReceiveFromNetwork(const Queue &queue);
     size_t ReceiveFromLocal(UsedPort &port, bool mayAnswer);
+    size_t ReceiveFromLocal(UsedPort &port, unsigned queue, bool mayAnswer);
     size_t TakeHandedOver();
     size_t GiveHeld();
 

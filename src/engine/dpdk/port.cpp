@@ -23,8 +23,9 @@ std::string NameOf(uint16_t id) {
 
 // Drivers whose queues are all to be asked, since each brings other frames.
 bool HasQueuesOfItsOwn(const rte_eth_dev_info &info) {
-    return std::strcmp(info.driver_name, "net_pcap") == 0 ||
-           std::strcmp(info.driver_name, "net_ring") == 0;
+    constexpr const char *kDrivers[] = {"net_pcap", "net_ring", "net_af_packet"};
+    return std::ranges::any_of(
+        kDrivers, [&](const char *driver) { return std::strcmp(info.driver_name, driver) == 0; });
 }
 
 constexpr const char *kMemifLog = "pmd.net.memif";
