@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <random>
 #include <span>
@@ -12,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "engine_under_test.h"
 #include "kes/board.h"
 #include "kes/bounded.h"
 #include "kes/capability.h"
@@ -53,14 +53,6 @@ TEST(Memory, IsAccountedByModuleAndPlace) {
     EXPECT_TRUE(ModuleMemoryByTag(kModule).empty());
 }
 
-// Bytes of memory that the process occupies.
-size_t ResidentBytes() {
-    size_t pages = 0;
-    size_t resident = 0;
-    std::ifstream("/proc/self/statm") >> pages >> resident;
-    return resident * 4096;
-}
-
 // Blocks of all sizes come and go on several threads: none reaches into another or into a cache
 // line that it need not.
 TEST(Memory, BlocksKeepToThemselves) {
@@ -98,13 +90,13 @@ TEST(Memory, IsGivenBack) {
     GTEST_SKIP() << "checkers keep what is freed";
 #endif
     constexpr size_t kTotal = 64 << 20;
-    const size_t before = ResidentBytes();
+    const size_t before = OccupiedBytes();
     for (const uint32_t size : {1000u, 100000u, uint32_t{kTotal}}) {
         std::vector<void *> blocks(kTotal / size);
         std::ranges::generate(blocks, [&] { return TovMemAllocInner(1, 0, size, 0, "test", 1); });
-        EXPECT_GT(ResidentBytes(), before + kTotal / 2) << "they are filled";
+        EXPECT_GT(OccupiedBytes(), before + kTotal / 2) << "they are filled";
         std::ranges::for_each(blocks, TovMemFreeInner);
-        EXPECT_LT(ResidentBytes(), before + kTotal / 8) << size;
+        EXPECT_LT(OccupiedBytes(), before + kTotal / 8) << size;
     }
 }
 
