@@ -1,4 +1,4 @@
-/* Registers a tunnel, lists those of its port, and shows the engine's next lines.
+/* Registers a tunnel, lists all of IPv4, and shows the engine's next lines.
  *
  *     cc tunnels.c $(pkg-config --cflags --libs lyrclient) -o tunnels
  */
@@ -18,12 +18,12 @@ static void check(const char *what, LyrClientOutcome outcome) {
     }
 }
 
-static int show(void *count, const LyrKesLbDfxEntry *tunnel) {
+static int show(void *count, const MundIpv4Tunnel *tunnel) {
     LyrKesRpcIpAddr source = {0};
     char text[LYR_CLIENT_ADDRESS_LEN];
-    source.ipv4Addr = tunnel->srcIp;
+    source.ipv4Addr = tunnel->key.srcIp;
     LyrClientAddressToText(&source, text);
-    printf("%s port %u: instance %u\n", text, tunnel->srcPort, tunnel->nodeId);
+    printf("%s port %u: instance %u\n", text, tunnel->key.srcPort, tunnel->nodeId);
     ++*(unsigned *)count;
     return 0;
 }
@@ -46,7 +46,7 @@ int main(int argc, char **argv) {
     check("add a tunnel", LyrClientCwpTunnel(client, &request));
 
     unsigned count = 0;
-    check("list tunnels", LyrClientVisitTunnels(client, 0, 5246, show, &count));
+    check("list tunnels", LyrClientVisitIpv4Tunnels(client, show, &count));
     MundSourceRecord sources[LYR_KES_CWP_SRC_NUM];
     check("read the sources", LyrClientGetSources(client, sources));
     printf("%u tunnels; the first source is of type %u\n", count, sources[0].srcType);

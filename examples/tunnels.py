@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Registers a tunnel, lists those of its port, and shows the engine's next lines."""
+"""Registers a tunnel, lists all, and shows the engine's next lines."""
 import sys
 
 import lyr_host
@@ -9,7 +9,7 @@ def main():
     path = sys.argv[1] if len(sys.argv) > 1 else None
     with lyr_host.Client(path, connect_timeout=2, timeout=5) as client:
         client.add_tunnel(lyr_host.Tunnel("192.168.10.11", 12380, "192.168.10.9", 5246, instance=4))
-        tunnels = list(client.tunnels_with_port(5246))
+        tunnels = list(client.tunnels())
         for tunnel in tunnels:
             print("%s port %d: instance %d" % (tunnel.source, tunnel.source_port, tunnel.instance))
         print("%d tunnels; the first source is of type %d" %

@@ -1,4 +1,4 @@
-// The operations, each with its own messages.
+// The operations, each with its own messages, and the queries of several pages.
 #include <cstring>
 #include <vector>
 
@@ -53,6 +53,19 @@ LyrClientOutcome Call(LyrClient *client, MundOperation operation, const Request 
 template <typename... Reply>
 LyrClientOutcome CallBare(LyrClient *client, MundOperation operation, Reply *...reply) {
     return client::Run(*client, [&] { Ask(*client, operation, {}, *reply...); });
+}
+
+template <typename Entry>
+LyrClientOutcome VisitTable(LyrClient *client, int (*visit)(void *, const Entry *), void *context) {
+    return client::Run(*client, [&] {
+        client::ForEachEntry<Entry>(
+            [&](const MundWireEntriesReq &asked) {
+                client::Send(*client, MUND_WIRE_ENTRIES, BytesOf(asked));
+                const std::span<const uint8_t> page = client->connection.Payload();
+                return std::vector<uint8_t>(page.begin(), page.end());
+            },
+            [&](const Entry &entry) { return visit(context, &entry) == 0; });
+    });
 }
 
 }  // namespace
@@ -165,4 +178,19 @@ LyrClientOutcome LyrClientVisitProbes(LyrClient *client, uint32_t from, LyrClien
                 return visit(context, position, &probe) == 0;
             });
     });
+}
+
+LyrClientOutcome LyrClientVisitIpv4Tunnels(LyrClient *client, LyrClientIpv4TunnelVisitor visit,
+                                           void *context) {
+    return VisitTable(client, visit, context);
+}
+
+LyrClientOutcome LyrClientVisitIpv6Tunnels(LyrClient *client, LyrClientIpv6TunnelVisitor visit,
+                                           void *context) {
+    return VisitTable(client, visit, context);
+}
+
+LyrClientOutcome LyrClientVisitSessions(LyrClient *client, LyrClientSessionVisitor visit,
+                                        void *context) {
+    return VisitTable(client, visit, context);
 }

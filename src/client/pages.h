@@ -9,8 +9,11 @@
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "mund/statistics_messages.h"
+#include "mund/table_entries.h"
+#include "mund/wire.h"
 
 namespace client {
 
@@ -101,6 +104,60 @@ void ForEachProbe(LyrKesCwpTraceRecordReq request, AskPage askPage, Visit visit)
         request.startIdx += page.entryNum;
         more = page.result == LYR_KES_PROBE_MORE;
     }
+}
+
+// The table that entries are of.
+template <typename Entry>
+inline constexpr uint32_t kTableOf = MUND_TABLE_NUM;
+template <>
+inline constexpr uint32_t kTableOf<MundIpv4Tunnel> = MUND_TABLE_IPV4_TUNNELS;
+template <>
+inline constexpr uint32_t kTableOf<MundIpv6Tunnel> = MUND_TABLE_IPV6_TUNNELS;
+template <>
+inline constexpr uint32_t kTableOf<MundSession> = MUND_TABLE_SESSIONS;
+
+#define TABLE_WORDS(name, words) words,
+inline constexpr const char *kTableWords[] = {MUND_TABLES(TABLE_WORDS)};
+#undef TABLE_WORDS
+
+// The head of a page, which moves on and has as many entries as it says.
+template <typename Entry>
+MundWireEntriesRsp HeadOf(std::span<const uint8_t> page, const MundWireEntriesReq &request) {
+    MundWireEntriesRsp head = {};
+    if (page.size() >= sizeof head) {
+        std::memcpy(&head, page.data(), sizeof head);
+    }
+    const bool movesOn = head.nextBucket > request.bucket || head.nextBucket == head.buckets;
+    if (page.size() < sizeof head || head.entrySize != sizeof(Entry) ||
+        page.size() != sizeof head + size_t{head.count} * sizeof(Entry) || !movesOn ||
+        head.nextBucket > head.buckets) {
+        throw BadReply("the listing of the " + std::string(kTableWords[request.table]) +
+                       " table is not understood: " + std::to_string(page.size()) + " bytes of " +
+                       std::to_string(head.count) + " entries of " +
+                       std::to_string(head.entrySize) + " bytes, from bucket " +
+                       std::to_string(request.bucket) + " to " + std::to_string(head.nextBucket) +
+                       " of " + std::to_string(head.buckets));
+    }
+    return head;
+}
+
+// The same for what is in a table; askPage(request) answers with the bytes of a page.
+template <typename Entry, typename AskPage, typename Visit>
+void ForEachEntry(AskPage askPage, Visit visit) {
+    MundWireEntriesReq request = {.table = kTableOf<Entry>, .bucket = 0};
+    MundWireEntriesRsp head;
+    do {
+        const std::vector<uint8_t> page = askPage(request);
+        head = HeadOf<Entry>(page, request);
+        for (size_t i = 0; i < head.count; ++i) {
+            Entry entry;
+            std::memcpy(&entry, &page[sizeof head + i * sizeof entry], sizeof entry);
+            if (!visit(entry)) {
+                return;
+            }
+        }
+        request.bucket = head.nextBucket;
+    } while (head.nextBucket < head.buckets);
 }
 
 }  // namespace client

@@ -3,17 +3,11 @@
 #include <cstring>
 #include <string>
 
-#include "control/message_bytes.h"
+#include "client/pages.h"
 #include "control/module_object.h"
 
 namespace control {
 namespace {
-
-using std::to_string;
-
-#define TABLE_WORDS(name, words) words,
-constexpr const char *kTableWords[] = {MUND_TABLES(TABLE_WORDS)};
-#undef TABLE_WORDS
 
 template <typename Record>
 bool SameBytes(const Record *a, const Record *b, size_t count) {
@@ -41,42 +35,19 @@ Layout ReadSteady(EngineView &engine, std::string_view name, size_t size = sizeo
     throw Refused(std::string(name) + " is changed all the time, and cannot be read");
 }
 
-// Checks a page's head, and that it moves on.
 template <typename Entry>
-MundWireEntriesRsp HeadOf(const Bytes &page, const MundWireEntriesReq &request) {
-    MundWireEntriesRsp head = {};
-    if (page.size() >= sizeof head) {
-        head = MessageOf<MundWireEntriesRsp>(page);
-    }
-    const bool movesOn = head.nextBucket > request.bucket || head.nextBucket == head.buckets;
-    if (page.size() < sizeof head || head.entrySize != sizeof(Entry) ||
-        page.size() != sizeof head + size_t{head.count} * sizeof(Entry) || !movesOn ||
-        head.nextBucket > head.buckets) {
-        throw Refused("the listing of the " + std::string(kTableWords[request.table]) +
-                      " table is not understood: " + to_string(page.size()) + " bytes of " +
-                      to_string(head.count) + " entries from bucket " + to_string(request.bucket) +
-                      " to " + to_string(head.nextBucket) + " of " + to_string(head.buckets));
-    }
-    return head;
-}
-
-template <typename Entry>
-std::vector<Entry> ReadTable(EngineView &engine, uint32_t table) {
+std::vector<Entry> ReadTable(EngineView &engine) {
     std::vector<Entry> entries;
-    MundWireEntriesReq request = {.table = table, .bucket = 0};
-    MundWireEntriesRsp head;
-    do {
-        const Bytes page = engine.Entries(request);
-        head = HeadOf<Entry>(page, request);
-        const size_t begin = entries.size();
-        entries.resize(begin + head.count);
-        if (head.count > 0) {
-            std::memcpy(&entries[begin], &page[sizeof head], head.count * sizeof(Entry));
-        }
-        request.bucket = head.nextBucket;
-    } while (head.nextBucket < head.buckets);
-    for (Entry &entry : entries) {
-        entry.reconMark = 0;
+    try {
+        client::ForEachEntry<Entry>(
+            [&engine](const MundWireEntriesReq &request) { return engine.Entries(request); },
+            [&entries](Entry entry) {
+                entry.reconMark = 0;
+                entries.push_back(entry);
+                return true;
+            });
+    } catch (const client::BadReply &reply) {
+        throw Refused(reply.what());
     }
     return entries;
 }
@@ -126,15 +97,15 @@ ModuleSize ReadSize(EngineView &engine) {
 }
 
 std::vector<MundIpv4Tunnel> ReadIpv4Tunnels(EngineView &engine) {
-    return ReadTable<MundIpv4Tunnel>(engine, MUND_TABLE_IPV4_TUNNELS);
+    return ReadTable<MundIpv4Tunnel>(engine);
 }
 
 std::vector<MundIpv6Tunnel> ReadIpv6Tunnels(EngineView &engine) {
-    return ReadTable<MundIpv6Tunnel>(engine, MUND_TABLE_IPV6_TUNNELS);
+    return ReadTable<MundIpv6Tunnel>(engine);
 }
 
 std::vector<MundSession> ReadSessions(EngineView &engine) {
-    return ReadTable<MundSession>(engine, MUND_TABLE_SESSIONS);
+    return ReadTable<MundSession>(engine);
 }
 
 }  // namespace control

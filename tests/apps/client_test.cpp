@@ -1,8 +1,11 @@
 // The client library against a running engine, and the example that the documents show.
 #include "lyr/client.h"
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
+#include <numeric>
+#include <vector>
 
 #include "mund/control_socket.h"
 #include "program.h"
@@ -136,6 +139,56 @@ TEST_F(ClientLibrary, QueriesGoThroughTheirPagesAndStopWhenTold) {
         EXPECT_EQ(LyrClientVisitTunnels(client_.get(), 0, 5246, visit, &seen), LYR_CLIENT_OK);
         EXPECT_EQ(seen.tunnels, wanted);
     }
+}
+
+// Pages of buckets: of the 6,000 tunnels, more than one page has.
+TEST_F(ClientLibrary, TablesAreGoneThroughEntryByEntry) {
+    LyrClient *client = client_.get();
+    LyrKesCwpTunnelReq tunnel = {};
+    tunnel.dstPort = 5246;
+    for (uint32_t i = 1; i <= 6000; ++i) {
+        tunnel.srcAddr.ipv4Addr = i;
+        ASSERT_EQ(LyrClientCwpTunnel(client, &tunnel), LYR_CLIENT_OK);
+    }
+    LyrClientAddressFromText("2001:db8::1", &tunnel.srcAddr);
+    LyrClientAddressFromText("2001:db8::fe", &tunnel.dstAddr);
+    tunnel.nodeId = 5;
+    const LyrKesKaTunnelReq session = {LYR_KES_OPERATION_ADD, {1, 2, 3, 4}, 7};
+    ASSERT_EQ(LyrClientCwpTunnel(client, &tunnel), LYR_CLIENT_OK);
+    ASSERT_EQ(LyrClientKaTunnel(client, &session), LYR_CLIENT_OK);
+
+    std::vector<uint32_t> sources;
+    const auto visitIpv4 = [](void *context, const MundIpv4Tunnel *entry) {
+        auto *seen = static_cast<std::vector<uint32_t> *>(context);
+        seen->push_back(entry->key.srcIp);
+        return seen->size() == 6001 + 10 ? 1 : 0;
+    };
+    EXPECT_EQ(LyrClientVisitIpv4Tunnels(client, visitIpv4, &sources), LYR_CLIENT_OK);
+    std::ranges::sort(sources);
+    std::vector<uint32_t> wanted(6000);
+    std::iota(wanted.begin(), wanted.end(), 1);
+    wanted.push_back(0xC0A80A0A);
+    EXPECT_EQ(sources, wanted);
+    // Ten more, and the visitor has enough.
+    EXPECT_EQ(LyrClientVisitIpv4Tunnels(client, visitIpv4, &sources), LYR_CLIENT_OK);
+    EXPECT_EQ(sources.size(), 6011u);
+
+    MundIpv6Tunnel ipv6 = {};
+    MundSession held = {};
+    const auto keepIpv6 = [](void *context, const MundIpv6Tunnel *entry) {
+        *static_cast<MundIpv6Tunnel *>(context) = *entry;
+        return 0;
+    };
+    const auto keepSession = [](void *context, const MundSession *entry) {
+        *static_cast<MundSession *>(context) = *entry;
+        return 0;
+    };
+    EXPECT_EQ(LyrClientVisitIpv6Tunnels(client, keepIpv6, &ipv6), LYR_CLIENT_OK);
+    EXPECT_EQ(ipv6.key.dstIpv6[3], 0xFEu);
+    EXPECT_EQ(ipv6.nodeId, 5u);
+    EXPECT_EQ(LyrClientVisitSessions(client, keepSession, &held), LYR_CLIENT_OK);
+    EXPECT_EQ(held.key.sessionId[3], 4u);
+    EXPECT_EQ(held.nodeId, 7u);
 }
 
 TEST_F(ClientLibrary, SaysWhyNothingCameOfACall) {

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 #include <string>
-#include <string_view>
 
+#include "client/pages.h"
 #include "failure.h"
 #include "mund/table_entries.h"
 
@@ -17,10 +17,6 @@ using std::to_string;
 constexpr uint32_t kHandful = 64;
 // A page that has so many entries ends.
 constexpr size_t kPageEntries = 4096;
-
-#define TABLE_WORDS(name, words) words,
-constexpr std::string_view kTableWords[] = {MUND_TABLES(TABLE_WORDS)};
-#undef TABLE_WORDS
 
 // A page being filled.
 struct Page {
@@ -84,7 +80,7 @@ Bucket AddBuckets(const Table<Key> &table, const MundTableLink *buckets, Page &p
 template <class Key>
 std::vector<uint8_t> ReadPage(const ModuleView &module, const Table<Key> &table,
                               const MundWireEntriesReq &request) {
-    const std::string name = std::string(kTableWords[request.table]) + " table";
+    const std::string name = std::string(client::kTableWords[request.table]) + " table";
     Page page = {
         .bytes = std::vector<uint8_t>(sizeof(MundWireEntriesRsp)),
         .head = {.buckets = request.bucket,

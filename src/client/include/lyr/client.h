@@ -18,6 +18,7 @@
 #include "mund/operations.h"
 #include "mund/reconciliation_messages.h"
 #include "mund/statistics_messages.h"
+#include "mund/table_entries.h"
 #include "mund/wire.h"
 
 KES_BEGIN_DECLS
@@ -124,6 +125,19 @@ KES_API LyrClientOutcome LyrClientVisitTunnels(LyrClient *client, uint32_t ipVer
 /* The probes from a position on; 0 is the oldest that is held. */
 KES_API LyrClientOutcome LyrClientVisitProbes(LyrClient *client, uint32_t from,
                                               LyrClientProbeVisitor visit, void *context);
+
+typedef int (*LyrClientIpv4TunnelVisitor)(void *context, const MundIpv4Tunnel *tunnel);
+typedef int (*LyrClientIpv6TunnelVisitor)(void *context, const MundIpv6Tunnel *tunnel);
+typedef int (*LyrClientSessionVisitor)(void *context, const MundSession *session);
+/* All that is in a table of the module, in no order: the tunnels of either family, the sessions. An
+ * entry that is there all the time comes once, one that comes or goes meanwhile may come or not.
+ * The engine reads the table for it; no operation does. */
+KES_API LyrClientOutcome LyrClientVisitIpv4Tunnels(LyrClient *client,
+                                                   LyrClientIpv4TunnelVisitor visit, void *context);
+KES_API LyrClientOutcome LyrClientVisitIpv6Tunnels(LyrClient *client,
+                                                   LyrClientIpv6TunnelVisitor visit, void *context);
+KES_API LyrClientOutcome LyrClientVisitSessions(LyrClient *client, LyrClientSessionVisitor visit,
+                                                void *context);
 
 /*
  * Objects that the module exports. LyrClientObject hands out the bytes of one by its name; with
