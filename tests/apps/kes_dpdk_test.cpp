@@ -202,6 +202,25 @@ TEST_F(KesDpdk, ItsPortsAreShownWhileTrafficIsRunning) {
     EXPECT_EQ(json::parse(outcome.out, nullptr, false)["conserved"], true);
 }
 
+TEST_F(KesDpdk, KeepsItsStateOverRestarts) {
+    const std::string arguments = "--vdev net_null0,no-rx=1 -- --state state";
+    RunToEnd("0@0,1@0", arguments);
+    const std::string saved = Read("state");
+    EXPECT_THAT(saved, testing::HasSubstr("\ntunnel add 192.168.10.10 12380 192.168.10.9 5246 "
+                                          "--node 3\n"));
+    // Without any command but the file's own, and with one that is saved at the end.
+    Write("commands", "");
+    RunToEnd("0@0,1@0", arguments);
+    EXPECT_EQ(Read("state"), saved);
+    Write("later", "tunnel default --node 5\n");
+    RunToEnd("0@0,1@0", arguments + " --exec-after later");
+    EXPECT_THAT(Read("state"), testing::HasSubstr("\ntunnel default --node 5\n"));
+    Write("state", saved.substr(0, saved.size() / 2));
+    const Outcome cut = Run("0@0,1@0", arguments + " --control control");
+    EXPECT_EQ(cut.status, 2);
+    EXPECT_THAT(cut.err, testing::HasSubstr("the file is cut short, or was changed"));
+}
+
 TEST_F(KesDpdk, WhatCannotBeHadIsNamed) {
     Write("text.pcap", "no capture");
     const std::string two = "--vdev net_null0 --vdev net_null1 -- --control control ";

@@ -3,6 +3,7 @@
 #include <optional>
 #include <vector>
 
+#include "control_service.h"
 #include "dpdk/environment.h"
 #include "dpdk/error.h"
 #include "dpdk/parts.h"
@@ -15,6 +16,7 @@
 #include "ports_options.h"
 #include "program.h"
 #include "services.h"
+#include "state_keeper.h"
 
 namespace {
 
@@ -37,18 +39,23 @@ ExitStatus Run(const PortsOptions &options) {
     standin::UseParts(parts);
     PortsEngine engine(options, out);
     kes_engine::Services services(options.metricsPlace, options.controlGroup);
+    kes_engine::StateKeeper keeper(options.statePath);
 
     const kes_engine::HangUps hangUps([&log] { log.Reopen(); });
     kes_engine::ListenForInterruption();
     log.Begin();
     engine.Start();
-    services.Begin(
-        options.controlPath, engine.Module(), [&engine] { return engine.StateNow(); }, log);
+    const auto stateNow = [&engine] { return engine.StateNow(); };
+    engine.Restore(
+        keeper.Load(kes_engine::LocalView(kes_engine::HandlersOf(engine.Module(), stateNow))));
+    services.Begin(options.controlPath, engine.Module(), stateNow, log);
     engine.Execute(commands);
+    keeper.Begin();
     out.Begin();
     engine.Forward();
     engine.ExecuteAfter(later);
     services.End();
+    engine.Note(keeper.End());
     kes_engine::Result result = engine.Finish();
     result.lostLogLines = log.End();
     return kes_engine::Publish(kName, result, options.report);

@@ -37,6 +37,15 @@ class PortsEngine {
         run_.Execute(commands);
     }
 
+    // The same for those of a saved state, without a word on each.
+    void Restore(const std::vector<control::Command> &commands) {
+        run_.Restore(commands);
+    }
+    // Tells of a failure in the result; an empty text is none.
+    void Note(const std::string &failure) {
+        run_.Note({failure});
+    }
+
     // Starts the ports, forwards until it is interrupted, or until nothing has come in for as long
     // as the options say, and lets all that has come in meet its fate. Says on standard error when
     // a port's link goes down or comes up. Throws dpdk::Error.

@@ -122,6 +122,12 @@ CommonCommandLine::CommonCommandLine(CLI::App &app, CommonOptions &options,
         ->default_str(mund::DefaultSocketPath());
     app.add_option("--control-group", group_, "let the members of a group use it, too, and root")
         ->type_name("GROUP");
+    app.add_option("--state", options.statePath,
+                   "load the module's state from a file, and keep it there from then on")
+        ->type_name("FILE")
+        ->check([](const std::string &path) {
+            return path.empty() ? "the path of the state is empty" : "";
+        });
     app.add_option("--metrics", options.metricsPlace,
                    "serve metrics for Prometheus over HTTP; on loopback without an address")
         ->type_name("[ADDRESS:]PORT");

@@ -23,7 +23,8 @@ struct CommonOptions {
     std::vector<std::string> laterCommandFiles;               // and after the last
     std::string controlPath;                                  // of the control socket; empty: none
     std::optional<gid_t> controlGroup;                        // whose members may use it
-    std::string metricsPlace;                                 // to serve metrics at; empty: none
+    std::string statePath;     // of the file that keeps the module's state; empty: none
+    std::string metricsPlace;  // to serve metrics at; empty: none
     uint32_t vrf = 0;
     FrameRules frameRules;
     bool diagnose = false;

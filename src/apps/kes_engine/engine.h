@@ -45,6 +45,10 @@ class Engine {
     void Restore(const std::vector<control::Command> &commands) {
         run_.Restore(commands);
     }
+    // Tells of a failure in the result; an empty text is none.
+    void Note(const std::string &failure) {
+        run_.Note({failure});
+    }
 
     // Passes all frames down their paths, as often and as fast as the options say, and waits for
     // the last one's fate. Where the capture breaks off, the replay ends and says so in the result;

@@ -38,24 +38,17 @@ ExitStatus Run(const Options &options) {
     Configure(options);
     Engine engine(options, out);
     Services services(options.metricsPlace, options.controlGroup);
-    std::optional<StateKeeper> keeper;
-    if (!options.statePath.empty()) {
-        keeper.emplace(options.statePath);
-    }
+    StateKeeper keeper(options.statePath);
 
     const HangUps hangUps([&log] { log.Reopen(); });
     ListenForInterruption();
     log.Begin();
     engine.Start();
     const auto stateNow = [&engine] { return engine.StateNow(); };
-    if (keeper) {
-        engine.Restore(keeper->Load(LocalView(HandlersOf(engine.Module(), stateNow))));
-    }
+    engine.Restore(keeper.Load(LocalView(HandlersOf(engine.Module(), stateNow))));
     services.Begin(options.controlPath, engine.Module(), stateNow, log);
     engine.Execute(commands);
-    if (keeper) {
-        keeper->Begin();
-    }
+    keeper.Begin();
     out.Begin();
     if (capture && options.explain) {
         engine.Explain(*capture);
@@ -70,11 +63,8 @@ ExitStatus Run(const Options &options) {
         SleepUntilInterrupted();
     }
     services.End();
-    const std::string unsaved = keeper ? keeper->End() : "";
+    engine.Note(keeper.End());
     Result result = engine.Finish();
-    if (!unsaved.empty()) {
-        result.failures.push_back("state: " + unsaved);
-    }
     result.lostLogLines = log.End();
     return Publish(kName, result, options.report, !options.explain);
 }

@@ -246,12 +246,6 @@ void Describe(CLI::App &app, CommonCommandLine &line, Options &options, RawOptio
         ->type_name("SIZE")
         ->default_str("16MiB");
     app.add_flag("--serve", options.stay, "stay up for clients, until interrupted");
-    app.add_option("--state", options.statePath,
-                   "load the module's state from a file, and keep it there from then on")
-        ->type_name("FILE")
-        ->check([](const std::string &path) {
-            return path.empty() ? "the path of the state is empty" : "";
-        });
     app.add_option("--workers", raw.workers, "forwarding threads; a flow stays on one")
         ->type_name("N")
         ->capture_default_str();

@@ -15,7 +15,6 @@ namespace kes_engine {
 inline constexpr uint32_t kMaxWorkers = 64;
 
 struct Options : CommonOptions {
-    std::string statePath;                // of the file that keeps the module's state; empty: none
     std::string capture;                  // empty: none
     uint32_t loops = 1;                   // replays of it; 0: until interrupted
     uint32_t rate = 0;                    // frames a second; 0: as fast as possible

@@ -32,6 +32,9 @@ std::string TextOf(const std::string &path) {
 }  // namespace
 
 StateKeeper::StateKeeper(const std::string &path) : path_(path) {
+    if (path_.empty()) {
+        return;
+    }
     try {
         control::CheckWritable(path);
     } catch (const control::WriteError &error) {
@@ -62,6 +65,9 @@ void StateKeeper::TakeFile() {
 }
 
 std::vector<control::Command> StateKeeper::Load(LocalView engine) {
+    if (path_.empty()) {
+        return {};
+    }
     engine_.emplace(std::move(engine));
     size_ = control::ReadSize(*engine_);
     if (!taken_.Open()) {
@@ -73,6 +79,9 @@ std::vector<control::Command> StateKeeper::Load(LocalView engine) {
 }
 
 void StateKeeper::Begin() {
+    if (path_.empty()) {
+        return;
+    }
     if (const std::string failure = TrySave(); !failure.empty()) {
         throw UsageError("--state: " + failure);
     }
@@ -91,7 +100,8 @@ std::string StateKeeper::End() {
     thread_.join();
     // Audits that are queued come to their end first.
     standin::WaitUntilCreatedThreadsIdle();
-    return TrySave();
+    const std::string failure = TrySave();
+    return failure.empty() ? "" : "state: " + failure;
 }
 
 void StateKeeper::SaveUntilEnd() {

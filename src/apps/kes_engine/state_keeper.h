@@ -22,7 +22,7 @@ class StateKeeper {
     static constexpr std::chrono::seconds kLongestUnsaved{2};
 
     // Takes the file for itself. Throws UsageError for one that cannot be written, or that another
-    // engine has.
+    // engine has. With an empty path there is nothing to load and nothing is ever saved.
     explicit StateKeeper(const std::string &path);
     ~StateKeeper();
     StateKeeper(const StateKeeper &) = delete;
