@@ -21,7 +21,7 @@ ensure_packages "${build_packages[@]}" "${bench_packages[@]}"
 {
     configure_tree "$build" -DCMAKE_BUILD_TYPE=Release -DLYR_BUILD_TESTS=OFF -DLYR_BUILD_FUZZ=OFF
     cmake --build "$build" -j "$(nproc)" \
-        --target peer_bench lyr_bench sweep_bench kes_engine capwap_gen lyr_host
+        --target peer_bench lyr_bench sweep_bench listing_bench kes_engine capwap_gen lyr_host
 } >&2
 
 # google PROGRAM: its results go to a file. Its own table is of little use.
@@ -59,6 +59,9 @@ table --only writer/lock --counter slow_ns --unit 'ns, slowest hundredth' "$lyr"
 google sweep_bench
 heading "## What an audit's finish costs the packets"
 table --counter real_time --unit 'µs' "$results/sweep_bench.json"
+
+heading "## What a list costs a writer, and the packets that meet it"
+"$bin/listing_bench" "$build/lib/liblyr_host.so" "$turns"
 
 heading "## Replaying a capture"
 bench/replay.sh "$build" "$turns" "$frames"
