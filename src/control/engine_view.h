@@ -6,6 +6,7 @@
 #include <optional>
 #include <span>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 #include "control/caller.h"
@@ -18,6 +19,13 @@ class Refused : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
+
+// What the engine tells lacks something, or has it otherwise than this program knows it.
+inline Refused NotUnderstood(const nlohmann::json::exception &error) {
+    return Refused(
+        "the engine's state is not understood, as that of an engine of another version: " +
+        std::string(error.what()));
+}
 
 class EngineView {
   public:

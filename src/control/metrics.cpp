@@ -275,7 +275,7 @@ std::string LabelText(const ordered_json &labels) {
 
 }  // namespace
 
-ordered_json ReadMetrics(EngineView &engine) {
+ordered_json ReadMetrics(EngineView &engine) try {
     const Reading reading = TakeReading(engine);
     Metrics metrics;
     AddClasses(metrics, reading);
@@ -289,6 +289,8 @@ ordered_json ReadMetrics(EngineView &engine) {
     AddEngine(metrics, reading);
     AddPorts(metrics, reading);
     return {{"metrics", metrics.Take()}};
+} catch (const ordered_json::exception &error) {
+    throw NotUnderstood(error);
 }
 
 std::string RenderMetrics(const ordered_json &reply) {

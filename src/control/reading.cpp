@@ -77,7 +77,7 @@ Reading TakeReading(EngineView &engine) {
     try {
         ReadState(reading);
     } catch (const ordered_json::exception &error) {
-        throw Refused("the engine's state is not understood: " + std::string(error.what()));
+        throw NotUnderstood(error);
     }
     ReadClasses(reading, engine);
     reading.drops = ReadObject<MundDropWatch>(engine, MUND_OBJECT_DROP_WATCH);

@@ -34,6 +34,10 @@ TEST_F(LyrctlCommands, MistakesAreUsageAndNeedNoEngine) {
         EXPECT_THAT(run.err, HasSubstr(c.complaint));
         EXPECT_EQ(std::ranges::count(run.err, '\n'), 1) << run.err;
     }
+    const json answer = json::parse(Do("--json inspect --slot x g_a", "/none/such.sock").out);
+    EXPECT_EQ(answer["command"], "inspect --slot x g_a");
+    EXPECT_EQ(answer["ok"], false);
+    EXPECT_THAT(answer["meaning"], HasSubstr("--slot 'x' is not a number"));
     const Outcome tooLong = Do("stats show", "/" + std::string(107, 'x'));
     EXPECT_EQ(tooLong.status, 2);
     EXPECT_THAT(tooLong.err, HasSubstr("the path has 108 bytes, and a socket's path at most 107"));

@@ -90,6 +90,10 @@ instance       cwp/s      wapi/s     share         total
     run = Do("top --once");
     EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.err, HasSubstr("the engine's state is not understood"));
+    json state = json::parse(State(1000).payload);
+    state["memory"][0].erase("function");
+    engine.PutReplies(MUND_WIRE_STATE, {{.payload = BytesOfText(state.dump())}});
+    EXPECT_THAT(Do("metrics").err, HasSubstr("an engine of another version"));
 }
 
 // What top writes to a terminal of this size, until it ends; keys are what is typed after a second

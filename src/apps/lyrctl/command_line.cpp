@@ -4,7 +4,9 @@
 
 #include "command_list.h"
 #include "completion.h"
+#include "control/arguments.h"
 #include "control/input_error.h"
+#include "control/json_line.h"
 #include "shell.h"
 #include "standard_output.h"
 #include "task.h"
@@ -36,7 +38,18 @@ void PrintChoices(const Options &options) {
     std::cout << (choices.files ? "FILE\n" : "");
 }
 
-ExitStatus RunOptions(const std::vector<std::string> &words, Options options) {
+// For programs, a command that is not understood has an answer as well.
+void TellUsage(const Options &options, const std::string &what) {
+    if (options.json) {
+        std::cout << control::JsonLine({{"command", control::Join(options.words)},
+                                        {"ok", false},
+                                        {"meaning", what}})
+                  << '\n';
+    }
+    Complain(what);
+}
+
+ExitStatus RunOptions(const std::vector<std::string> &words, Options &options) {
     if (!ParseOptions(words, options)) {
         return kOk;
     }
@@ -59,10 +72,11 @@ ExitStatus RunOptions(const std::vector<std::string> &words, Options options) {
 
 ExitStatus RunCommandLine(const std::vector<std::string> &words, const Options &before) {
     ExitStatus status = kOk;
+    Options options = before;
     try {
-        status = RunOptions(words, before);
+        status = RunOptions(words, options);
     } catch (const control::InputError &error) {
-        Complain(error.what());
+        TellUsage(options, error.what());
         status = kUsage;
     } catch (const control::NoEngine &error) {
         Complain(error.what());

@@ -190,8 +190,7 @@ std::map<uint64_t, std::pair<uint64_t, uint64_t>> PacketsByInstance(Client &clie
             packets[instance.at("instance")] = {instance.at("cwp"), instance.at("wapi")};
         }
     } catch (const ordered_json::exception &error) {
-        throw control::Refused("the engine's state is not understood: " +
-                               std::string(error.what()));
+        throw control::NotUnderstood(error);
     }
     return packets;
 }
