@@ -59,12 +59,35 @@ std::vector<std::string> VirtualDevices(const std::vector<std::string> &argument
     return names;
 }
 
+// What a device needs that the process does not have, or nothing.
+std::string LackingRight(const std::string &device) {
+    constexpr struct {
+        std::string_view driver;
+        const char *right;
+        unsigned bit;
+    } kRights[] = {{"net_tap", "CAP_NET_ADMIN", 12}, {"net_af_packet", "CAP_NET_RAW", 13}};
+    uint64_t held = 0;
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        if (word == "CapEff:") {
+            status >> std::hex >> held;
+        }
+    }
+    for (const auto &[driver, right, bit] : kRights) {
+        if (device.starts_with(driver) && (held >> bit & 1) == 0) {
+            return "; it needs " + std::string(right) + ", which this process lacks";
+        }
+    }
+    return "";
+}
+
 // DPDK itself goes on without a device that it could not make.
 void ExpectVirtualDevices(const std::vector<std::string> &arguments) {
     for (const std::string &name : VirtualDevices(arguments)) {
         uint16_t port = 0;
         if (rte_eth_dev_get_port_by_name(name.c_str(), &port) != 0) {
-            throw Error("cannot make the device '" + name + "'; what DPDK says of it stands above");
+            throw Error("cannot make the device '" + name + "'; what DPDK says of it stands above" +
+                        LackingRight(name));
         }
     }
 }
