@@ -48,6 +48,31 @@ class KesDpdk : public testing::Test, protected Directory {
     Outcome Run(const std::string &lcores, const std::string &arguments) const {
         return Shell("XDG_RUNTIME_DIR=$PWD timeout 60 " + Command(lcores) + " " + arguments);
     }
+    // One that runs until it is stopped, for a Process.
+    std::string Serving(const std::string &lcores, const std::string &arguments) const {
+        return "env -C " + Path() + " XDG_RUNTIME_DIR=" + Path() + " " + Command(lcores) + " " +
+               arguments + " --exec commands --control control --report json --log /dev/null";
+    }
+    static json ReportOf(Process &engine) {
+        const Outcome outcome = engine.Stop(SIGINT);
+        EXPECT_EQ(outcome.status, 0) << outcome.err;
+        json report = json::parse(outcome.out, nullptr, false);
+        EXPECT_EQ(report["conserved"], true) << outcome.out;
+        EXPECT_EQ(report["buffers"]["inUse"], 0);
+        return report;
+    }
+    // A port that brings a capture's frames over and over, as fast as they are taken.
+    static std::string Repeated(const std::string &capture) {
+        return "--vdev net_pcap0,infinite_rx=1,rx_pcap=" + capture;
+    }
+    std::string Ask(const std::string &words) const {
+        return Shell(LYRCTL " --control control " + words).out;
+    }
+    // By a running engine; 0 while it does not answer.
+    uint64_t Taken() const {
+        const json top = json::parse(Ask("top --once --json --interval 0.1"), nullptr, false);
+        return top.is_object() ? top["fates"]["taken"]["total"].get<uint64_t>() : 0;
+    }
     json RunToEnd(const std::string &lcores, const std::string &arguments) const {
         const Outcome outcome = Run(lcores, arguments + " --exec commands --idle-exit 1 " +
                                                 "--control control --report json --log log");
@@ -219,6 +244,145 @@ TEST_F(KesDpdk, KeepsItsStateOverRestarts) {
     const Outcome cut = Run("0@0,1@0", arguments + " --control control");
     EXPECT_EQ(cut.status, 2);
     EXPECT_THAT(cut.err, testing::HasSubstr("the file is cut short, or was changed"));
+}
+
+// Replaced as an installation does it: the old file stays whole for whoever has it open.
+TEST_F(KesDpdk, TheModuleIsExchangedUnderTraffic) {
+    const auto install = [this](const std::string &module) {
+        fs::copy_file(module, Path("new"), fs::copy_options::overwrite_existing);
+        fs::permissions(Path("new"), fs::perms(0644));
+        fs::rename(Path("new"), Path("module.so"));
+    };
+    install(LYR_HOST_LIBRARY);
+    Write("text.so", "no module");
+    for (const char *lcores : {"0@0,1@0", "0@0,1@0,2@0"}) {
+        SCOPED_TRACE(lcores);
+        Process engine(Serving(lcores, Repeated(kSession) + " --vdev net_null1 -- " +
+                                           "--port net_pcap0=7 --instance 3=net_null1 --module " +
+                                           Path("module.so")));
+        ASSERT_TRUE(Becomes([&] { return Taken() > 0; })) << engine.Errors();
+        const std::string state = Ask("save");
+        EXPECT_EQ(Count(state, "\ntunnel "), 2u);
+        for (int round = 0; round < 5; ++round) {
+            install(LYR_HOST_LIBRARY);
+            EXPECT_THAT(Ask("module reload"), testing::ContainsRegex("^ok; .*with 3 commands"));
+            const uint64_t taken = Taken();
+            EXPECT_TRUE(Becomes([&] { return Taken() > taken; }));
+        }
+        install(SAMPLE_MODULE);
+        const std::pair<const char *, const char *> cases[] = {
+            {"", "instances up to 0, and this engine up to 27; the module runs again as it was"},
+            {"text.so", "text.so': it is no shared library"},
+            {"absent.so", "absent.so': No such file"},
+        };
+        for (const auto &[file, message] : cases) {
+            const Outcome outcome =
+                Shell(LYRCTL " --control control module reload " + std::string(file));
+            EXPECT_EQ(outcome.status, 1);
+            EXPECT_THAT(outcome.err, testing::HasSubstr(message));
+            EXPECT_EQ(Ask("save"), state);
+        }
+        EXPECT_THAT(Ask("module reload " LYR_HOST_LIBRARY), testing::StartsWith("ok; "));
+        const uint64_t taken = Taken();
+        EXPECT_TRUE(Becomes([&] { return Taken() > taken; }));
+        const json report = ReportOf(engine);
+        EXPECT_EQ(report["leftovers"], json::array());
+        EXPECT_EQ(report["contradictions"], json::array());
+        EXPECT_EQ(report["classes"][0]["sent"], report["taken"]) << "by all modules";
+        install(LYR_HOST_LIBRARY);
+    }
+}
+
+TEST_F(KesDpdk, StartsAndStopsUnderTraffic) {
+    for (int round = 0; round < 4; ++round) {
+        Process engine(Serving(
+            round % 2 == 0 ? "0@0,1@0" : "0@0,1@0,2@0",
+            Repeated(kSession) + " --vdev net_null1 -- --port net_pcap0=7 --instance 3=net_null1"));
+        ASSERT_TRUE(Becomes([&] { return Taken() > 0; })) << engine.Errors();
+        const json report = ReportOf(engine);
+        const json &instance = report["instances"][1];
+        EXPECT_EQ(instance["cwp"],
+                  instance["sent"].get<uint64_t>() + instance["refused"].get<uint64_t>());
+    }
+}
+
+// A frame of an access point's control channel, from and to these ports.
+capwap::Bytes ControlFrame(uint16_t from, uint16_t to) {
+    Frames session = ReadCapture(kSession);
+    const auto found = std::ranges::find_if(session, [](const Frame &frame) {
+        return frame.bytes.size() > 38 && frame.bytes[33] == 9 && frame.bytes[34] == 12380 / 256 &&
+               frame.bytes[35] == 12380 % 256 && frame.bytes[37] == 5246 % 256;
+    });
+    capwap::Bytes bytes = found->bytes;
+    bytes[34] = static_cast<uint8_t>(from / 256), bytes[35] = static_cast<uint8_t>(from % 256);
+    bytes[36] = static_cast<uint8_t>(to / 256), bytes[37] = static_cast<uint8_t>(to % 256);
+    return bytes;
+}
+
+// One port brings nothing else, and the other the session, once; a third has both.
+TEST_F(KesDpdk, AFloodStarvesNeitherControlPacketsNorClients) {
+    Frames frames(100, {0, 0, ControlFrame(12380, 53)});
+    WriteCapture(Path("flood.pcap"), frames);
+    frames.push_back({0, 0, ControlFrame(12380, 5246)});
+    WriteCapture(Path("mixed.pcap"), frames);
+    for (const char *lcores : {"0@0,1@0", "0@0,1@0,2@0"}) {
+        SCOPED_TRACE(lcores);
+        Process engine(
+            Serving(lcores, Repeated("flood.pcap") + " --vdev net_pcap1,rx_pcap=" + kSession +
+                                " --vdev net_pcap2,tx_pcap=3.pcap -- " +
+                                "--port net_pcap0 --port net_pcap1=7 " + "--instance 3=net_pcap2"));
+        EXPECT_TRUE(Becomes([&] { return Taken() == 115; })) << Taken();
+        const json report = ReportOf(engine);
+        EXPECT_GT(report["returned"], 10000);
+        AllBytes instance = FramesOf(Path("3.pcap"));
+        std::erase_if(instance, IsArp);
+        EXPECT_EQ(instance.size(), 111u);
+    }
+    Process engine(Serving("0@0,1@0", Repeated("mixed.pcap") + " --vdev net_null1 -- " +
+                                          "--port net_pcap0=7 --instance 3=net_null1"));
+    EXPECT_TRUE(Becomes([&] { return Taken() > 1000; })) << Taken();
+    const json report = ReportOf(engine);
+    EXPECT_EQ(report["undelivered"], 0);
+    EXPECT_LE(report["returned"], 100 * (report["taken"].get<uint64_t>() + 1));
+}
+
+// Instance 3 takes nothing, 2 everything; both get as much.
+TEST_F(KesDpdk, ASlowInstanceLosesItsOwnPacketsOnly) {
+    WriteCapture(Path("both.pcap"),
+                 {{0, 0, ControlFrame(12380, 5246)}, {0, 0, ControlFrame(12381, 5246)}});
+    Write("commands",
+          Read("commands") + "tunnel add 192.168.10.10 12381 192.168.10.9 5246 --node 2\n");
+    Process engine(Serving(
+        "0@0,1@0,2@0", Repeated("both.pcap") +
+                           " --vdev net_null2 --vdev net_memif3,role=server,"
+                           "socket-abstract=no,socket=" +
+                           Path("memif") +
+                           " -- --port net_pcap0=7 --instance 3=net_memif3 --instance 2=net_null2 "
+                           "--channel 64"));
+    EXPECT_TRUE(Becomes([&] { return Taken() > 100000; })) << Taken();
+    const json report = ReportOf(engine);
+    const json &fast = report["instances"][0];
+    const json &slow = report["instances"][1];
+    EXPECT_EQ(fast["instance"], 2);
+    EXPECT_EQ(slow["sent"], 0);
+    EXPECT_EQ(slow["refused"], slow["cwp"]);
+    EXPECT_LE(slow["cwp"], 64 + 32);
+    EXPECT_EQ(fast["sent"], fast["cwp"]);
+    EXPECT_EQ(report["taken"], fast["cwp"].get<uint64_t>() + slow["cwp"].get<uint64_t>());
+    EXPECT_EQ(report["undelivered"], report["classes"][0]["sendFailed"]);
+}
+
+TEST_F(KesDpdk, AMemifWaitsForItsOtherSideAndSaysSo) {
+    Process engine(Serving("0@0,1@0",
+                           "--vdev net_null0 --vdev net_memif0,role=client,"
+                           "socket-abstract=no,socket=" +
+                               Path("memif") + " -- --port net_null0 --instance 3=net_memif0"));
+    EXPECT_TRUE(Becomes([&] {
+        return Count(engine.Errors(),
+                     "port 'net_memif0' (--instance 3): link down, waiting for "
+                     "its other side") == 1;
+    }));
+    ReportOf(engine);
 }
 
 TEST_F(KesDpdk, WhatCannotBeHadIsNamed) {

@@ -34,6 +34,7 @@ int64_t Now() {
 LcoreCounts &LcoreCounts::operator+=(const LcoreCounts &other) {
     frames += other.frames;
     received += other.received;
+    unserved += other.unserved;
     fates += other.fates;
     return *this;
 }
@@ -61,12 +62,13 @@ Lcore::Lcore(Board &board, unsigned number)
 }
 
 void Lcore::Run() {
-    board_.module.EnterLcore();
+    FollowModule();
     for (const PortedInstance *instance : instances_) {
         known_ = instance->MakeKnown() && known_;
     }
     entered_.count_down();
     for (Phase phase; (phase = board_.phase.load()) != Phase::kEnding;) {
+        FollowModule();
         const size_t moved = phase == Phase::kWaiting ? 0 : Pass(phase);
         if (moved > 0) {
             Publish();
@@ -74,7 +76,24 @@ void Lcore::Run() {
         idle_ = phase == Phase::kDraining && moved == 0 && heldPackets_ == 0;
         Rest(moved);
     }
-    board_.module.LeaveLcore();
+    if (Use() != ModuleUse::kOutside) {
+        board_.module.LeaveLcore();
+    }
+}
+
+void Lcore::FollowModule() {
+    const ModuleUse wanted = board_.moduleUse.load(std::memory_order_acquire);
+    const ModuleUse now = use_.load(std::memory_order_relaxed);
+    if (wanted == now) {
+        return;
+    }
+    if (now == ModuleUse::kOutside) {
+        board_.module.EnterLcore();
+    } else if (wanted == ModuleUse::kOutside) {
+        board_.module.LeaveLcore();
+    }
+    Publish();
+    use_.store(wanted, std::memory_order_release);
 }
 
 bool Lcore::WaitUntilEntered() {
@@ -229,7 +248,14 @@ void Lcore::Forward(std::span<HostMbuf *const> packets) {
     Burst undelivered;
     size_t returnedCount = 0;
     size_t undeliveredCount = 0;
-    standin::RunReceivePath(packets, fates);
+    const bool isServed = use_.load(std::memory_order_relaxed) == ModuleUse::kServing;
+    const auto judged = counts_.fates.returnedControl;
+    if (isServed) {
+        standin::RunReceivePath(packets, fates);
+    } else {
+        std::ranges::fill_n(fates.begin(), packets.size(), Fate::kReturned);
+        counts_.unserved += packets.size();
+    }
     for (size_t i = 0; i < packets.size(); ++i) {
         board_.captures.Account(counts_.fates, packets[i], fates[i], false);
         if (fates[i] == Fate::kReturned) {
@@ -237,6 +263,9 @@ void Lcore::Forward(std::span<HostMbuf *const> packets) {
         } else if (fates[i] == Fate::kUndelivered) {
             undelivered[undeliveredCount++] = packets[i];
         }
+    }
+    if (!isServed) {
+        counts_.fates.returnedControl = judged;  // what the module has judged, and counted
     }
     Return(std::span(returned).first(returnedCount));
     standin::Release(std::span(undelivered).first(undeliveredCount));

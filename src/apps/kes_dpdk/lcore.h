@@ -30,6 +30,13 @@ enum class Phase {
     kEnding,
 };
 
+// What lcores have to do with the module.
+enum class ModuleUse {
+    kServing,  // they give it their packets
+    kAside,    // its packets are returned
+    kOutside,  // and they have left it
+};
+
 // What the lcores share.
 struct Board {
     Board(const standin::Module &ofLcores, const PortsOptions &given,
@@ -60,12 +67,14 @@ struct Board {
     std::unique_ptr<UsedPort> kernel;  // if there is one
     std::vector<std::unique_ptr<PortedInstance>> instances;
     std::atomic<Phase> phase{Phase::kWaiting};
+    std::atomic<ModuleUse> moduleUse{ModuleUse::kServing};  // that is wanted
 };
 
 // What an lcore has counted.
 struct LcoreCounts {
     uint64_t frames = 0;
     uint64_t received = 0;  // of these; the others are to be transmitted
+    uint64_t unserved = 0;  // of those: returned while the module was exchanged
     kes_engine::Fates fates;
 
     LcoreCounts &operator+=(const LcoreCounts &other);
@@ -83,6 +92,10 @@ class Lcore {
 
     // Waits until it has entered the module. False if it cannot take the packets of its instances.
     bool WaitUntilEntered();
+    // What it has to do with the module now.
+    ModuleUse Use() const {
+        return use_.load(std::memory_order_acquire);
+    }
     // Whether its last look found nothing to do.
     bool IsIdle() const {
         return idle_;
@@ -111,6 +124,7 @@ class Lcore {
     };
 
     // Each returns how many packets it has moved.
+    void FollowModule();
     size_t Pass(Phase phase);
     size_t ReceiveFromNetwork(const Queue &queue);
     size_t ReceiveFromLocal(UsedPort &port, bool mayAnswer);
@@ -133,6 +147,7 @@ class Lcore {
 
     Board &board_;
     const unsigned number_;
+    std::atomic<ModuleUse> use_{ModuleUse::kOutside};
     std::vector<Queue> queues_;
     std::vector<PortedInstance *> instances_;
     bool servesKernel_ = false;

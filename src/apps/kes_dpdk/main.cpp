@@ -46,9 +46,9 @@ ExitStatus Run(const PortsOptions &options) {
     log.Begin();
     engine.Start();
     const auto stateNow = [&engine] { return engine.StateNow(); };
-    engine.Restore(
-        keeper.Load(kes_engine::LocalView(kes_engine::HandlersOf(engine.Module(), stateNow))));
-    services.Begin(options.controlPath, engine.Module(), stateNow, log);
+    engine.Restore(keeper.Load(kes_engine::LocalView(
+        kes_engine::HandlersOf(engine.Module(), stateNow, engine.Exchange()))));
+    services.Begin(options.controlPath, engine.Module(), stateNow, log, &engine.Exchange());
     engine.Execute(commands);
     keeper.Begin();
     out.Begin();

@@ -226,12 +226,52 @@ void PortsEngine::Forward() {
     run_.CompareCounters();
 }
 
+void PortsEngine::UseModule(ModuleUse use) {
+    board_->moduleUse.store(use, std::memory_order_release);
+    for (const Lcore &lcore : lcores_) {
+        while (lcore.Use() != use) {
+            std::this_thread::yield();
+        }
+    }
+}
+
+nlohmann::ordered_json PortsEngine::LoadAnew(const std::string &path) {
+    if (options_.report == kes_engine::ReportForm::kHtml) {
+        throw kes_engine::Failure("the page of --report html is that of one module");
+    }
+    const auto closed = exchange_.gate.Close();
+    const uint64_t unservedBefore = Counts().unserved;
+    const Clock::time_point start = Clock::now();
+    UseModule(ModuleUse::kAside);
+    const size_t leftBefore = run_.Outcome().leftovers.size();
+    size_t commands = 0;
+    try {
+        commands = run_.Exchange(
+            path, [this] { UseModule(ModuleUse::kOutside); },
+            [this] { UseModule(ModuleUse::kAside); });
+    } catch (...) {
+        UseModule(run_.Module().Started() ? ModuleUse::kServing : ModuleUse::kAside);
+        throw;
+    }
+    UseModule(ModuleUse::kServing);
+    const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    const auto &leftovers = run_.Outcome().leftovers;
+    return {{"file", run_.Path()},
+            {"commands", commands},
+            {"unserved", Counts().unserved - unservedBefore},
+            {"seconds", seconds},
+            {"leftovers",
+             std::vector(leftovers.begin() + static_cast<ptrdiff_t>(leftBefore), leftovers.end())}};
+}
+
 void PortsEngine::WaitForTheEnd() {
+    const kes_engine::ModuleExchange::Attendance attendance(exchange_);
     uint64_t frames = 0;
     Clock::time_point lastCame = Clock::now();
     Clock::time_point nextTry = lastCame;
     do {
         WatchLinks();
+        exchange_.Attend([this](const std::string &path) { return LoadAnew(path); });
         const Clock::time_point now = Clock::now();
         if (now >= nextTry) {
             nextTry = now + kTryAgain;

@@ -9,6 +9,7 @@
 #include "control/command.h"
 #include "dpdk/packet_pool.h"
 #include "lcore.h"
+#include "module_exchange.h"
 #include "module_run.h"
 #include "output_directory.h"
 #include "page_matter.h"
@@ -66,6 +67,10 @@ class PortsEngine {
     const standin::Module &Module() const {
         return run_.Module();
     }
+    // By which clients have the module exchanged while packets are forwarded.
+    kes_engine::ModuleExchange &Exchange() {
+        return exchange_;
+    }
 
   private:
     // Waits until an interruption, or until nothing has come in for long.
@@ -73,6 +78,10 @@ class PortsEngine {
     // Waits until nothing is under way, or only for ports that do not take it.
     void Drain();
     void WatchLinks();
+    // Exchanges the module, and tells what came of it.
+    nlohmann::ordered_json LoadAnew(const std::string &path);
+    // Has all lcores follow.
+    void UseModule(ModuleUse use);
     LcoreCounts Counts();
     kes_engine::Traffic TrafficNow() const;
     std::string Source() const;
@@ -87,6 +96,7 @@ class PortsEngine {
     kes_engine::ModuleRun run_;
     std::deque<Lcore> lcores_;
     bool launched_ = false;
+    kes_engine::ModuleExchange exchange_;
     std::optional<kes_engine::ServiceInstances> unported_;
     std::vector<UsedPort *> absent_;  // that wait for their other side
     kes_engine::PageMatter page_;

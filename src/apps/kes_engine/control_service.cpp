@@ -4,6 +4,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -119,11 +120,42 @@ mund::WireReply Settle() {
     return reply;
 }
 
+using Handlers = std::map<uint16_t, mund::WireHandler>;
+
+// Handlers hold on to what they have found in a module: each module gets its own.
+class CurrentHandlers {
+  public:
+    CurrentHandlers(const standin::Module &module, const std::function<State()> &stateNow,
+                    mund::Gate &gate)
+        : module_(module), stateNow_(stateNow), gate_(gate) {}
+
+    mund::WireReply Answer(uint16_t code, std::span<const uint8_t> request) {
+        const auto inside = gate_.Enter();
+        return Current()->at(code)(request);
+    }
+
+  private:
+    std::shared_ptr<const Handlers> Current() {
+        const std::lock_guard lock(mutex_);
+        if (handlers_ == nullptr || moduleId_ != module_.Id()) {
+            handlers_ = std::make_shared<const Handlers>(HandlersOf(module_, stateNow_));
+            moduleId_ = module_.Id();
+        }
+        return handlers_;
+    }
+
+    const standin::Module &module_;
+    const std::function<State()> stateNow_;
+    mund::Gate &gate_;
+    std::mutex mutex_;
+    uint32_t moduleId_ = 0;
+    std::shared_ptr<const Handlers> handlers_;
+};
+
 }  // namespace
 
-std::map<uint16_t, mund::WireHandler> HandlersOf(const standin::Module &module,
-                                                 const std::function<State()> &stateNow) {
-    std::map<uint16_t, mund::WireHandler> handlers;
+Handlers HandlersOf(const standin::Module &module, const std::function<State()> &stateNow) {
+    Handlers handlers;
     std::shared_ptr<const ModuleView> view;
     try {
         view = std::make_shared<const ModuleView>(module);
@@ -147,13 +179,35 @@ std::map<uint16_t, mund::WireHandler> HandlersOf(const standin::Module &module,
     handlers[MUND_WIRE_OBJECT] = [&module](std::span<const uint8_t> request) {
         return Object(module, request);
     };
+    handlers[MUND_WIRE_RELOAD] = [](std::span<const uint8_t>) {
+        return mund::Refusal("this engine keeps the module that it has started with");
+    };
+    return handlers;
+}
+
+Handlers HandlersOf(const standin::Module &module, const std::function<State()> &stateNow,
+                    ModuleExchange &exchange) {
+    const auto current = std::make_shared<CurrentHandlers>(module, stateNow, exchange.gate);
+    Handlers handlers = HandlersOf(module, stateNow);
+    for (auto &[code, handler] : handlers) {
+        handler = [current, code = code](std::span<const uint8_t> request) {
+            return current->Answer(code, request);
+        };
+    }
+    handlers[MUND_WIRE_RELOAD] = [&exchange](std::span<const uint8_t> path) {
+        return TextReply(exchange.Ask({path.begin(), path.end()}));
+    };
     return handlers;
 }
 
 ControlService::ControlService(const std::string &path, const standin::Module &module,
                                const std::function<State()> &stateNow, LineLog &log,
-                               std::optional<gid_t> group)
-    : log_(log), server_(path, HandlersOf(module, stateNow), {}, group) {
+                               std::optional<gid_t> group, ModuleExchange *exchange)
+    : log_(log),
+      server_(path,
+              exchange == nullptr ? HandlersOf(module, stateNow)
+                                  : HandlersOf(module, stateNow, *exchange),
+              {}, group, exchange == nullptr ? nullptr : &exchange->gate) {
     log_.Follow([this](standin::LineKind kind, std::string_view line) {
         server_.Publish(static_cast<uint32_t>(kind), line);
     });

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "module_exchange.h"
 #include "mund/server.h"
 #include "standin/module_loader.h"
 #include "state.h"
@@ -18,16 +19,21 @@ class LineLog;
 // started while they are called; `stateNow` is called by them.
 std::map<uint16_t, mund::WireHandler> HandlersOf(const standin::Module &module,
                                                  const std::function<State()> &stateNow);
+// The same of a module that may be exchanged, and the request for that. They wait for an exchange
+// that is under way, which outlives them.
+std::map<uint16_t, mund::WireHandler> HandlersOf(const standin::Module &module,
+                                                 const std::function<State()> &stateNow,
+                                                 ModuleExchange &exchange);
 
 class ControlService {
   public:
     // Serves clients on a socket: operations, the engine's state, exported objects, explanations,
     // and the lines of the log. Module and log outlive it, and the module is started until then.
-    // With a group, its members are served, too. `stateNow` is called from several threads. Throws
-    // std::runtime_error.
+    // With a group, its members are served, too; without `exchange` the module stays the same one.
+    // `stateNow` is called from several threads. Throws std::runtime_error.
     ControlService(const std::string &path, const standin::Module &module,
                    const std::function<State()> &stateNow, LineLog &log,
-                   std::optional<gid_t> group = std::nullopt);
+                   std::optional<gid_t> group = std::nullopt, ModuleExchange *exchange = nullptr);
     ~ControlService();
     ControlService(const ControlService &) = delete;
     ControlService &operator=(const ControlService &) = delete;

@@ -2,12 +2,14 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "control/command.h"
 #include "module_statistics.h"
+#include "mund/control_socket.h"
 #include "report.h"
 #include "standin/module_loader.h"
 
@@ -35,7 +37,18 @@ class ModuleRun {
     // is told in the result.
     void ExecuteAfter(const std::vector<control::Command> &commands);
 
-    // Puts into the result what the module has counted since Start().
+    // Loads a file instead of what is loaded (an empty path: the same file's successor, where there
+    // is one), starts it and gives it the state that the module had. No packet reaches the module,
+    // and nobody asks it. `leave` has the lcores leave it, if they have not, and `enter` has them
+    // enter it. Where any of this fails, the module that was there before is loaded again, and runs
+    // with the state that it had. Returns how many commands made the state. Throws Failure.
+    size_t Exchange(const std::string &path, const std::function<void()> &leave,
+                    const std::function<void()> &enter);
+    const std::string &Path() const {
+        return path_;
+    }
+
+    // Puts into the result what the module, and those before it, have counted since Start().
     void CompareCounters();
     // Waits for the module's own threads and reads what only a started module can tell.
     void Conclude();
@@ -58,8 +71,13 @@ class ModuleRun {
   private:
     control::Outcome ExecuteOne(const control::Command &command);
     std::optional<PacketCounters> ReadCounters();
+    void TakeDown(const std::function<void()> &leave);
+    void BringUp(const mund::Descriptor &file, const std::string &path,
+                 const std::function<void()> &enter, const std::vector<control::Command> &state);
 
-    const std::string path_;
+    std::string path_;
+    mund::Descriptor file_;                 // that is loaded
+    PacketCounters countersOfOthers_ = {};  // of modules that have been exchanged
     Result result_;
     std::optional<PacketCounters> countersBefore_;  // any packet
     uint32_t lastInstance_ = 0;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 
 #include "control/counters.h"
 #include "failure.h"
@@ -46,6 +47,19 @@ Word Load(Word &word) {
     return std::atomic_ref(word).load(std::memory_order_relaxed);
 }
 
+template <class Operation>
+PacketCounters Combined(const PacketCounters &one, const PacketCounters &other,
+                        Operation operation) {
+    PacketCounters result = one;
+    for (size_t row = 0; row < result.size(); ++row) {
+        for (const control::PacketCounter &counter : control::kPacketCounters) {
+            uint32_t &value = result[row].*counter.value;
+            value = operation(value, other[row].*counter.value);
+        }
+    }
+    return result;
+}
+
 }  // namespace
 
 std::optional<PacketCounters> ReadPacketCounters() {
@@ -63,13 +77,11 @@ std::optional<PacketCounters> ReadPacketCounters() {
 }
 
 PacketCounters Between(const PacketCounters &earlier, const PacketCounters &later) {
-    PacketCounters counted = later;
-    for (size_t row = 0; row < counted.size(); ++row) {
-        for (const control::PacketCounter &counter : control::kPacketCounters) {
-            counted[row].*counter.value -= earlier[row].*counter.value;
-        }
-    }
-    return counted;
+    return Combined(later, earlier, std::minus<uint32_t>());
+}
+
+PacketCounters Sum(const PacketCounters &one, const PacketCounters &other) {
+    return Combined(one, other, std::plus<uint32_t>());
 }
 
 std::vector<std::string> ContradictionsIn(const PacketCounters &counters,

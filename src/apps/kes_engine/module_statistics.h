@@ -23,6 +23,7 @@ std::optional<PacketCounters> ReadPacketCounters();
 
 // What was counted between two readings.
 PacketCounters Between(const PacketCounters &earlier, const PacketCounters &later);
+PacketCounters Sum(const PacketCounters &one, const PacketCounters &other);
 
 // Where the counters contradict what the engine saw, or themselves: one line each.
 std::vector<std::string> ContradictionsIn(const PacketCounters &counters,

@@ -13,13 +13,15 @@ Services::Services(const std::string &metricsPlace, std::optional<gid_t> group) 
 }
 
 void Services::Begin(const std::string &controlPath, const standin::Module &module,
-                     const std::function<State()> &stateNow, LineLog &log) {
+                     const std::function<State()> &stateNow, LineLog &log,
+                     ModuleExchange *exchange) {
     if (!controlPath.empty()) {
-        control_.emplace(controlPath, module, stateNow, log, group_);
+        control_.emplace(controlPath, module, stateNow, log, group_, exchange);
         std::cerr << "serving clients on " << controlPath << '\n';
     }
     if (metricsSocket_) {
-        view_.emplace(HandlersOf(module, stateNow));
+        view_.emplace(exchange == nullptr ? HandlersOf(module, stateNow)
+                                          : HandlersOf(module, stateNow, *exchange));
         metrics_.emplace(*metricsSocket_, [this] {
             return control::RenderMetrics(control::ReadMetrics(*view_)) + "\n";
         });

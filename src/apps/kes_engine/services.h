@@ -20,9 +20,11 @@ class Services {
 
     // Begins to serve, clients on a socket if there is a path, and says where on standard error.
     // Module and log outlive it, and the module is started until End(). `stateNow` is called from
-    // several threads. Throws std::runtime_error.
+    // several threads. Clients may exchange the module where there is an `exchange`, which outlives
+    // this. Throws std::runtime_error.
     void Begin(const std::string &controlPath, const standin::Module &module,
-               const std::function<State()> &stateNow, LineLog &log);
+               const std::function<State()> &stateNow, LineLog &log,
+               ModuleExchange *exchange = nullptr);
     void End();
 
   private:

@@ -102,6 +102,17 @@ constexpr OwnCommand kOwnCommands[] = {
               "and with --verbose which; with --no-wait it is done once the audit is queued.",
           .example = "3 site.commands --verbose"},
      .run = RunAudit},
+    {.text =
+         {.name = "module reload",
+          .usage = "[FILE]",
+          .help =
+              "Exchange the module of a running kes_dpdk: load FILE instead, or what lies at the "
+              "place of its file now, and give it the state that it had, but for counters and "
+              "records. Packets that come in meanwhile are given back unserved, and counted. What "
+              "is no module, or does not start, is refused, and the one before runs again.",
+          .example = "/usr/lib/lyr_host/liblyr_host.so"},
+     .read = LoadModule,
+     .render = RenderLoaded},
     {.text = {.name = "source show",
               .usage = "",
               .help =

@@ -37,6 +37,8 @@ std::string RenderDifferences(const ordered_json &reply);
 ordered_json ReadAudit(Client &client, const control::Arguments &arguments);
 std::string RenderAudit(const ordered_json &reply);
 bool IsSame(const ordered_json &reply);
+ordered_json LoadModule(Client &client, const control::Arguments &arguments);
+std::string RenderLoaded(const ordered_json &reply);
 
 ExitStatus RunAudit(Client &client, const control::Arguments &arguments);
 ExitStatus FollowTrace(Client &client, const control::Arguments &arguments);

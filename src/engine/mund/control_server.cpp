@@ -51,7 +51,7 @@ bool MaySpeak(int socket, const ucred &peer, std::optional<gid_t> group) {
 class ControlServer::Impl {
   public:
     Impl(const std::string &path, WireHandlers handlers, const ControlLimits &limits,
-         std::optional<gid_t> group);
+         std::optional<gid_t> group, Gate *gate);
     ~Impl();
 
     Followers &AllFollowers() {
@@ -77,10 +77,12 @@ class ControlServer::Impl {
 };
 
 ControlServer::Impl::Impl(const std::string &path, WireHandlers handlers,
-                          const ControlLimits &limits, std::optional<gid_t> group)
+                          const ControlLimits &limits, std::optional<gid_t> group, Gate *gate)
     : group_(group),
-      served_{
-          .handlers = std::move(handlers), .limits = limits, .followers = Followers(limits.lines)},
+      served_{.handlers = std::move(handlers),
+              .limits = limits,
+              .followers = Followers(limits.lines),
+              .gate = gate},
       wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       file_(path, group) {
     if (!wake_.Open()) {
@@ -147,8 +149,8 @@ void ControlServer::Impl::Admit(Descriptor socket, pid_t client) {
 }
 
 ControlServer::ControlServer(const std::string &path, std::map<uint16_t, WireHandler> handlers,
-                             const ControlLimits &limits, std::optional<gid_t> group)
-    : impl_(std::make_unique<Impl>(path, std::move(handlers), limits, group)) {}
+                             const ControlLimits &limits, std::optional<gid_t> group, Gate *gate)
+    : impl_(std::make_unique<Impl>(path, std::move(handlers), limits, group, gate)) {}
 
 ControlServer::~ControlServer() = default;
 

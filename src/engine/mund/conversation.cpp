@@ -197,6 +197,10 @@ std::vector<uint8_t> Conversation::Answer(const MundWireHeader &header,
         return ReplyFrame(header.code, Refusal("a request has the status 0 and the result 0"));
     }
     if (header.code < MUND_OPERATION_COUNT) {
+        std::shared_lock<std::shared_mutex> inside;
+        if (served_.gate != nullptr) {
+            inside = served_.gate->Enter();
+        }
         return RunOperation(header.code, request);
     }
     return ReplyFrame(header.code, AnswerExtra(header.code, request));

@@ -22,6 +22,7 @@ struct Served {
     WireHandlers handlers;
     ControlLimits limits;
     Followers followers;
+    Gate *gate;                           // of operations; may be null
     std::atomic<size_t> requestBytes{0};  // that are read, or about to be, and not yet answered
 };
 

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "mund/control_socket.h"
+#include "mund/gate.h"
 #include "mund/wire.h"
 
 #pragma GCC visibility push(default)
@@ -55,9 +56,11 @@ class ControlServer {
     // Opens the socket, mode 0600; with a group, mode 0660, for its members and root too. A socket
     // that nobody listens on any more is replaced; one that somebody does, and a file that is no
     // socket, is left alone. Throws std::runtime_error, which names the path and the reason.
-    // `handlers` answer the codes from MUND_WIRE_STATE on, all but MUND_WIRE_FOLLOW.
+    // `handlers` answer the codes from MUND_WIRE_STATE on, all but MUND_WIRE_FOLLOW. The module's
+    // operations run inside the gate, if there is one, which outlives the server.
     ControlServer(const std::string &path, std::map<uint16_t, WireHandler> handlers,
-                  const ControlLimits &limits = {}, std::optional<gid_t> group = std::nullopt);
+                  const ControlLimits &limits = {}, std::optional<gid_t> group = std::nullopt,
+                  Gate *gate = nullptr);
     // Closes every connection, waits for requests that are running, removes the socket.
     ~ControlServer();
     ControlServer(const ControlServer &) = delete;

@@ -28,7 +28,10 @@ enum {
     MUND_WIRE_ENTRIES = 0x104,
     /* Waits, a second at most, for the module's own threads to do what they have been asked: no
      * request payload; the reply is a u32, 1 if they have done it. */
-    MUND_WIRE_SETTLE = 0x105
+    MUND_WIRE_SETTLE = 0x105,
+    /* Exchanges the module while packets come in: the path of the file to load, or no payload for
+     * the one that was loaded last; the reply is a JSON object. */
+    MUND_WIRE_RELOAD = 0x106
 };
 
 /* How a request fared. A reply of MUND_WIRE_BAD_VERSION is the connection's last; the payload of
