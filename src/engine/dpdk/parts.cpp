@@ -12,7 +12,8 @@
 namespace dpdk {
 namespace {
 
-// Senders may lose their processor in mid-push where lcores share one: no other waits for them.
+// Threads may lose their processor in mid-push or mid-pop where lcores share one: no other waits
+// for them.
 class RingRow : public standin::ChannelRow {
   public:
     explicit RingRow(rte_ring *ring) : ring_(ring) {}
@@ -59,7 +60,7 @@ std::unique_ptr<standin::ChannelRow> Parts::MakeRow(const std::string & /*channe
     static std::atomic<unsigned> rows{0};
     const std::string name = "kes_channel_" + std::to_string(rows++);
     rte_ring *ring = rte_ring_create(name.c_str(), capacity, SOCKET_ID_ANY,
-                                     RING_F_MP_RTS_ENQ | RING_F_SC_DEQ | RING_F_EXACT_SZ);
+                                     RING_F_MP_RTS_ENQ | RING_F_MC_RTS_DEQ | RING_F_EXACT_SZ);
     return ring == nullptr ? nullptr : std::make_unique<RingRow>(ring);
 }
 
