@@ -241,7 +241,9 @@ TEST(Buffers, TravelBetweenThreads) {
     const auto take = [&](uint8_t thread) {
         for (uint32_t i = 0; i < kPackets; ++i) {
             const Frame frame(i % 2000 == 0 ? 5000 : 60, thread);
-            while (TOV_ChannelDcSend(channel, pool->Receive(frame, {}), 1000) != 0) {
+            HostMbuf *mbuf = pool->Receive(frame, {});
+            while (TOV_ChannelDcSend(channel, mbuf, 1000) != 0) {
+                std::this_thread::yield();
             }
         }
     };
