@@ -8,7 +8,6 @@ ensure_packages "${build_packages[@]}" "${package_packages[@]}"
 
 build=build-package
 build_tree "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
-    -DCMAKE_CXX_FLAGS="-ffile-prefix-map=$PWD=." -DCMAKE_C_FLAGS="-ffile-prefix-map=$PWD=." \
     -DLYR_BUILD_TESTS=OFF -DLYR_BUILD_BENCH=OFF -DLYR_BUILD_FUZZ=OFF
 rm -f "$build"/*.deb
 (cd "$build" && umask 022 && cpack -G DEB >cpack.log) || { cat "$build/cpack.log" >&2; exit 1; }
