@@ -1,5 +1,6 @@
-# Where everything goes on a system, in two components: "runtime", and "dev" with what modules and
-# clients are built with.
+# Where everything goes on a system, in components: "runtime"; "dev" with what modules and clients are
+# built with; "python" with the Python module; and "dpdk", where there is DPDK, so that nothing else
+# depends on it.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME runtime)
 
 set(programs kes_engine lyrctl capwap_gen)
@@ -41,6 +42,29 @@ install(FILES README.md docs/operating.md docs/vocabulary.md docs/interfaces.md 
   DESTINATION ${doc}/lyr-host)
 install(DIRECTORY examples/ DESTINATION ${doc}/lyr-host/examples)
 
+# Modules of the distribution's interpreter lie below the prefix, not in its library directory.
+install(DIRECTORY python/lyr_host DESTINATION lib/python3/dist-packages COMPONENT python
+  PATTERN __pycache__ EXCLUDE)
+set(CPACK_COMPONENTS_ALL runtime dev python)
+if(TARGET kes_dpdk)
+  install(TARGETS kes_dpdk RUNTIME COMPONENT dpdk)
+  install_packed(docs/kes_dpdk.1 kes_dpdk.1.gz ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT dpdk)
+  install(FILES docs/deployment.md DESTINATION ${doc}/lyr-host-dpdk COMPONENT dpdk)
+  list(APPEND CPACK_COMPONENTS_ALL dpdk)
+endif()
+foreach(component python dpdk)
+  set(package lyr-host-${component})
+  if(component STREQUAL python)
+    set(package python3-lyr-host)
+  endif()
+  string(TOUPPER ${component} upper)
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${package})
+  if(component IN_LIST CPACK_COMPONENTS_ALL)
+    install_packed(packaging/changelog changelog.gz ${doc}/${package} COMPONENT ${component})
+    install(FILES packaging/copyright DESTINATION ${doc}/${package} COMPONENT ${component})
+  endif()
+endforeach()
+
 configure_file(packaging/lyr-host.service lyr-host.service @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/lyr-host.service DESTINATION lib/systemd/system)
 install(FILES packaging/sysusers.conf RENAME lyr-host.conf DESTINATION lib/sysusers.d)
@@ -51,7 +75,6 @@ set(CPACK_PACKAGE_NAME lyr-host)
 set(CPACK_PACKAGE_CONTACT "liblyr_host maintainers <maintainers@users.noreply.c-seed-4812de2a.example>")
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime dev)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
@@ -77,4 +100,17 @@ with: headers, links of the libraries, pkg-config files.")
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME lyr-host-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "lyr-host (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+  "Python module for engines that run lyr-host
+The requests of an engine's control socket as functions, the entries of its
+tables as an iteration.")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.9)")
+set(CPACK_COMPONENT_DPDK_DESCRIPTION
+  "engine on DPDK's ports for lyr-host
+Runs the plug-in of lyr-host on network cards, taps, memory interfaces and
+whatever else DPDK has a driver for, with service instances that are
+processes of their own behind such ports.")
+set(CPACK_DEBIAN_DPDK_PACKAGE_DEPENDS "lyr-host (= ${PROJECT_VERSION})")
 include(CPack)

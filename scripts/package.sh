@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs what is missing, and builds the Debian packages lyr-host and lyr-host-dev.
+# Installs what is missing, and builds the Debian packages lyr-host, lyr-host-dev, lyr-host-dpdk and
+# python3-lyr-host.
 # Usage: scripts/package.sh   (they are in build-package then)
 set -euo pipefail
 cd "$(dirname "$0")/.."

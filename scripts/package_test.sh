@@ -67,6 +67,8 @@ gcc -std=c11 -Wall -Werror -shared -fPIC tests/engine/sample_module.c -o "$work/
 # shellcheck disable=SC2046
 gcc -std=c11 -Wall -Werror examples/tunnels.c -o "$work/tunnels" $(pkg-config --cflags --libs lyrclient)
 
+PYTHONPATH=$root/usr/lib/python3/dist-packages python3 -B -c 'import lyr_host'
+
 if [ "$(id -u)" -ne 0 ]; then
     echo "skipped: an empty root needs root"
     exit 0
@@ -85,6 +87,7 @@ cp "$work/sample_module.so" "$root/tmp"
 inside() {
     chroot "$root" /usr/bin/"$@"
 }
+[ ! -e "$root/usr/bin/kes_dpdk" ] || inside kes_dpdk --version
 inside capwap_gen --out /tmp/day.pcap --commands /tmp/site.commands --aps 12 --instances 4 \
     --mix all,damaged=0 >/dev/null
 inside kes_engine --exec /tmp/site.commands --replay /tmp/day.pcap --rx-port 7 \
