@@ -125,6 +125,29 @@ TEST_F(KesDpdk, ARealSessionLeavesByThePortsThatItBelongsTo) {
     }
 }
 
+TEST_F(KesDpdk, InstancesHearOnlyQuestionsAfterTheirAddress) {
+    // An ARP request, or what else of ARP, for 192.168.10.`target` from 192.168.10.`sender`.
+    const auto arp = [](uint8_t operation, uint8_t sender, uint8_t target) {
+        capwap::Bytes payload = {0, 1, 8, 0, 6, 4, 0, operation};
+        payload.insert(payload.end(), {2, 0, 0, 0, 0, sender, 192, 168, 10, sender});
+        payload.insert(payload.end(), {0, 0, 0, 0, 0, 0, 192, 168, 10, target});
+        return capwap::BuildFrame({.etherType = 0x0806, .payload = payload});
+    };
+    const AllBytes frames = {arp(1, 10, 9), arp(1, 10, 8), arp(1, 10, 10), arp(2, 10, 8)};
+    Frames in;
+    for (const capwap::Bytes &frame : frames) {
+        in.push_back({0, static_cast<uint32_t>(frame.size()), frame});
+    }
+    WriteCapture(Path("in.pcap"), in);
+    const std::string ports =
+        "--vdev net_pcap0,rx_pcap=in.pcap --vdev net_pcap1,tx_pcap=3.pcap "
+        "-- --port net_pcap0=7 --instance 3=net_pcap1 ";
+    RunToEnd("0@0,1@0", ports);
+    EXPECT_EQ(FramesOf(Path("3.pcap")), frames);
+    RunToEnd("0@0,1@0", ports + "--address 2001:db8::9 --address 192.168.10.9");
+    EXPECT_EQ(FramesOf(Path("3.pcap")), (AllBytes{frames[0], frames[2], frames[3]}));
+}
+
 TEST_F(KesDpdk, EveryLcoreHasItsShareOfTheQueues) {
     const Frames session = ReadCapture(kSession);
     Frames halves[2];

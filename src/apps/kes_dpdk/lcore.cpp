@@ -274,7 +274,7 @@ void Lcore::Forward(std::span<HostMbuf *const> packets) {
 void Lcore::Return(std::span<HostMbuf *const> packets) {
     if (!board_.instances.empty()) {
         for (const HostMbuf *packet : packets) {
-            if (ResolvesAddresses(packet)) {
+            if (ResolvesAddresses(packet) && !AsksForAnother(packet, board_.options.addresses)) {
                 CopyToInstances(packet);
             }
         }

@@ -49,6 +49,7 @@ Commands for --exec and --exec-after, one on a line, '#' begins a comment:
 struct RawOptions {
     std::vector<std::string> networks;
     std::vector<std::string> instances;
+    std::vector<std::string> addresses;
     std::string buffers;
     std::string longestFrame = "2048";
     std::string channelSize = "2048";
@@ -67,6 +68,11 @@ void Describe(CLI::App &app, kes_engine::CommonCommandLine &line, PortsOptions &
     app.add_option("--kernel", options.kernel,
                    "give the system's own stack what is for no instance")
         ->type_name("PORT");
+    line.Repeated("--address", raw.addresses,
+                  "copy ARP requests and neighbour solicitations to the instances' ports only for "
+                  "this address of the controller (repeatable)")
+        ->type_name("ADDR")
+        ->default_str("for any");
     app.add_option("--buffers", raw.buffers, "packet buffers")
         ->type_name("N")
         ->default_str("as many as ports and channels hold, and some more");
@@ -112,6 +118,8 @@ void ReadValues(const RawOptions &raw, PortsOptions &options) {
     std::ranges::transform(raw.networks, std::back_inserter(options.networks), ReadNetwork);
     std::ranges::transform(raw.instances, std::back_inserter(options.instances), ReadInstance);
     RefuseRepeatedInstances(options);
+    std::ranges::transform(raw.addresses, std::back_inserter(options.addresses),
+                           [](const auto &text) { return ParseAddress("--address", text); });
     if (!raw.buffers.empty()) {
         options.buffers = control::ParseNumber("--buffers", raw.buffers, kMostPackets);
         if (options.buffers == 0) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "address_resolution.h"
 #include "common_options.h"
 
 namespace kes_dpdk {
@@ -27,7 +28,8 @@ struct PortsOptions : kes_engine::CommonOptions {
     std::vector<std::string> environment;  // DPDK's own arguments
     std::vector<NetworkPort> networks;     // empty: all ports that have no other role
     std::vector<InstancePort> instances;
-    std::string kernel;    // port of the system's own stack; empty: none
+    std::string kernel;                   // port of the system's own stack; empty: none
+    std::vector<AddressBytes> addresses;  // that instances answer for; empty: any
     uint32_t buffers = 0;  // 0: as many as the ports and channels may hold, and some more
     uint16_t longestFrame = 2048;
     uint32_t channelSize = 2048;
