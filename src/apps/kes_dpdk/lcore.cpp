@@ -253,7 +253,7 @@ void Lcore::Forward(std::span<HostMbuf *const> packets) {
     if (isServed) {
         standin::RunReceivePath(packets, fates);
     } else {
-        std::ranges::fill_n(fates.begin(), packets.size(), Fate::kReturned);
+        fates.fill(Fate::kReturned);
         counts_.unserved += packets.size();
     }
     for (size_t i = 0; i < packets.size(); ++i) {
