@@ -38,6 +38,10 @@ TEST_F(LyrctlCommands, MistakesAreUsageAndNeedNoEngine) {
     EXPECT_EQ(answer["command"], "inspect --slot x g_a");
     EXPECT_EQ(answer["ok"], false);
     EXPECT_THAT(answer["meaning"], HasSubstr("--slot 'x' is not a number"));
+    const json nobody = json::parse(Do("--json stats show", "/none/such.sock").out);
+    EXPECT_EQ(nobody["ok"], false);
+    EXPECT_THAT(nobody["meaning"], HasSubstr("no engine at /none/such.sock"));
+    EXPECT_THAT(Do("'\x1b[2J'", "/none/such.sock").err, HasSubstr("'?[2J'"));
     const Outcome tooLong = Do("stats show", "/" + std::string(107, 'x'));
     EXPECT_EQ(tooLong.status, 2);
     EXPECT_THAT(tooLong.err, HasSubstr("the path has 108 bytes, and a socket's path at most 107"));

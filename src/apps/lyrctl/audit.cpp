@@ -187,6 +187,9 @@ ExitStatus RunAudit(Client &client, const Arguments &arguments) {
     const bool waits = arguments.Find("--no-wait") == nullptr && instance <= last;
     const std::vector<Setting> before = waits ? Registered(client) : std::vector<Setting>();
     control::Outcome outcome = control::Execute(command, client.Caller(), last);
+    for (const char *own : {"--no-wait", "--verbose"}) {
+        outcome.text += arguments.Find(own) != nullptr ? std::string(" ") + own : "";
+    }
     std::optional<Removal> removal;
     if (waits && outcome.Ok()) {
         if (WaitForEnd(client)) {

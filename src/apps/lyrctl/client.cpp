@@ -7,8 +7,19 @@
 
 namespace lyrctl {
 
+std::string Printable(std::string_view text, std::string_view kept) {
+    std::string printable(text);
+    for (char &c : printable) {
+        const bool controls = static_cast<unsigned char>(c) < ' ' || c == '\x7F';
+        if (controls && kept.find(c) == std::string_view::npos) {
+            c = '?';
+        }
+    }
+    return printable;
+}
+
 void Complain(const std::string &what) {
-    std::cerr << "lyrctl: " << what << '\n';
+    std::cerr << "lyrctl: " << Printable(what, "\n") << '\n';
 }
 
 control::Connection &Client::Engine() {

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "control/caller.h"
 #include "control/connection.h"
@@ -15,7 +16,11 @@ using nlohmann::ordered_json;
 
 enum ExitStatus { kOk = 0, kRefused = 1, kUsage = 2, kNoEngine = 3 };
 
-// One line to standard error.
+// What others have written, for a terminal: bytes that would control it are a '?' each, but for
+// those that are kept.
+std::string Printable(std::string_view text, std::string_view kept = "");
+
+// A complaint to standard error, printable.
 void Complain(const std::string &what);
 
 // The engine is asked for where there is to be none.

@@ -38,8 +38,8 @@ void PrintChoices(const Options &options) {
     std::cout << (choices.files ? "FILE\n" : "");
 }
 
-// For programs, a command that is not understood has an answer as well.
-void TellUsage(const Options &options, const std::string &what) {
+// For programs, a command that is not understood, or has nobody to run it, has an answer as well.
+void TellFailure(const Options &options, const std::string &what) {
     if (options.json) {
         std::cout << control::JsonLine({{"command", control::Join(options.words)},
                                         {"ok", false},
@@ -76,10 +76,10 @@ ExitStatus RunCommandLine(const std::vector<std::string> &words, const Options &
     try {
         status = RunOptions(words, options);
     } catch (const control::InputError &error) {
-        TellUsage(options, error.what());
+        TellFailure(options, error.what());
         status = kUsage;
     } catch (const control::NoEngine &error) {
-        Complain(error.what());
+        TellFailure(options, error.what());
         status = kNoEngine;
     } catch (const std::exception &error) {
         Complain(error.what());

@@ -61,7 +61,8 @@ constexpr OwnCommand kOwnCommands[] = {
           .usage = "[FILE]",
           .help =
               "Write the commands that make the module's state again: sources, stations, tunnels, "
-              "sessions, trace and selections, sorted, to a file or the standard output. A file is "
+              "sessions, trace and selections, sorted, to a file or (none, or -) the standard "
+              "output. A file is "
               "replaced whole or not at all, keeps its permissions, and is what --state of "
               "kes_engine takes. What no command makes is a comment in it, and noted.",
           .example = "site.commands"},

@@ -43,17 +43,6 @@ std::string Time(uint64_t timeNs) {
                              static_cast<uint32_t>(timeNs % std::nano::den / 1'000'000));
 }
 
-// What a packet brings into a line does not get to the terminal as a control sequence.
-std::string Printable(std::string_view text) {
-    std::string printable(text);
-    for (char &c : printable) {
-        if (static_cast<unsigned char>(c) < ' ' || c == '\x7F') {
-            c = '?';
-        }
-    }
-    return printable;
-}
-
 // Interrupts, as a descriptor that becomes readable, for as long as this lives.
 class Interrupts {
   public:

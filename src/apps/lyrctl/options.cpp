@@ -22,7 +22,7 @@ constexpr const char *kNotes = R"(Examples:
       watches packets that are not for the controller as they come
 
 Without a command, on a terminal, lyrctl is a shell: the same commands, completion, 'help', 'quit'.
-With --json a command answers with a line that holds one object, also where it makes no sense:
+With --json a command answers with a line that holds one object, also where there is no engine:
 "command" as given, "ok", "meaning" in words, and "reply", what there is to tell; the commands that stream have an object a line of their
 own. lyrctl(1) lists all keys.
 Exit status: 0 done, 1 the module or the engine refused or failed, 2 the command line makes no sense

@@ -15,6 +15,8 @@ using control::Setting;
 
 namespace {
 
+constexpr const char *kStandardOutput = "-";
+
 void WriteOrRefuse(const std::string &path, const std::string &text) {
     try {
         control::WriteWhole(path, text);
@@ -39,7 +41,8 @@ ordered_json ReadSaved(Client &client, const Arguments &arguments) {
         }
     }
     ordered_json reply;
-    if (const std::string *path = arguments.Find("FILE")) {
+    const std::string *path = arguments.Find("FILE");
+    if (path != nullptr && *path != kStandardOutput) {
         WriteOrRefuse(*path, text);
         reply["file"] = *path;
     } else {
