@@ -68,9 +68,13 @@ class KesDpdk : public testing::Test, protected Directory {
     std::string Ask(const std::string &words) const {
         return Shell(LYRCTL " --control control " + words).out;
     }
-    // By a running engine; 0 while it does not answer.
+    // What top shows of a running engine; null while none answers.
+    json Top() const {
+        const Outcome top = Shell(LYRCTL " --control control top --once --json --interval 0.1");
+        return top.status == 0 ? json::parse(top.out, nullptr, false) : json();
+    }
     uint64_t Taken() const {
-        const json top = json::parse(Ask("top --once --json --interval 0.1"), nullptr, false);
+        const json top = Top();
         return top.is_object() ? top["fates"]["taken"]["total"].get<uint64_t>() : 0;
     }
     json RunToEnd(const std::string &lcores, const std::string &arguments) const {
@@ -231,23 +235,17 @@ TEST_F(KesDpdk, FramesLongerThanABufferAreDroppedAndCounted) {
 }
 
 TEST_F(KesDpdk, ItsPortsAreShownWhileTrafficIsRunning) {
-    Process engine("env XDG_RUNTIME_DIR=" + Path() + " " + Command("0@0,1@0") +
-                   " --vdev net_null0 --vdev net_null1 -- --instance 3=net_null1 --report json " +
-                   "--port net_null0 --log /dev/null --control " + Path("control"));
-    const auto ask = [this](const std::string &words) {
-        return Shell(LYRCTL " --control control " + words).out;
-    };
-    EXPECT_TRUE(
-        Becomes([&] { return json::parse(ask("top --once --json"), nullptr, false).is_object(); }));
-    const json top = json::parse(ask("top --once --json"), nullptr, false);
+    Process engine(Serving("0@0,1@0",
+                           "--vdev net_null0 --vdev net_null1 -- "
+                           "--instance 3=net_null1 --port net_null0"));
+    ASSERT_TRUE(Becomes([&] { return Top().is_object(); })) << engine.Errors();
+    const json top = Top();
     EXPECT_GT(top["ports"][0]["receivedPackets"], 0);
     EXPECT_EQ(top["ports"][1]["instance"], 3);
-    EXPECT_THAT(ask("top --once"), testing::ContainsRegex("net_null1 +instance 3"));
-    EXPECT_THAT(ask("metrics"), testing::HasSubstr("\nlyr_engine_port_packets_total{port="
+    EXPECT_THAT(Ask("top --once"), testing::ContainsRegex("net_null1 +instance 3"));
+    EXPECT_THAT(Ask("metrics"), testing::HasSubstr("\nlyr_engine_port_packets_total{port="
                                                    "\"net_null0\",role=\"network\""));
-    const Outcome outcome = engine.Stop(SIGINT);
-    EXPECT_EQ(outcome.status, 0) << outcome.err;
-    EXPECT_EQ(json::parse(outcome.out, nullptr, false)["conserved"], true);
+    ReportOf(engine);
 }
 
 TEST_F(KesDpdk, KeepsItsStateOverRestarts) {
