@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cerrno>
 #include <fstream>
+#include <iostream>
 #include <system_error>
 #include <utility>
 
@@ -66,6 +67,14 @@ void ForEachLine(std::istream &text, const std::string &name, const LineUser &us
 }
 
 void ForEachLine(const std::string &path, const LineUser &use) {
+    if (path == "-") {
+        static bool taken = false;
+        if (std::exchange(taken, true)) {
+            throw InputError("the standard input ('-') can be read only once");
+        }
+        ForEachLine(std::cin, "stdin", use);
+        return;
+    }
     std::ifstream file(path);
     if (!file) {
         throw Unreadable(path);

@@ -20,7 +20,9 @@ std::vector<std::string> SplitWords(std::string_view line);
 using LineUser = std::function<void(uint32_t line, std::span<const std::string> words)>;
 
 // Goes through a text; `name` stands for it in errors. An InputError that the user of a line throws
-// goes on as "FILE:LINE: reason"; a text that cannot be read is one too.
+// goes on as "FILE:LINE: reason"; a text that cannot be read is one too. The path "-" is the
+// standard input, "stdin" in errors, which gives its lines to the first who asks for them; the next
+// one gets an InputError.
 void ForEachLine(std::istream &text, const std::string &name, const LineUser &use);
 void ForEachLine(const std::string &path, const LineUser &use);
 

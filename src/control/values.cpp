@@ -37,10 +37,10 @@ std::optional<uint32_t> DecimalOrHex(std::string_view text) {
 
 }  // namespace
 
-uint32_t ParseNumber(std::string_view name, std::string_view text, uint32_t max) {
+uint32_t ParseNumber(std::string_view name, std::string_view text, uint32_t max, uint32_t min) {
     const std::optional<uint32_t> value = DecimalOrHex(text);
-    if (!value || *value > max) {
-        Reject(name, text, "a number from 0 to " + std::to_string(max));
+    if (!value || *value < min || *value > max) {
+        Reject(name, text, "a number from " + std::to_string(min) + " to " + std::to_string(max));
     }
     return *value;
 }

@@ -13,8 +13,9 @@
 
 namespace control {
 
-// A number from 0 to `max`, decimal or hexadecimal with 0x.
-uint32_t ParseNumber(std::string_view name, std::string_view text, uint32_t max = UINT32_MAX);
+// A number from `min` to `max`, decimal or hexadecimal with 0x.
+uint32_t ParseNumber(std::string_view name, std::string_view text, uint32_t max = UINT32_MAX,
+                     uint32_t min = 0);
 
 // An IPv4 or IPv6 address in its usual text form.
 LyrKesRpcIpAddr ParseAddress(std::string_view name, std::string_view text);

@@ -30,8 +30,8 @@ TEST_F(KesEngineOptions, BadInputEndsItBeforeAnythingIsWritten) {
     } cases[] = {
         {"", 2, "one of --replay, --listen and --serve is required"},
         {"--frobnicate", 2, "--frobnicate"},
-        {"--workers 0", 2, "--workers '0': there must be a forwarding thread"},
-        {"--workers 65", 2, "--workers '65' is not a number from 0 to 64"},
+        {"--workers 0", 2, "--workers '0' is not a number from 1 to 64"},
+        {"--workers 65", 2, "--workers '65' is not a number from 1 to 64"},
         {"--rx-port x7", 2, "--rx-port 'x7' is not a number from 0 to 4294967295"},
         {"--rate 0", 2, "--rate '0'"},
         {"--rate fast", 2, "'fast'"},

@@ -38,7 +38,7 @@ TEST_F(LyrctlExec, RunsFilesUntilSomethingFails) {
          "lyrctl: 2 commands done, 3 failed\n"},
         {"exec - < good", 0, "service instances 2 to 5 serve stations\n3 commands done\n", ""},
         {"exec - < /dev/null", 0, "0 commands done\n", ""},
-        {"exec - -", 2, "", "lyrctl: '-' is given twice, and there is one standard input\n"},
+        {"exec - -", 2, "", "lyrctl: the standard input ('-') can be read only once\n"},
         {"exec good none", 2, "",
          "lyrctl: cannot read commands from 'none': No such file or directory\n"},
         {"exec good", 3, "",

@@ -127,8 +127,11 @@ TEST_F(LyrctlViews, FramesAreExplained) {
     EXPECT_EQ(std::ranges::count(run.out, '\n'), 422);
     EXPECT_EQ(json::parse(run.out.substr(0, run.out.find('\n')))["frame"], 1);
     run = Do(capture + " --frame 423");
-    EXPECT_EQ(run.status, 2);
+    EXPECT_EQ(run.status, 1);
     EXPECT_THAT(run.err, HasSubstr("has 422 frames"));
+    run = Do(capture + " --filter 'tcp port 9'");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(run.err, "lyrctl: note: none of the 422 frames read is wanted\n");
 }
 
 }  // namespace

@@ -229,6 +229,8 @@ TEST_F(State, IsComparedWithFilesAndAudited) {
     }
     EXPECT_EQ(Do("diff none").status, 2);
     EXPECT_EQ(Do("recon diff 4 other").status, 2);
+    EXPECT_THAT(Do("recon run 4 other").err, HasSubstr("instance 4 is beyond"));
+    EXPECT_EQ(Do("diff - < other").out, Do("diff other").out);
 
     // An audit is through when the command is, and tells what is gone.
     EXPECT_THAT(Do("recon run 2 other --verbose").out,

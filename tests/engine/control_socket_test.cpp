@@ -1,7 +1,6 @@
-// The service by calls and by the control socket: what clients get, what broken ones cannot do to
+// The service by the control socket: what clients get, what broken ones cannot do to
 // others.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -15,118 +14,19 @@
 #include <fstream>
 #include <functional>
 #include <latch>
-#include <numeric>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "control/connection.h"
-#include "gate.h"
-#include "kes/memory.h"
 #include "mund/call.h"
-#include "mund/rpc.h"
 #include "mund/server.h"
-#include "standin/runtime.h"
+#include "service_fixture.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
 using namespace std::chrono_literals;
-
-// Of the operations below; VerifyRcdGet's calls pass the gate, and batches leave so many bytes.
-std::atomic<uint32_t> calls{0}, released{0};
-Gate *gateOfOperation = nullptr;
-uint32_t leaves = 0;
-void *left = nullptr;
-
-// Of an operation and its request as it travels: what the operations below return, and fill their
-// replies with.
-uint32_t Digest(uint32_t operation, std::span<const uint8_t> request) {
-    uint32_t digest = 2166136261u + operation;
-    for (const uint8_t byte : request) {
-        digest = (digest ^ byte) * 16777619u;
-    }
-    return digest;
-}
-
-void FillReply(std::span<uint8_t> reply, uint32_t digest) {
-    for (size_t i = 0; i < reply.size(); ++i) {
-        reply[i] = static_cast<uint8_t>((digest >> i % 4 * 8) + i / 4);
-    }
-}
-
-// A batch as it travels, from what the operation is given.
-Bytes Marshal(const void *request) {
-    struct {
-        uint32_t count;
-        uint32_t reserved;
-        const uint8_t *records;
-    } batch;
-    std::memcpy(&batch, request, sizeof batch);
-    const auto *header = reinterpret_cast<const uint8_t *>(&batch);
-    Bytes wire(header, header + 8);
-    wire.insert(wire.end(), batch.records, batch.records + batch.count * 80u);
-    return wire;
-}
-
-uint32_t RunFake(uint32_t operation, const void *request, void **reply) {
-    ++calls;
-    EXPECT_TRUE(request != nullptr && reinterpret_cast<uintptr_t>(request) % 8 == 0);
-    if (operation == MUND_OP_VerifyRcdGet && gateOfOperation != nullptr) {
-        gateOfOperation->Pass();
-    }
-    if (operation == MUND_OP_BatchReconciliation && leaves != 0) {
-        left = TovMemAllocInner(1, 0, leaves, 0, "RunFake", 1);
-    }
-    const auto *bytes = static_cast<const uint8_t *>(request);
-    const uint32_t digest =
-        Digest(operation, operation == MUND_OP_BatchReconciliation
-                              ? Marshal(request)
-                              : Bytes(bytes, bytes + MundRequestSize(operation)));
-    if (const uint32_t size = MundReplySize(operation); size != 0) {
-        *reply = RPC_IdlMsgCreate(size, g_uiMundModuleId, "RunFake");
-        FillReply({static_cast<uint8_t *>(*reply), *reply != nullptr ? size : 0}, digest);
-    }
-    return digest;
-}
-
-uint32_t Release(void *reply) {
-    ++released;
-    return RPC_IdlMsgDestroy(reply, g_uiMundModuleId, "Release");
-}
-
-}  // namespace
-
-extern "C" {
-#define FAKE_OPERATION(name, requestSize, replySize)                         \
-    KES_API uint32_t LyrHost_Kes_##name(const void *request, void **reply) { \
-        return RunFake(MUND_OP_##name, request, reply);                      \
-    }                                                                        \
-    KES_API uint32_t LyrHost_Kes_##name##_free(void *reply) {                \
-        return Release(reply);                                               \
-    }
-MUND_OPERATIONS(FAKE_OPERATION)
-}
-
-namespace {
-
-Bytes RequestOf(uint32_t operation, uint32_t seed) {
-    const bool batch = operation == MUND_OP_BatchReconciliation;
-    const uint32_t count = seed % 50;
-    Bytes request(batch ? 8 + 80 * count : MundRequestSize(operation));
-    std::iota(request.begin(), request.end(), static_cast<uint8_t>(seed));
-    const auto *start = reinterpret_cast<const uint8_t *>(batch ? &count : &seed);
-    std::copy_n(start, std::min<size_t>(request.size(), 4), request.begin());
-    return request;
-}
-
-void ExpectAnswer(uint32_t operation, const Bytes &request, uint32_t result, const Bytes &reply) {
-    Bytes expected(MundReplySize(operation));
-    FillReply(expected, Digest(operation, request));
-    EXPECT_EQ(result, Digest(operation, request)) << MundOperationName(operation);
-    EXPECT_EQ(reply, expected) << MundOperationName(operation);
-}
 
 void CallAndCheck(control::Connection &connection, uint32_t operation, uint32_t seed) {
     const Bytes request = RequestOf(operation, seed);
@@ -205,121 +105,6 @@ mund::WireHandler Passes(Gate &gate) {
         gate.Pass();
         return mund::WireReply{};
     };
-}
-
-class Service : public testing::Test {
-  protected:
-    void SetUp() override {
-        calls = 0;
-        LyrKesRpcServerRegInfo info{};
-        info.serviceNumber = MUND_SERVICE_NUMBER;
-        std::strcpy(info.serviceName, MUND_SERVICE_NAME);
-        ASSERT_EQ(RegRavelRpcServerToKes(&info), 0u);
-    }
-    void TearDown() override {
-        gateOfOperation = nullptr;
-        RavelRpcServerUnReg(MUND_SERVICE_NAME);
-        EXPECT_EQ(MundMessagesInUse(), 0u);
-        EXPECT_EQ(standin::ModuleMemory(g_uiMundModuleId).blocks, 0u);
-    }
-};
-
-struct Result {
-    MundStatus status;
-    uint32_t result;
-    Bytes reply;
-};
-
-Result Call(uint32_t operation, const Bytes &request, uint32_t capacity) {
-    Bytes odd(1 + request.size());  // an odd address on the caller's side
-    std::ranges::copy(request, odd.begin() + 1);
-    Result call = {MUND_STATUS_COUNT, 0, Bytes(capacity)};
-    uint32_t size = 99;
-    call.status = MundCall(operation, odd.data() + 1, static_cast<uint32_t>(request.size()),
-                           call.reply.data(), capacity, &size, &call.result);
-    EXPECT_LE(size, capacity);
-    call.reply.resize(size);
-    return call;
-}
-
-TEST_F(Service, DeliversRequestsAndReleasesReplies) {
-    for (uint32_t operation = 0; operation < MUND_OPERATION_COUNT; ++operation) {
-        SCOPED_TRACE(MundOperationName(operation));
-        const Bytes request = RequestOf(operation, 77);
-        const uint32_t size = MundReplySize(operation);
-        released = 0;
-        const Result fits = Call(operation, request, size);
-        EXPECT_EQ(fits.status, MUND_STATUS_OK);
-        ExpectAnswer(operation, request, fits.result, fits.reply);
-        if (size == 0) {
-            EXPECT_EQ(released, 0u);
-            continue;
-        }
-        const Result tooLong = Call(operation, request, size - 1);
-        EXPECT_EQ(tooLong.status, MUND_STATUS_REPLY_TOO_LONG);
-        EXPECT_TRUE(tooLong.reply.empty());
-        EXPECT_EQ(released, 2u);
-        standin::FailCall("RPC_IdlMsgCreate");
-        const Result none = Call(operation, request, size);
-        standin::ClearFaults();
-        EXPECT_EQ(none.status, MUND_STATUS_OK);
-        EXPECT_TRUE(none.reply.empty());
-        EXPECT_EQ(released, 2u);
-    }
-}
-
-TEST_F(Service, BoundsWhatBatchesLeaveBehind) {
-    constexpr uint32_t kMost = 64u << 20;
-    const auto batchOf = [](uint32_t count) {
-        constexpr uint32_t kBatch = MUND_OP_BatchReconciliation;
-        return Call(kBatch, RequestOf(kBatch, count), 0).status;
-    };
-    void *others = TovMemAllocInner(1, 0, kMost, 0, "others", 1);
-    leaves = kMost - 168 - 8;
-    EXPECT_EQ(batchOf(2), MUND_STATUS_OK);
-    leaves = 0;
-    EXPECT_EQ(batchOf(2), MUND_STATUS_OK);
-    EXPECT_EQ(batchOf(3), MUND_STATUS_BUSY);
-    EXPECT_EQ(Call(MUND_OP_CwpTunnel, Bytes(64), 0).status, MUND_STATUS_OK);
-    TovMemFreeInner(left);
-    EXPECT_EQ(batchOf(3), MUND_STATUS_OK);
-    TovMemFreeInner(others);
-}
-
-// In a strict engine, closing does not wait for calls.
-TEST_F(Service, ClosingWaitsForRunningCallsUnlessStrict) {
-    for (const bool strict : {false, true}) {
-        SCOPED_TRACE(strict);
-        standin::SetStrict(strict);
-        Gate gate;
-        gateOfOperation = &gate;
-        released = 0;
-        std::thread caller([] {
-            const Bytes request = RequestOf(MUND_OP_VerifyRcdGet, 1);
-            const Result call =
-                Call(MUND_OP_VerifyRcdGet, request, MundReplySize(MUND_OP_VerifyRcdGet));
-            ExpectAnswer(MUND_OP_VerifyRcdGet, request, call.result, call.reply);
-        });
-        gate.entered.wait();
-        const auto release = [&] {
-            while (Call(MUND_OP_VerifyRcdReset, {}, 0).status == MUND_STATUS_OK) {
-            }
-            EXPECT_EQ(Call(MUND_OP_VerifyRcdReset, {}, 0).status, MUND_STATUS_NO_SERVICE);
-            gate.mayLeave.count_down();
-        };
-        if (strict) {
-            EXPECT_EQ(RavelRpcServerUnReg(MUND_SERVICE_NAME), 0u);
-            release();
-        } else {
-            ExpectWaitsFor(release, [] {
-                EXPECT_EQ(RavelRpcServerUnReg(MUND_SERVICE_NAME), 0u);
-                EXPECT_EQ(released, 1u) << "the release of the reply included";
-            });
-            Service::SetUp();
-        }
-        caller.join();
-    }
-    standin::SetStrict(false);
 }
 
 class ControlSocket : public Service {

@@ -132,11 +132,18 @@ void Engine::Explain(capture::Reader &capture) {
             std::cout.flush();
             return !Interrupted();
         });
+        bool any = false;
         while (!Interrupted() && std::cout) {
             const std::optional<capture::Frame> frame = capture.Next();
             if (!frame) {
+                const uint64_t others = capture.Done().passedOver;
+                if (!any && others > 0) {
+                    std::cerr << "kes_engine: note: none of the " << others
+                              << " frames read is wanted\n";
+                }
                 return;
             }
+            any = true;
             if (!HasRoomFor(*frame)) {
                 continue;
             }

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <utility>
 
+#include "control/printable.h"
 #include "failure.h"
 #include "module_caller.h"
 #include "module_exchange.h"
@@ -36,7 +37,7 @@ void ModuleRun::Start() {
 
 void ModuleRun::Execute(const std::vector<control::Command> &commands) {
     for (const control::Command &command : commands) {
-        std::cerr << ExecuteOne(command).ToText() << '\n';
+        std::cerr << control::Printable(ExecuteOne(command).ToText(), "\n") << '\n';
     }
 }
 

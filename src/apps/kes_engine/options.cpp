@@ -74,8 +74,9 @@ Captures written with --out have times in nanoseconds. With several workers, fra
 keep their order; those of different flows may change places. Captures that an earlier run left
 in the directory are removed when the replay begins.
 
-Commands for --exec and --exec-after, one on a line, '#' begins a comment. What a command leaves to the module's own
-threads, as audits do, is done before the next command or the replay begins:
+Commands for --exec and --exec-after, one on a line, '#' begins a comment; lyrctl has these and more
+('lyrctl exec'). What a command leaves to the module's own threads, as audits do, is done before the
+next command or the replay begins:
 )";
 
 // Options whose values are not plain texts, as they were given.
@@ -142,6 +143,21 @@ void RefuseWithoutCapture(const Options &options, const RawOptions &raw) {
     }
 }
 
+// And for what a frame that is explained, once and at once, has no use for.
+void RefuseWithExplain(const Options &options, const RawOptions &raw) {
+    const std::tuple<const char *, bool, const char *> given[] = {
+        {"--report html", options.report == ReportForm::kHtml, "has no report"},
+        {"--local", !options.frameRules.local.empty(), "tells of received frames"},
+        {"--rate", !raw.rate.empty(), "passes no packets"},
+        {"--speed", raw.speed.has_value(), "passes no packets"},
+        {"--loop", raw.loops != RawOptions().loops, "passes no packets"}};
+    for (const auto &[option, isGiven, reason] : given) {
+        if (isGiven) {
+            throw UsageError(std::string("--explain ") + reason + ": it goes without " + option);
+        }
+    }
+}
+
 // And for what only an interface can, or what needs frames from somewhere.
 void RefuseWithoutInterface(const Options &options, const RawOptions &raw) {
     const std::tuple<const char *, bool, bool> given[] = {
@@ -177,18 +193,12 @@ void ReadValues(const RawOptions &raw, Options &options) {
     for (const std::string &text : raw.localAddresses) {
         options.frameRules.local.push_back(control::ParseAddress("--local", text));
     }
-    options.workers = control::ParseNumber("--workers", raw.workers, kMaxWorkers);
-    if (options.workers == 0) {
-        throw UsageError("--workers '0': there must be a forwarding thread");
-    }
+    options.workers = control::ParseNumber("--workers", raw.workers, kMaxWorkers, 1);
     options.rxPort = control::ParseNumber("--rx-port", raw.rxPort);
     options.loops = control::ParseNumber("--loop", raw.loops);
     RefuseSecondReading(options);
     if (!raw.rate.empty()) {
-        options.rate = control::ParseNumber("--rate", raw.rate);
-        if (options.rate == 0) {
-            throw UsageError("--rate '0': at least one frame a second");
-        }
+        options.rate = control::ParseNumber("--rate", raw.rate, UINT32_MAX, 1);
     }
     ReadSelection(raw, options);
     if (options.capture.empty() && options.interfaces.empty() && !options.stay) {
@@ -200,11 +210,8 @@ void ReadValues(const RawOptions &raw, Options &options) {
     if (options.interfaces.empty()) {
         RefuseWithoutInterface(options, raw);
     }
-    if (options.explain && options.report == ReportForm::kHtml) {
-        throw UsageError("--explain has no report: it goes without --report html");
-    }
-    if (options.explain && !options.frameRules.local.empty()) {
-        throw UsageError("--explain tells of received frames: it goes without --local");
+    if (options.explain) {
+        RefuseWithExplain(options, raw);
     }
     if (options.controlPath.empty() && (options.stay || !options.interfaces.empty())) {
         options.controlPath = mund::DefaultSocketPath();
@@ -214,7 +221,10 @@ void ReadValues(const RawOptions &raw, Options &options) {
 void Describe(CLI::App &app, CommonCommandLine &line, Options &options, RawOptions &raw) {
     app.add_option("--replay", options.capture,
                    "pass the frames of a capture: pcap or pcapng, packed with gzip or not")
-        ->type_name("CAPTURE");
+        ->type_name("CAPTURE")
+        ->check([](const std::string &path) {
+            return path.empty() ? "the path of the capture is empty" : "";
+        });
     app.add_flag("--explain", options.explain,
                  "say of each frame of the capture what the module would do, instead of a replay");
     app.add_option("--loop", raw.loops, "replay so many times; 0: until interrupted")

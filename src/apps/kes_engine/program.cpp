@@ -9,9 +9,8 @@
 #include <iterator>
 
 #include "capture/error.h"
-#include "capture/reader.h"
-#include "control/command_lines.h"
 #include "control/input_error.h"
+#include "control/printable.h"
 #include "failure.h"
 #include "hang_ups.h"
 #include "html_report.h"
@@ -22,7 +21,7 @@ namespace kes_engine {
 namespace {
 
 void Complain(const std::string &program, const std::string &what) {
-    std::cerr << program << ": " << what << '\n';
+    std::cerr << program << ": " << control::Printable(what, "\n") << '\n';
 }
 
 std::string ReportOf(const Result &result, ReportForm form) {
@@ -48,7 +47,8 @@ bool IsUsage(const std::exception &error) {
 
 int RunProgram(const std::string &name, const std::function<ExitStatus()> &body) {
     try {
-        return body();
+        const ExitStatus status = body();
+        return status == kOk && !EndOutput(name, "the answer") ? kFailed : status;
     } catch (const std::exception &error) {
         Complain(name, error.what());
         return IsUsage(error) ? kUsage : kFailed;
@@ -58,10 +58,7 @@ int RunProgram(const std::string &name, const std::function<ExitStatus()> &body)
 std::vector<control::Command> ReadCommands(const std::vector<std::string> &files) {
     std::vector<control::Command> commands;
     for (const std::string &file : files) {
-        std::ranges::move(file == capture::kStandardStream
-                              ? control::ParseCommands(std::cin, "the standard input")
-                              : control::ParseFile(file),
-                          std::back_inserter(commands));
+        std::ranges::move(control::ParseFile(file), std::back_inserter(commands));
     }
     return commands;
 }
@@ -95,6 +92,7 @@ ExitStatus Publish(const std::string &name, const Result &result, ReportForm for
     if (hasReport) {
         std::cout << ReportOf(result, form);
     }
+    const bool written = EndOutput(name, hasReport ? "the report" : "what was to be explained");
     for (const std::string &failure : result.failures) {
         Complain(name, failure);
     }
@@ -111,14 +109,7 @@ ExitStatus Publish(const std::string &name, const Result &result, ReportForm for
     for (const std::string &contradiction : result.Contradictions()) {
         Complain(name, (result.CountsAreExact() ? "" : "note: ") + contradiction);
     }
-    if (!std::cout.flush()) {
-        if (!OutputReaderIsGone()) {
-            Complain(name, hasReport ? "cannot write the report"
-                                     : "cannot write what was to be explained");
-        }
-        return kFailed;
-    }
-    return result.Ok() ? kOk : kFailed;
+    return written && result.Ok() ? kOk : kFailed;
 }
 
 }  // namespace kes_engine

@@ -176,12 +176,42 @@ std::string RenderAudit(const ordered_json &reply) {
                                      : control::RecordTable(kHeadings, reply["differences"]);
 }
 
+namespace {
+
+// False, too, where nobody knows.
+bool IsBeyond(Client &client, uint32_t instance) {
+    try {
+        return instance > LastInstanceOf(client);
+    } catch (const control::NoEngine &) {
+        return false;
+    }
+}
+
+// The operation of these words. Where there is no such instance, that is what the engine is left
+// to say, and not what the file lacks for it.
+control::Command ParseAudit(Client &client, const std::vector<std::string> &words) {
+    try {
+        return control::ParseWords(words);
+    } catch (const control::InputError &) {
+        if (!IsBeyond(client, control::ParseNumber("N", words[2]))) {
+            throw;
+        }
+    }
+    std::vector<std::string> meant = words;
+    meant.emplace_back("--empty");
+    control::Command command = control::ParseWords(meant);
+    command.text = control::Join(words);
+    return command;
+}
+
+}  // namespace
+
 ExitStatus RunAudit(Client &client, const Arguments &arguments) {
     std::vector<std::string> words = {"recon", "run", arguments["N"], arguments["FILE"]};
     if (arguments.Find("--empty") != nullptr) {
         words.emplace_back("--empty");
     }
-    const control::Command command = control::ParseWords(words);
+    const control::Command command = ParseAudit(client, words);
     const uint32_t last = LastInstanceOf(client);
     const uint32_t instance = control::ParseNumber("N", arguments["N"]);
     const bool waits = arguments.Find("--no-wait") == nullptr && instance <= last;

@@ -3,23 +3,13 @@
 #include <iostream>
 
 #include "control/module_object.h"
+#include "control/printable.h"
 #include "mund/module_objects.h"
 
 namespace lyrctl {
 
-std::string Printable(std::string_view text, std::string_view kept) {
-    std::string printable(text);
-    for (char &c : printable) {
-        const bool controls = static_cast<unsigned char>(c) < ' ' || c == '\x7F';
-        if (controls && kept.find(c) == std::string_view::npos) {
-            c = '?';
-        }
-    }
-    return printable;
-}
-
 void Complain(const std::string &what) {
-    std::cerr << "lyrctl: " << Printable(what, "\n") << '\n';
+    std::cerr << "lyrctl: " << control::Printable(what, "\n") << '\n';
 }
 
 control::Connection &Client::Engine() {

@@ -16,10 +16,6 @@ using nlohmann::ordered_json;
 
 enum ExitStatus { kOk = 0, kRefused = 1, kUsage = 2, kNoEngine = 3 };
 
-// What others have written, for a terminal: bytes that would control it are a '?' each, but for
-// those that are kept.
-std::string Printable(std::string_view text, std::string_view kept = "");
-
 // A complaint to standard error, printable.
 void Complain(const std::string &what);
 

@@ -85,13 +85,8 @@ ExitStatus RunCommandLine(const std::vector<std::string> &words, const Options &
         Complain(error.what());
         status = kRefused;
     }
-    if (!std::cout.flush() && status == kOk) {
-        if (!OutputReaderIsGone()) {
-            Complain("cannot write the answer");
-        }
-        status = kRefused;
-    }
-    return status;
+    const bool written = EndOutput("lyrctl", "the answer");
+    return written || status != kOk ? status : kRefused;
 }
 
 }  // namespace lyrctl

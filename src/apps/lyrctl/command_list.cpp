@@ -73,7 +73,8 @@ constexpr OwnCommand kOwnCommands[] = {
           .usage = "FILE",
           .help =
               "Compare what the commands of a file make of a module with what the module has: what "
-              "the file has more, less or otherwise. Exit status: 0 no differences, 1 some, 2 the "
+              "the file ('-': the standard input) has more, less or otherwise. Exit status: 0 no "
+              "differences, 1 some, 2 the "
               "file makes no sense or the module cannot be read.",
           .example = "site.commands"},
      .read = ReadDifferences,
@@ -86,7 +87,7 @@ constexpr OwnCommand kOwnCommands[] = {
               "Tell what 'recon run' would come to, and change nothing: what would be removed, "
               "what the file gives to the instance and would still be missing, as an audit adds "
               "nothing, and what is elsewhere, with another instance. Exit status: 0 nothing of "
-              "this, 1 something.",
+              "this, 1 something. '-' is the standard input.",
           .example = "3 site.commands"},
      .read = ReadAudit,
      .render = RenderAudit,
@@ -100,7 +101,9 @@ constexpr OwnCommand kOwnCommands[] = {
               "has is gone. Lines for other instances are left out, other commands ignored. A file "
               "that gives N nothing needs --empty: then N loses all that it has. The command waits "
               "for the end, 60 seconds at most, and tells how many tunnels and sessions are gone, "
-              "and with --verbose which; with --no-wait it is done once the audit is queued.",
+              "and with --verbose which; with --no-wait it is done once the audit is queued. '-' "
+              "is "
+              "the standard input.",
           .example = "3 site.commands --verbose"},
      .run = RunAudit},
     {.text =

@@ -12,27 +12,16 @@
 namespace lyrctl {
 namespace {
 
-constexpr const char *kStandardInput = "-";
-
-void AddTasks(std::vector<Task> &tasks, const std::string &path) {
-    const bool isInput = path == kStandardInput;
-    const std::string name = isInput ? "stdin" : path;
-    const control::LineUser add = [&](uint32_t line, std::span<const std::string> words) {
-        if (words.front() == "exec") {
-            throw control::InputError("a file that is run runs no others");
-        }
-        tasks.emplace_back(words, name, line);
-    };
-    isInput ? control::ForEachLine(std::cin, name, add) : control::ForEachLine(path, add);
-}
-
 std::vector<Task> ReadTasks(const std::vector<std::string> &paths) {
-    if (std::ranges::count(paths, kStandardInput) > 1) {
-        throw control::InputError("'-' is given twice, and there is one standard input");
-    }
     std::vector<Task> tasks;
     for (const std::string &path : paths) {
-        AddTasks(tasks, path);
+        const std::string name = path == "-" ? "stdin" : path;
+        control::ForEachLine(path, [&](uint32_t line, std::span<const std::string> words) {
+            if (words.front() == "exec") {
+                throw control::InputError("a file that is run runs no others");
+            }
+            tasks.emplace_back(words, name, line);
+        });
     }
     return tasks;
 }
@@ -42,7 +31,7 @@ ExitStatus RunTold(Client &client, const Task &task) {
     try {
         return task.Run(client);
     } catch (const control::NoEngine &error) {
-        Complain(task.Where() + error.what());
+        task.TellFailure(client, error.what());
         return kNoEngine;
     } catch (const control::InputError &error) {
         Complain(task.Where() + error.what());

@@ -69,31 +69,43 @@ capture::Selection SelectionOf(const control::Arguments &arguments) {
 }
 
 // What is wrong with another option names it.
-control::InputError ComplaintOf(const capture::Error &error) {
+std::string ComplaintOf(const capture::Error &error) {
     const std::string what = error.what();
-    return control::InputError((what.starts_with("--") ? "" : "--capture: ") + what);
+    return (what.starts_with("--") ? "" : "--capture: ") + what;
+}
+
+std::unique_ptr<capture::Reader> Open(const control::Arguments &arguments) {
+    try {
+        return std::make_unique<capture::Reader>(arguments["--capture"], SelectionOf(arguments));
+    } catch (const capture::Error &error) {
+        throw control::InputError(ComplaintOf(error));
+    }
 }
 
 }  // namespace
 
 ExitStatus ExplainCapture(Client &client, const control::Arguments &arguments) {
-    const std::string &path = arguments["--capture"];
     const MundWireExplainReq arrival = {
         .rxPort = NumberOrZero(arguments, "--rx-port"),
         .vrf = NumberOrZero(arguments, "--vrf"),
         .causeAction = NumberOrZero(arguments, "--cause", UINT16_MAX),
         .reserved = 0};
+    const std::unique_ptr<capture::Reader> frames = Open(arguments);
+    uint64_t explained = 0;
     try {
-        capture::Reader frames(path, SelectionOf(arguments));
-        while (const std::optional<Frame> frame = frames.Next()) {
+        while (const std::optional<Frame> frame = frames->Next()) {
             const ordered_json answer = client.Engine().Explain(arrival, frame->bytes);
             client.Json() ? PrintObject(*frame, answer) : PrintSteps(*frame, answer);
+            ++explained;
             if (!std::cout.flush()) {
                 break;
             }
         }
     } catch (const capture::Error &error) {
-        throw ComplaintOf(error);
+        throw control::Refused(ComplaintOf(error));
+    }
+    if (const uint64_t others = frames->Done().passedOver; explained == 0 && others > 0) {
+        Complain("note: none of the " + std::to_string(others) + " frames read is wanted");
     }
     return kOk;
 }

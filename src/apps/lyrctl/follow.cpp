@@ -17,6 +17,7 @@
 #include "control/line_decoder.h"
 #include "control/message_bytes.h"
 #include "control/module_object.h"
+#include "control/printable.h"
 #include "control/values.h"
 #include "mund/control_socket.h"
 #include "mund/module_objects.h"
@@ -209,10 +210,10 @@ class LinePrinter {
         std::string name(kind.name);
         name.resize(kKinds[std::size(kKinds) - 1].name.size(), ' ');
         std::cout << Coloured("2", Time(line.timeNs)) << "  " << Coloured(kind.colour, name) << "  "
-                  << (decoded
-                          ? Printable(*decoded) +
-                                Coloured("2", std::string(control::kDecodedFrom) + Printable(text))
-                          : Printable(text))
+                  << (decoded ? control::Printable(*decoded) +
+                                    Coloured("2", std::string(control::kDecodedFrom) +
+                                                      control::Printable(text))
+                              : control::Printable(text))
                   << '\n';
     }
 

@@ -102,6 +102,13 @@ ExitStatus Task::RunOwn(Client &client) const {
     }
 }
 
+void Task::TellFailure(const Client &client, const std::string &why) const {
+    if (client.Json()) {
+        PrintJson(Answer(control::Join(words_), why));
+    }
+    Complain(Where() + why);
+}
+
 void Task::PrintJson(const ordered_json &answer) const {
     ordered_json line;
     if (!file_.empty()) {

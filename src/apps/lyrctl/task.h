@@ -24,6 +24,8 @@ class Task {
     // Runs it and prints what came of it. What cannot be done is thrown, or told and answered with
     // another status than kOk.
     ExitStatus Run(Client &client) const;
+    // Says why it could not be run; for programs with an object as well.
+    void TellFailure(const Client &client, const std::string &why) const;
     // "FILE:LINE: ", or nothing.
     std::string Where() const;
 

@@ -3,6 +3,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <iostream>
 #include <thread>
 
@@ -136,6 +137,13 @@ ExitStatus ShowTop(Client &client, const control::Arguments &arguments) {
     if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
         throw control::InputError(
             "top needs a terminal; --once prints one frame of it, --json an object each interval");
+    }
+    if (const char *type = std::getenv("TERM");
+        type != nullptr && std::string_view(type) == "dumb") {
+        throw control::InputError(
+            "top needs a terminal that can be drawn on, and TERM is 'dumb'; --once prints one "
+            "frame "
+            "of it, --json an object each interval");
     }
     return ShowLive(client, options);
 }
