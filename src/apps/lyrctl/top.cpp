@@ -21,6 +21,8 @@ using control::Reading;
 using control::TakeReading;
 using std::chrono::steady_clock;
 
+const std::string kOtherForms = "--once prints one frame of it, --json an object each interval";
+
 struct TopOptions {
     std::chrono::milliseconds interval{1000};
     InstanceView view;
@@ -135,15 +137,12 @@ ExitStatus ShowTop(Client &client, const control::Arguments &arguments) {
         return PrintOnce(client, options);
     }
     if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
-        throw control::InputError(
-            "top needs a terminal; --once prints one frame of it, --json an object each interval");
+        throw control::InputError("top needs a terminal; " + kOtherForms);
     }
-    if (const char *type = std::getenv("TERM");
-        type != nullptr && std::string_view(type) == "dumb") {
+    const char *type = std::getenv("TERM");  // NOLINT(concurrency-mt-unsafe)
+    if (type != nullptr && std::string_view(type) == "dumb") {
         throw control::InputError(
-            "top needs a terminal that can be drawn on, and TERM is 'dumb'; --once prints one "
-            "frame "
-            "of it, --json an object each interval");
+            "top needs a terminal that can be drawn on, and TERM is 'dumb'; " + kOtherForms);
     }
     return ShowLive(client, options);
 }
