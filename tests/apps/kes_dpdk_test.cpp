@@ -234,6 +234,73 @@ TEST_F(KesDpdk, FramesLongerThanABufferAreDroppedAndCounted) {
     }
 }
 
+// A datagram of each family to an instance, with its fragments, the last one first.
+struct Fragmented {
+    AllBytes whole;
+    Frames parts;
+};
+
+Fragmented FragmentedMessages() {
+    Fragmented made;
+    capwap::Bytes message = capwap::ControlMessage(13, 0, {});
+    message.resize(1900, 7);
+    for (const auto &[from, to] :
+         {std::pair{"192.168.10.10", "192.168.10.9"}, std::pair{"2001:db8::10", "2001:db8::9"}}) {
+        const capwap::FrameSpec spec = capwap::UdpFrame(from, 12380, to, 5246, message);
+        made.whole.push_back(capwap::BuildFrame(spec));
+        AllBytes parts = capwap::BuildFragments(spec, 800);
+        std::ranges::reverse(parts);
+        for (const capwap::Bytes &part : parts) {
+            made.parts.push_back({0, static_cast<uint32_t>(part.size()), part});
+        }
+    }
+    return made;
+}
+
+TEST_F(KesDpdk, FragmentsAreTakenAsWholeDatagramsOnRequest) {
+    Write("commands", Read("commands") +
+                          "source add 1 2001:db8::9 --if 7\n"
+                          "tunnel add 2001:db8::10 12380 2001:db8::9 5246 --node 3\n");
+    const Fragmented sent = FragmentedMessages();
+    WriteCapture(Path("in.pcap"), sent.parts);
+    for (const char *lcores : {"0@0,1@0", "0@0,1@0,2@0"}) {
+        SCOPED_TRACE(lcores);
+        const std::string arguments =
+            "--vdev net_pcap0,rx_pcap=in.pcap --vdev net_pcap1,tx_pcap=3.pcap -- "
+            "--port net_pcap0=7 --instance 3=net_pcap1 --max-frame 2304";
+        const json apart = RunToEnd(lcores, arguments);
+        EXPECT_EQ(apart["received"], 6);
+        EXPECT_EQ(apart["taken"], 1) << "IPv6 fragments show no ports";
+        EXPECT_FALSE(apart.contains("reassembly"));
+        const json whole = RunToEnd(lcores, arguments + " --reassemble");
+        EXPECT_EQ(whole["received"], 2);
+        EXPECT_EQ(whole["taken"], 2);
+        EXPECT_EQ(whole["reassembly"]["joined"], 6);
+        EXPECT_EQ(whole["reassembly"]["datagrams"], 2);
+        EXPECT_EQ(Sorted(FramesOf(Path("3.pcap"))), Sorted(sent.whole));
+    }
+}
+
+TEST_F(KesDpdk, FragmentsThatNeverBecomeWholeExpire) {
+    Fragmented sent = FragmentedMessages();
+    sent.parts.pop_back();
+    sent.parts.erase(sent.parts.begin());
+    WriteCapture(Path("in.pcap"), sent.parts);
+    const std::string arguments =
+        "--vdev net_pcap0,rx_pcap=in.pcap -- --port net_pcap0=7 --max-frame 2304 --reassemble";
+    Process engine(Serving("0@0,1@0", arguments));
+    const auto expired = [&] {
+        const json top = Top();
+        return top.is_object() && top["reassembly"]["expired"] == 4;
+    };
+    EXPECT_TRUE(Becomes(expired)) << Top();
+    const json report = ReportOf(engine);
+    EXPECT_EQ(report["received"], 0);
+    EXPECT_EQ(report["reassembly"]["held"], 0);
+    // And those that the end of a run finds.
+    EXPECT_EQ(RunToEnd("0@0,1@0,2@0", arguments)["reassembly"]["expired"], 4);
+}
+
 TEST_F(KesDpdk, ItsPortsAreShownWhileTrafficIsRunning) {
     Process engine(Serving("0@0,1@0",
                            "--vdev net_null0 --vdev net_null1 -- "
@@ -425,6 +492,7 @@ TEST_F(KesDpdk, WhatCannotBeHadIsNamed) {
          "no port to receive from: each has another role"},
         {"0@0,1@0", two + "--buffers 99", "--buffers '99': too few"},
         {"0@0,1@0", two + "--buffers 999999", "cannot make 999999 packet buffers"},
+        {"0@0,1@0", two + "--reassemble", "--max-frame '2048' is too short for whole"},
         {"0@0,1@0", two + "--max-frame 70000", "--max-frame '70000'"},
         {"0@0,1@0", "--vdev net_pcap0,rx_pcap=text.pcap -- --control control",
          "cannot make the device 'net_pcap0'"},

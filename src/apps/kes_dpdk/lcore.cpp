@@ -36,6 +36,7 @@ LcoreCounts &LcoreCounts::operator+=(const LcoreCounts &other) {
     received += other.received;
     unserved += other.unserved;
     fates += other.fates;
+    reassembly += other.reassembly;
     return *this;
 }
 
@@ -57,6 +58,9 @@ Lcore::Lcore(Board &board, unsigned number)
         if (isMine(i)) {
             instances_.push_back(board.instances[i].get());
         }
+    }
+    if (board.options.reassemble) {
+        reassembly_.emplace();
     }
     servesKernel_ = board.kernel != nullptr && isMine(board.instances.size());
 }
@@ -107,6 +111,9 @@ LcoreCounts Lcore::Counts() {
 }
 
 void Lcore::Publish() {
+    if (reassembly_) {
+        counts_.reassembly = reassembly_->Counts();
+    }
     const std::lock_guard lock(mutex_);
     published_ = counts_;
 }
@@ -131,6 +138,10 @@ size_t Lcore::Pass(Phase phase) {
     size_t moved = GiveHeld() + TakeHandedOver();
     for (PortedInstance *instance : instances_) {
         moved += instance->Deliver(number_);
+    }
+    if (reassembly_) {
+        const bool isOver = phase != Phase::kForwarding && moved == 0;
+        moved += reassembly_->Expire(isOver ? dpdk::Reassembly::kEnd : rte_get_timer_cycles());
     }
     if (phase != Phase::kForwarding) {
         return moved;
@@ -181,8 +192,6 @@ size_t Lcore::ReceiveFromNetwork(const Queue &queue) {
     }
     Burst packets;
     const size_t count = Receive(queue.port, queue.queue, packets, false);
-    counts_.frames += count;
-    counts_.received += count;
     const auto received = std::span(packets).first(count);
     if (board_.networks.size() > 1) {
         for (const HostMbuf *packet : received) {
@@ -242,7 +251,30 @@ size_t Lcore::TakeHandedOver() {
     return count;
 }
 
-void Lcore::Forward(std::span<HostMbuf *const> packets) {
+std::span<HostMbuf *const> Lcore::Reassemble(std::span<HostMbuf *const> come, Burst &whole) {
+    if (!reassembly_) {
+        return come;
+    }
+    const uint64_t now = rte_get_timer_cycles();
+    reassembly_->Expire(now);
+    size_t count = 0;
+    for (HostMbuf *packet : come) {
+        const uint64_t datagrams = reassembly_->Counts().datagrams;
+        if (HostMbuf *const joined = reassembly_->Join(packet, now)) {
+            if (reassembly_->Counts().datagrams != datagrams) {
+                board_.options.frameRules.Apply(standin::MetaOf(joined));
+            }
+            whole[count++] = joined;
+        }
+    }
+    return std::span(whole).first(count);
+}
+
+void Lcore::Forward(std::span<HostMbuf *const> come) {
+    Burst whole;
+    const auto packets = Reassemble(come, whole);
+    counts_.frames += packets.size();
+    counts_.received += packets.size();
     std::array<Fate, standin::kMaxBurst> fates;
     Burst returned;
     Burst undelivered;

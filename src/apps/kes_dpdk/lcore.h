@@ -8,10 +8,12 @@
 #include <latch>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "dpdk/packet_pool.h"
+#include "dpdk/reassembly.h"
 #include "fates.h"
 #include "forwarding_table.h"
 #include "hand_over.h"
@@ -76,6 +78,7 @@ struct LcoreCounts {
     uint64_t received = 0;  // of these; the others are to be transmitted
     uint64_t unserved = 0;  // of those: returned while the module was exchanged
     kes_engine::Fates fates;
+    dpdk::ReassemblyCounts reassembly;  // fragments are none of the frames, datagrams are
 
     LcoreCounts &operator+=(const LcoreCounts &other);
 };
@@ -135,7 +138,9 @@ class Lcore {
     // Frames as packets of the engine; drops those that are too long.
     size_t Receive(UsedPort &port, unsigned queue, Burst &packets, bool transmitted);
     void HandOn(std::span<HostMbuf *const> packets);
-    void Forward(std::span<HostMbuf *const> packets);
+    void Forward(std::span<HostMbuf *const> come);
+    // The packets without fragments, and with the datagrams that these complete.
+    std::span<HostMbuf *const> Reassemble(std::span<HostMbuf *const> come, Burst &whole);
     void Transmit(std::span<HostMbuf *const> packets);
     // Out of the network port that each is for.
     void SendToNetwork(std::span<HostMbuf *const> packets);
@@ -153,7 +158,8 @@ class Lcore {
     bool servesKernel_ = false;
     std::vector<Held> held_;  // by lcore
     size_t heldPackets_ = 0;
-    std::vector<Held> leaving_;  // by network port
+    std::vector<Held> leaving_;                   // by network port
+    std::optional<dpdk::Reassembly> reassembly_;  // if the options ask for it
     LcoreCounts counts_;
     std::mutex mutex_;
     LcoreCounts published_;

@@ -117,6 +117,9 @@ void OpenPorts(Board &board) {
 // As many as ports, lcores and channels may hold at a time, unless the command line has a number.
 uint32_t BuffersFor(const Board &board) {
     uint32_t held = board.lcores * (kBuffersOfLcore + (board.lcores - 1) * kHandedOver);
+    if (board.options.reassemble) {
+        held += board.lcores * dpdk::Reassembly::kBuffers;
+    }
     for (const UsedPort *port : PortsOf(board)) {
         held += port->port.BuffersHeld();
     }
@@ -277,8 +280,9 @@ void PortsEngine::WaitForTheEnd() {
             nextTry = now + kTryAgain;
             std::erase_if(absent_, [](UsedPort *port) { return port->port.TryAgain(); });
         }
-        if (const uint64_t current = Counts().frames; current != frames) {
-            frames = current;
+        const LcoreCounts counts = Counts();
+        if (const uint64_t come = counts.frames + counts.reassembly.fragments; come != frames) {
+            frames = come;
             lastCame = now;
         }
         if (options_.idleSeconds != 0 &&
@@ -325,7 +329,7 @@ LcoreCounts PortsEngine::Counts() {
     return counts;
 }
 
-kes_engine::Traffic PortsEngine::TrafficNow() const {
+kes_engine::Traffic PortsEngine::TrafficNow() {
     kes_engine::Traffic traffic;
     for (const auto &port : board_->networks) {
         traffic.ports.push_back(port->Counts());
@@ -335,6 +339,15 @@ kes_engine::Traffic PortsEngine::TrafficNow() const {
     }
     if (board_->kernel != nullptr) {
         traffic.ports.push_back(board_->kernel->Counts());
+    }
+    if (options_.reassemble) {
+        const dpdk::ReassemblyCounts counts = Counts().reassembly;
+        traffic.reassembly = {.fragments = counts.fragments,
+                              .joined = counts.joined,
+                              .datagrams = counts.datagrams,
+                              .expired = counts.expired,
+                              .dropped = counts.dropped,
+                              .tooLong = counts.tooLong};
     }
     traffic.buffers = {pool_->Capacity(), pool_->InUse()};
     return traffic;

@@ -83,7 +83,7 @@ class PortsEngine {
     // Has all lcores follow.
     void UseModule(ModuleUse use);
     LcoreCounts Counts();
-    kes_engine::Traffic TrafficNow() const;
+    kes_engine::Traffic TrafficNow();
     std::string Source() const;
     void EndLcores();
     void Stop();

@@ -82,6 +82,9 @@ void Describe(CLI::App &app, kes_engine::CommonCommandLine &line, PortsOptions &
     app.add_option("--channel", raw.channelSize, "packets that an instance's channel holds")
         ->type_name("N")
         ->capture_default_str();
+    app.add_flag(
+        "--reassemble", options.reassemble,
+        "put IP datagrams together that come in fragments; needs a --max-frame above 2048");
     app.add_flag("--busy", options.busy,
                  "never let an lcore rest, which it otherwise does when nothing comes");
     app.add_option("--idle-exit", raw.idle, "end the run when no packet has come in for so long")
@@ -131,6 +134,11 @@ void ReadValues(const RawOptions &raw, PortsOptions &options) {
     if (options.longestFrame < 1522) {
         throw UsageError("--max-frame '" + raw.longestFrame +
                          "': a full Ethernet frame with its tag has 1522 bytes");
+    }
+    // Up to there ports keep their usual MTU, and would not let a whole datagram out.
+    if (options.reassemble && options.longestFrame <= 2048) {
+        throw UsageError("--reassemble: --max-frame '" + raw.longestFrame +
+                         "' is too short for whole datagrams: above 2048");
     }
     options.channelSize = control::ParseNumber("--channel", raw.channelSize, kMostPackets);
     if (options.channelSize == 0) {

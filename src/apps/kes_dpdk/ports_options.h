@@ -33,6 +33,7 @@ struct PortsOptions : kes_engine::CommonOptions {
     uint32_t buffers = 0;  // 0: as many as the ports and channels may hold, and some more
     uint16_t longestFrame = 2048;
     uint32_t channelSize = 2048;
+    bool reassemble = false;   // fragments, before the hooks
     bool busy = false;         // lcores never rest
     uint32_t idleSeconds = 0;  // without a packet, after which the run ends; 0: never
 };

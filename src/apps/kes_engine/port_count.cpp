@@ -32,6 +32,12 @@ Json PortToJson(const PortCount &count) {
             {"room", count.room}};
 }
 
+Json ReassemblyToJson(const ReassemblyCount &count) {
+    return {{"fragments", count.fragments}, {"held", count.Held()},     {"joined", count.joined},
+            {"datagrams", count.datagrams}, {"expired", count.expired}, {"dropped", count.dropped},
+            {"tooLong", count.tooLong}};
+}
+
 }  // namespace
 
 Json ToJson(const Traffic &traffic) {
@@ -39,8 +45,13 @@ Json ToJson(const Traffic &traffic) {
     for (const PortCount &count : traffic.ports) {
         ports.push_back(PortToJson(count));
     }
-    return {{"ports", std::move(ports)},
-            {"buffers", {{"total", traffic.buffers.buffers}, {"inUse", traffic.buffers.inUse}}}};
+    Json json = {
+        {"ports", std::move(ports)},
+        {"buffers", {{"total", traffic.buffers.buffers}, {"inUse", traffic.buffers.inUse}}}};
+    if (traffic.reassembly) {
+        json["reassembly"] = ReassemblyToJson(*traffic.reassembly);
+    }
+    return json;
 }
 
 void Print(std::ostream &out, const Traffic &traffic) {
@@ -67,6 +78,12 @@ void Print(std::ostream &out, const Traffic &traffic) {
         out << '\n';
     }
     out << "buffers " << traffic.buffers.buffers << ", " << traffic.buffers.inUse << " in use\n";
+    if (const auto &count = traffic.reassembly) {
+        out << "fragments " << count->fragments << ": " << count->joined << " joined to "
+            << count->datagrams << " datagrams, " << count->expired << " expired, "
+            << count->dropped << " dropped, " << count->tooLong << " too long, " << count->Held()
+            << " held\n";
+    }
 }
 
 }  // namespace kes_engine

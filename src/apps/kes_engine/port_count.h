@@ -36,13 +36,30 @@ struct BufferCount {
     uint64_t inUse = 0;
 };
 
+// What became of fragments that an engine puts together. They are no packets of it; the datagrams
+// are.
+struct ReassemblyCount {
+    uint64_t fragments = 0;
+    uint64_t joined = 0;
+    uint64_t datagrams = 0;  // that these became
+    uint64_t expired = 0;    // the others of their datagram have not come
+    uint64_t dropped = 0;    // damaged, contradictory or too many
+    uint64_t tooLong = 0;    // their datagram is longer than a buffer
+
+    // Those that wait for the others.
+    uint64_t Held() const {
+        return fragments - joined - expired - dropped - tooLong;
+    }
+};
+
 // All that an engine with ports counts besides the packets' fates.
 struct Traffic {
     std::vector<PortCount> ports;
     BufferCount buffers;
+    std::optional<ReassemblyCount> reassembly = std::nullopt;  // if it puts fragments together
 };
 
-// {"ports": [...], "buffers": {...}}
+// {"ports": [...], "buffers": {...}}, and "reassembly" if there is one
 nlohmann::ordered_json ToJson(const Traffic &traffic);
 
 // A table for people, ending in a newline.

@@ -408,6 +408,9 @@ ordered_json TopJson(const Reading &earlier, const Reading &later, const Instanc
         json["ports"] = later.state.at("ports");
         json["buffers"] = later.state.at("buffers");
     }
+    if (later.state.contains("reassembly")) {
+        json["reassembly"] = later.state.at("reassembly");
+    }
     json["drops"] = control::DropWatchToJson(later.drops);
     json["instances"] = ordered_json::array();
     for (const InstancePackets &packets :
