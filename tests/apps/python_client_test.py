@@ -3,7 +3,6 @@
 
 python_client_test.py SOURCE-DIRECTORY BIN-DIRECTORY
 """
-import os
 import subprocess
 import sys
 import tempfile
@@ -54,11 +53,19 @@ class AgainstAnEngine(unittest.TestCase):
              SOURCE + "/tests/data/ap-session.pcap", "--exec", commands, "--control", self.path],
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         end = time.monotonic() + 20
-        while not os.path.exists(self.path) and time.monotonic() < end:
-            time.sleep(0.02)
-        self.client = lyr_host.Client(self.path)
+        self.client = self.connect(end)
         while self.client.state()["received"] < 422 and time.monotonic() < end:
             time.sleep(0.02)
+
+    def connect(self, end):
+        """The socket's file is there a moment before the engine listens."""
+        while True:
+            try:
+                return lyr_host.Client(self.path)
+            except lyr_host.NoEngine:
+                if time.monotonic() > end:
+                    raise
+                time.sleep(0.02)
 
     def tearDown(self):
         self.client.close()
