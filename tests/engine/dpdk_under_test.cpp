@@ -33,7 +33,7 @@ class PortBuffers : public Buffers {
         if (!frame.empty()) {
             std::memcpy(data, frame.data(), frame.size());
         }
-        EXPECT_TRUE(dpdk::PacketPool::Adopt(mbuf, arrival));
+        EXPECT_TRUE(dpdk::PacketPool::Adopt(mbuf, standin::FreshMeta(arrival)));
         return dpdk::Host(mbuf);
     }
     uint32_t InUse() override {

@@ -164,13 +164,13 @@ size_t Lcore::Receive(UsedPort &port, unsigned queue, Burst &packets, bool trans
     if (come == 0) {
         return 0;
     }
-    const standin::Arrival arrival = {.timeNs = Now(),
-                                      .rxPort = port.number,
-                                      .vrf = board_.options.vrf,
-                                      .diagnose = board_.options.diagnose};
+    const auto fresh = standin::FreshMeta({.timeNs = Now(),
+                                           .rxPort = port.number,
+                                           .vrf = board_.options.vrf,
+                                           .diagnose = board_.options.diagnose});
     size_t count = 0;
     for (rte_mbuf *frame : std::span(frames).first(come)) {
-        if (!dpdk::PacketPool::Adopt(frame, arrival)) {
+        if (!dpdk::PacketPool::Adopt(frame, fresh)) {
             port.CountOversize();
             rte_pktmbuf_free(frame);
             continue;

@@ -58,17 +58,13 @@ PacketPool::~PacketPool() {
     rte_mempool_free(pool_);
 }
 
-bool PacketPool::Adopt(rte_mbuf *mbuf, const standin::Arrival &arrival) {
+bool PacketPool::Adopt(rte_mbuf *mbuf, const HostMbufMeta &fresh) {
     if (mbuf->nb_segs != 1) {
         return false;
     }
     HostMbuf *packet = Host(mbuf);
-    auto *meta = new (packet + 1) HostMbufMeta{};
-    meta->arrival = arrival;
+    auto *meta = new (packet + 1) HostMbufMeta(fresh);
     meta->arrival.wireLength = packet->pktLen;
-    meta->receivePort = arrival.rxPort;
-    meta->vrf = arrival.vrf;
-    meta->diagSwitch = arrival.diagnose ? 1 : 0;
     standin::ParseFrame(packet);
     return true;
 }

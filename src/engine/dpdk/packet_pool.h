@@ -33,9 +33,10 @@ class PacketPool {
     PacketPool(const PacketPool &) = delete;
     PacketPool &operator=(const PacketPool &) = delete;
 
-    // Makes a received frame ready for the engine: parses it. False for one in several segments,
-    // which stays the caller's: it is longer than a buffer.
-    static bool Adopt(rte_mbuf *mbuf, const standin::Arrival &arrival);
+    // Makes a received frame ready for the engine, with the given knowledge of it to begin with:
+    // parses it. False for one in several segments, which stays the caller's: it is longer than a
+    // buffer.
+    static bool Adopt(rte_mbuf *mbuf, const standin::HostMbufMeta &fresh);
 
     // Gives a packet the length that it had before its padding was trimmed.
     static void Restore(HostMbuf *packet);

@@ -120,8 +120,7 @@ HostMbuf *Reassembly::Complete(rte_mbuf *chain) {
     }
     chain->ol_flags &= ~RTE_MBUF_F_TX_IP_CKSUM;
     chain->tx_offload = 0;
-    const standin::Arrival arrival = meta.arrival;
-    PacketPool::Adopt(chain, arrival);
+    PacketPool::Adopt(chain, standin::FreshMeta(meta.arrival));
     return packet;
 }
 

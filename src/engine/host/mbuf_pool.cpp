@@ -32,7 +32,6 @@ constexpr bool kExactBuffers = KES_HOST_EXACT_BUFFERS;
 
 HostMbuf *MakeBuffer(uint8_t *block, std::span<const uint8_t> frame, void *pool) {
     auto *mbuf = new (block) HostMbuf{};
-    new (mbuf + 1) HostMbufMeta{};
     mbuf->bufAddr = block + kDataBuffer;
     mbuf->bufLen = static_cast<uint16_t>(kHeadroom + frame.size());
     mbuf->dataOff = kHeadroom;
@@ -93,14 +92,10 @@ size_t CacheIndexOfThread() {
 }
 
 void NoteArrival(HostMbuf *mbuf, const Arrival &arrival) {
-    HostMbufMeta &meta = Meta(mbuf);
-    meta.arrival = arrival;
-    if (meta.arrival.wireLength == 0) {
-        meta.arrival.wireLength = mbuf->pktLen;
+    auto *meta = new (mbuf + 1) HostMbufMeta(FreshMeta(arrival));
+    if (meta->arrival.wireLength == 0) {
+        meta->arrival.wireLength = mbuf->pktLen;
     }
-    meta.receivePort = arrival.rxPort;
-    meta.vrf = arrival.vrf;
-    meta.diagSwitch = arrival.diagnose ? 1 : 0;
     mbuf->port = static_cast<uint16_t>(arrival.rxPort);
 }
 
@@ -224,6 +219,13 @@ uint32_t MbufPool::State::InUse() {
         unused += cache.count;
     }
     return static_cast<uint32_t>(used - unused);
+}
+
+HostMbufMeta FreshMeta(const Arrival &arrival) {
+    return {.diagSwitch = static_cast<uint8_t>(arrival.diagnose ? 1 : 0),
+            .vrf = arrival.vrf,
+            .receivePort = arrival.rxPort,
+            .arrival = arrival};
 }
 
 void Prefetch(std::span<HostMbuf *const> mbufs) {

@@ -52,6 +52,9 @@ struct HostMbufMeta {
     Arrival arrival;
 };
 
+// What is known of every packet that comes in so, before it is parsed.
+HostMbufMeta FreshMeta(const Arrival &arrival);
+
 // Fetches records that another processor has written, and what is known of the packets, before they
 // are looked at.
 void Prefetch(std::span<HostMbuf *const> mbufs);
